@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds, and runs every test: once in a normal build and once
+# under AddressSanitizer and UndefinedBehaviorSanitizer. A throw-away PostgreSQL server on
+# a loopback port serves the ODBC tests for the duration of the run.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+cd "$root"
+
+bash scripts/setup.sh
+
+jobs=$(nproc)
+build() { # dir, extra cmake args...
+  local dir=$1; shift
+  cmake -S . -B "$dir" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DDBIMPORT_WERROR=ON "$@" >/dev/null
+  cmake --build "$dir" -j "$jobs"
+}
+
+build build
+build build-asan -DDBIMPORT_SANITIZE=ON
+
+# shellcheck source=scripts/pg-test-server.sh
+source scripts/pg-test-server.sh
+pg_test_server_start
+trap pg_test_server_stop EXIT
+
+status=0
+echo "== Tests =="
+ctest --test-dir build --output-on-failure -j "$jobs" || status=1
+echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer =="
+ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+  ctest --test-dir build-asan --output-on-failure -j "$jobs" || status=1
+exit $status

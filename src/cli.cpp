@@ -1,0 +1,2 @@
+// Replaced by the command-line runner.
+int main() { return 0; }

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <QList>
+#include <QPair>
+#include <QString>
+
+// ADO-style connection strings ("key=value;" lists) and the Qt SQL driver they resolve to.
+struct ConnectionTarget
+{
+    QString driver;         // "QSQLITE" or "QODBC"
+    QString databaseName;   // the SQLite file (native path) or the ODBC connection string
+    QString connectOptions; // Qt connect options, e.g. "QSQLITE_OPEN_READONLY"
+};
+
+// Splits the string into its pairs, keys trimmed, values unwrapped from {} or quotes.
+// False with a message for unbalanced braces or quotes or a pair without a key.
+bool ParseConnectionString(const QString& conString, QList<QPair<QString, QString>>& pairs,
+                           QString& message);
+
+// Resolves the string to a driver: Provider=SQLite (the file must exist; it is never
+// created), Provider=MSDASQL, or any string holding DSN= or Driver=. False with a clear
+// message for anything else.
+bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
+                             QString& message);
