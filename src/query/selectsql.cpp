@@ -1,0 +1,71 @@
+#include "selectsql.h"
+
+#include "crules.h"
+
+namespace {
+
+bool hasBlank(const QString& text) { return text.contains(QLatin1Char(' ')); }
+
+// The joiner before the first condition is the only thing the builders disagree on.
+QString buildSelect(const QString& tableName, const CRules& rules, const QString& firstJoiner)
+{
+    QString where;
+    bool first = true;
+    for (const CRule& rule : rules) {
+        if (first)
+            where += firstJoiner;
+        else
+            where += QLatin1Char(' ') + rule.LogicalOp + QLatin1Char(' ');
+        first = false;
+        where += RuleCondition(rule.FieldName, rule.OpSQL, rule.Value);
+    }
+
+    QString sql = SelectFromTable(tableName);
+    if (!where.isEmpty())
+        sql += QStringLiteral(" WHERE ") + where;
+    return sql;
+}
+
+} // namespace
+
+QString RuleCondition(const QString& fieldName, const QString& opSQL, const QString& value)
+{
+    // The test looks at the trimmed name, yet the name goes in as the source listed it,
+    // outer blanks and all.
+    QString field;
+    if (hasBlank(fieldName.trimmed()))
+        field = QLatin1Char('[') + fieldName + QStringLiteral("] ");
+    else
+        field = fieldName + QLatin1Char(' ');
+    return field + opSQL + QLatin1Char(' ') + value;
+}
+
+QString SelectFromTable(const QString& tableName)
+{
+    const QString name = tableName.trimmed();
+    if (hasBlank(name))
+        return QStringLiteral("select * from [") + name + QLatin1Char(']');
+    return QStringLiteral("select * from ") + name;
+}
+
+QString BuildSelectSQL(const QString& tableName, const CRules& rules)
+{
+    return buildSelect(tableName, rules, QString());
+}
+
+QString BuildImportSQL(const QString& tableName, const CRules& rules)
+{
+    // One blank before the first condition, so the imported and logged statement has two
+    // blanks after WHERE. The records selected are the same as the query builder's.
+    return buildSelect(tableName, rules, QStringLiteral(" "));
+}
+
+QString BuildTestSQL(const QString& tableName, const QString& fieldName, const QString& opSQL,
+                     const QString& value)
+{
+    QString sql = SelectFromTable(tableName);
+    const QString condition = RuleCondition(fieldName, opSQL, value);
+    if (!condition.isEmpty())
+        sql += QStringLiteral(" WHERE ") + condition;
+    return sql;
+}
