@@ -49,6 +49,7 @@ void TestSelectSql::condition_data()
     QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr" << "!=" << "''"
                                                   << "e-mail.addr != ''";
     QTest::newRow("tab is not a blank") << "A\tB" << "=" << "1" << "A\tB = 1";
+    QTest::newRow("blank after a tab is inner") << "\t A" << "=" << "1" << "[\t A] = 1";
     QTest::newRow("quote not escaped") << "Name" << "=" << "'O'Neil'" << "Name = 'O'Neil'";
     QTest::newRow("all empty") << "" << "" << "" << "  ";
 }
@@ -73,6 +74,8 @@ void TestSelectSql::tablePart_data()
     QTest::newRow("inner and outer blanks") << "  Order Lines " << "select * from [Order Lines]";
     QTest::newRow("empty name") << "" << "select * from ";
     QTest::newRow("blanks only") << "   " << "select * from ";
+    QTest::newRow("only blanks are trimmed") << "\tOrders " << "select * from \tOrders";
+    QTest::newRow("blank after a tab is inner") << " \t Orders" << "select * from [\t Orders]";
 }
 
 void TestSelectSql::tablePart()
