@@ -1,0 +1,164 @@
+#include "connectionstore.h"
+
+#include "util/apperror.h"
+#include "util/appglobals.h"
+#include "util/modApplication.h"
+
+namespace {
+
+constexpr int kSlots = 50;
+const QString kDsnSection = QStringLiteral("DSN");
+
+QString trimBlanks(const QString& text)
+{
+    qsizetype first = 0;
+    qsizetype last = text.size();
+    while (first < last && text.at(first) == QLatin1Char(' '))
+        ++first;
+    while (last > first && text.at(last - 1) == QLatin1Char(' '))
+        --last;
+    return text.mid(first, last - first);
+}
+
+QString numbered(const char* key, int n) { return QLatin1String(key) + QString::number(n); }
+
+QString readDsn(const QString& key) { return ReadIniString(IniFilePath(), kDsnSection, key, QString()); }
+
+void write(const QString& section, const QString& key, const QString& value)
+{
+    WriteIniString(IniFilePath(), section, key, value);
+}
+
+// Windows-1252: ASCII, the Latin-1 upper half, and the 27 printable characters it places
+// in 0x80-0x9F.
+bool inWindows1252(QChar c)
+{
+    const char16_t u = c.unicode();
+    if (u < 0x80 || (u >= 0xA0 && u <= 0xFF))
+        return true;
+    static const char16_t kHigh[] = {0x20AC, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                     0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x017D, 0x2018,
+                                     0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0x02DC,
+                                     0x2122, 0x0161, 0x203A, 0x0153, 0x017E, 0x0178};
+    for (char16_t h : kHigh) {
+        if (u == h)
+            return true;
+    }
+    return false;
+}
+
+// A slot is two keys written one after the other; refusing the text up front keeps a
+// failed write from leaving a name without its string.
+void requireStorable(const QString& what, const QString& text)
+{
+    for (QChar c : text) {
+        if (!inWindows1252(c))
+            throw AppError(AppError::Encoding,
+                           QStringLiteral("The %1 holds the character U+%2, which cannot be "
+                                          "stored in the settings file (Windows-1252)")
+                               .arg(what, QString::number(c.unicode(), 16)
+                                              .toUpper()
+                                              .rightJustified(4, QLatin1Char('0'))));
+    }
+}
+
+void writeSlot(int n, const QString& name, const QString& conString)
+{
+    const QString stored = ScrambleConString(conString);
+    requireStorable(QStringLiteral("connection name"), name);
+    requireStorable(QStringLiteral("connection string"), conString);
+    requireStorable(QStringLiteral("connection string"), stored);
+    write(kDsnSection, numbered("DSNName", n), name);
+    write(kDsnSection, numbered("DSNString", n), stored);
+}
+
+// Clears (never removes) everything kept for slot n, so that the next connection to
+// take the slot starts without the old one's choices.
+void clearSlot(int n)
+{
+    const QString file = IniFilePath();
+    write(kDsnSection, numbered("DSNName", n), QString());
+    write(kDsnSection, numbered("DSNString", n), QString());
+
+    const QString choices = numbered("DSN", n);
+    for (const char* key :
+         {"FilterMethod", "SelectedTable", "AdvancedSQLString", "VTGroup", "ReplaceExisting"})
+        write(choices, QLatin1String(key), QString());
+
+    const QString fieldMap = numbered("FieldMap", n);
+    for (int j = 1; j <= kSlots; ++j) {
+        if (!ReadIniString(file, fieldMap, numbered("VTField", j), QString()).isEmpty())
+            write(fieldMap, numbered("VTField", j), QString());
+        if (!ReadIniString(file, fieldMap, numbered("DBField", j), QString()).isEmpty())
+            write(fieldMap, numbered("DBField", j), QString());
+    }
+
+    const QString rules = numbered("Rules", n);
+    for (int j = 1; j <= kSlots; ++j) {
+        if (ReadIniString(file, rules, numbered("FieldName", j), QString()).isEmpty())
+            continue;
+        for (const char* key : {"FieldName", "OpDisplay", "OpSQL", "Value", "LogicalOp"})
+            write(rules, numbered(key, j), QString());
+    }
+}
+
+} // namespace
+
+bool MaintainDSN(const QString& name, const QString& conString, ConnectionAction action,
+                 QString& errorMessage, const QString& oldName, const QString& oldConString)
+{
+    try {
+        if (trimBlanks(name).isEmpty() || trimBlanks(conString).isEmpty()) {
+            errorMessage = QStringLiteral("There is no database connection selected.");
+            return false;
+        }
+
+        // Names are matched as stored, case and blanks included; the lower slot wins when
+        // two hold the same entry.
+        for (int n = 1; n <= kSlots; ++n) {
+            const QString storedName = readDsn(numbered("DSNName", n));
+            if (storedName.isEmpty()) {
+                if (action == ConnectionAction::Add) {
+                    writeSlot(n, name, conString);
+                    return true;
+                }
+                continue;
+            }
+            if (action == ConnectionAction::Delete && storedName == name) {
+                if (UnscrambleConString(readDsn(numbered("DSNString", n))) == conString) {
+                    clearSlot(n);
+                    return true;
+                }
+            } else if (action == ConnectionAction::Modify && storedName == oldName) {
+                if (UnscrambleConString(readDsn(numbered("DSNString", n))) == oldConString) {
+                    writeSlot(n, name, conString);
+                    return true;
+                }
+            }
+        }
+        // A full store, or nothing to modify or delete: nothing changes and the caller
+        // refreshes its list as after any success.
+        return true;
+    } catch (const AppError& e) {
+        errorMessage = e.description() + QStringLiteral(" - MaintainDSN");
+        return false;
+    }
+}
+
+QList<DSNEntry> UpdateDSNListFromIni()
+{
+    QList<DSNEntry> rows;
+    try {
+        for (int n = 1; n <= kSlots; ++n) {
+            const QString name = readDsn(numbered("DSNName", n));
+            if (name.isEmpty())
+                continue;
+            const QString conString = UnscrambleConString(readDsn(numbered("DSNString", n)));
+            if (!conString.isEmpty())
+                rows.append({name, conString});
+        }
+    } catch (const AppError&) {
+        // The rows read so far are still worth showing.
+    }
+    return rows;
+}
