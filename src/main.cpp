@@ -1,2 +1,39 @@
-// Replaced by the wizard's start-up; kept minimal until then.
-int main() { return 0; }
+#include "app/startup.h"
+#include "util/appglobals.h"
+#include "wizard/frmDBImport.h"
+#include "wizard/overridecursorpointer.h"
+#include "wizard/qtmessageboxes.h"
+
+#include <QApplication>
+#include <QStringList>
+
+#include <memory>
+
+int main(int argc, char* argv[])
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("dbimport"));
+    QApplication::setApplicationVersion(AppVersion());
+
+    QtMessageBoxes boxes;
+    MessageBoxes::setInstance(&boxes);
+    OverrideCursorPointer pointer;
+    MousePointer::install(&pointer);
+
+    // The host hands over its data folder in the argument text; Main reads it as one line.
+    const QString argumentText = QCoreApplication::arguments().mid(1).join(QLatin1Char(' '));
+
+    std::unique_ptr<frmDBImport> form;
+    const bool shown = Main(argumentText, QCoreApplication::applicationDirPath(), [&form] {
+        form = std::make_unique<frmDBImport>();
+        form->show();
+    });
+
+    // The program lives as long as the wizard; without it there is nothing to run.
+    const int result = shown ? app.exec() : 0;
+
+    form.reset();
+    MousePointer::install(nullptr);
+    MessageBoxes::setInstance(nullptr);
+    return result;
+}

@@ -1,0 +1,533 @@
+#include "frmDBImport.h"
+#include "ui_frmDBImport.h"
+
+#include "fieldmappingarea.h"
+#include "frmAddModGroup.h"
+
+#include "app/connectionstore.h"
+#include "app/importsettings.h"
+#include "datasource/modADO.h"
+#include "import/groups.h"
+#include "import/importengine.h"
+#include "query/selectsql.h"
+#include "util/appglobals.h"
+#include "util/messageboxes.h"
+#include "util/modApplication.h"
+#include "util/scriptedmessageboxes.h"
+
+#include <QCloseEvent>
+#include <QCoreApplication>
+#include <QHeaderView>
+#include <QPainter>
+#include <QPainterPath>
+#include <QStyle>
+
+#include <array>
+
+namespace {
+
+const QString kFormName = QStringLiteral("frmDBImport");
+constexpr int kStepCount = 5;
+
+struct StepBanner
+{
+    const char* description;
+    const char* stepMofN;
+};
+
+const std::array<StepBanner, kStepCount> kBanners = {{
+    {"Select the database connection to import the information from", "Step 1 of 5"},
+    {"Specify the records to import into Veltrano", "Step 2 of 5"},
+    {"Match the database fields to Veltrano fields", "Step 3 of 5"},
+    {"Select the Group to import data into", "Step 4 of 5"},
+    {"Import the data", "Step 5 of 5"},
+}};
+
+const QString kNextCaption = QStringLiteral("&Next >>");
+const QString kStartCaption = QStringLiteral("S&tart");
+const QString kCloseCaption = QStringLiteral("&Close");
+const QString kCancelCaption = QStringLiteral("&Cancel");
+
+// The record loop's confirmation when it notices a stop request.
+const QString kCancelConfirmation =
+    QStringLiteral("You have chosen to cancel the import process, are you sure ?");
+
+// VB's Str(): non-negative numbers get a leading blank where the sign would be.
+QString signedNumberText(long number)
+{
+    return number >= 0 ? QLatin1Char(' ') + QString::number(number) : QString::number(number);
+}
+
+// A database drum for the banner, so the program needs no image files.
+QPixmap bannerPixmap(int size, const QPalette& palette)
+{
+    QPixmap pixmap(size, size);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor body = palette.color(QPalette::Highlight);
+    const qreal w = size * 0.7;
+    const qreal x = (size - w) / 2;
+    const qreal capHeight = size * 0.22;
+    const qreal top = size * 0.1;
+    const qreal bottom = size * 0.9 - capHeight;
+    painter.setPen(QPen(body.darker(140), 1.5));
+    for (int band = 2; band >= 0; --band) {
+        const qreal y = top + (bottom - top) * band / 2.0;
+        QPainterPath path;
+        path.moveTo(x, y + capHeight / 2);
+        path.arcTo(QRectF(x, y, w, capHeight), 180, 180);
+        path.lineTo(x + w, y + capHeight / 2 + (band < 2 ? (bottom - top) / 2 : 0));
+        if (band < 2)
+            path.arcTo(QRectF(x, y + (bottom - top) / 2, w, capHeight), 0, -180);
+        path.closeSubpath();
+        painter.setBrush(body.lighter(100 + band * 12));
+        painter.drawPath(path);
+    }
+    painter.setBrush(body.lighter(150));
+    painter.drawEllipse(QRectF(x, top, w, capHeight));
+    return pixmap;
+}
+
+} // namespace
+
+// Once the user has agreed to close the window during an import, the job still has to
+// stop: its cancel confirmation is answered Yes and its offer to show the log No, without
+// showing either. Notices and failures still reach the user.
+class ClosingAnswers final : public MessageBoxes
+{
+public:
+    explicit ClosingAnswers(MessageBoxes& next) : m_next(next) {}
+    void show(Icon icon, const QString& text, const QString& title) override
+    {
+        m_next.show(icon, text, title);
+    }
+    bool ask(const QString& text, bool, const QString&) override
+    {
+        return text == kCancelConfirmation;
+    }
+    void beep() override { m_next.beep(); }
+
+private:
+    MessageBoxes& m_next;
+};
+
+frmDBImport::frmDBImport(QWidget* parent)
+    : QWidget(parent), ui(std::make_unique<Ui::frmDBImport>())
+{
+    ui->setupUi(this);
+    RegisterLoadedForm(kFormName);
+
+    m_firstActivation = true;
+    setWindowTitle(QStringLiteral("Veltrano - Database Import v") + AppVersion());
+
+    // Banner: white strip, bold title, the drum picture.
+    QPalette bannerPalette = ui->picBanner->palette();
+    bannerPalette.setColor(QPalette::Window, bannerPalette.color(QPalette::Base));
+    bannerPalette.setColor(QPalette::WindowText, bannerPalette.color(QPalette::Text));
+    ui->picBanner->setPalette(bannerPalette);
+    QFont titleFont = ui->lblBannerTitle->font();
+    titleFont.setBold(true);
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.25);
+    ui->lblBannerTitle->setFont(titleFont);
+    ui->picBannerIcon->setPixmap(bannerPixmap(44, palette()));
+    QFont startFont = ui->lblStartImport->font();
+    startFont.setBold(true);
+    ui->lblStartImport->setFont(startFont);
+
+    ui->lvwDSN->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Description")});
+    ui->lvwDSN->header()->setStretchLastSection(true);
+    ui->lvwDSN->setColumnWidth(0, 200);
+    ui->chkReplace->setText(QStringLiteral(
+        "&Update existing recipients details with the new data in the database (Note: this "
+        "will slow down the import process by a factor of 10)."));
+
+    m_mapping = std::make_unique<FieldMappingArea>(ui->picScrollableContainer,
+                                                   ui->picScrollableArea, ui->vscMapFields);
+    ui->lblCaption_3->setBuddy(m_mapping->comboBox(0));
+
+    connect(ui->cmdNext, &QPushButton::clicked, this, [this] { ChangeStep(1); });
+    connect(ui->cmdPrev, &QPushButton::clicked, this, [this] { ChangeStep(-1); });
+    connect(ui->cmdClose, &QPushButton::clicked, this, &frmDBImport::cmdClose_Click);
+    connect(ui->optFilterMethod_0, &QRadioButton::clicked, this,
+            [this] { optFilterMethod_Click(0); });
+    connect(ui->optFilterMethod_1, &QRadioButton::clicked, this,
+            [this] { optFilterMethod_Click(1); });
+    connect(ui->cmdCreateNewGroup, &QPushButton::clicked, this,
+            &frmDBImport::cmdCreateNewGroup_Click);
+    connect(ui->lvwDSN, &QTreeWidget::itemDoubleClicked, this, [this] { ChangeStep(1); });
+
+    // Managing connections and composing queries come with later versions.
+    connect(ui->cmdNewDSN, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("Creating a database connection")); });
+    connect(ui->cmdEditDSN, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("Editing a database connection")); });
+    connect(ui->cmdDeleteDSN, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("Deleting a database connection")); });
+    connect(ui->cmdExamine, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("The connection examiner")); });
+    connect(ui->cmdQueryBuilder, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("The Query Builder")); });
+    connect(ui->cmdAdvancedQuery, &QPushButton::clicked, this,
+            [this] { notAvailableYet(QStringLiteral("Entering freeform SQL")); });
+
+    ui->stkSteps->setCurrentIndex(0);
+    optFilterMethod_Click(0);
+    UpdateDSNList();
+    ResetChoices();
+}
+
+frmDBImport::~frmDBImport()
+{
+    m_closingGuard.reset();
+    UnregisterLoadedForm(kFormName);
+}
+
+QRadioButton* frmDBImport::optFilterMethod(int index) const
+{
+    return index == 0 ? ui->optFilterMethod_0 : ui->optFilterMethod_1;
+}
+
+void frmDBImport::notAvailableYet(const QString& feature)
+{
+    MessageBoxes::instance().information(
+        feature + QStringLiteral(" is not available in this version yet."));
+}
+
+void frmDBImport::UpdateDSNList()
+{
+    ui->lvwDSN->clear();
+    const QList<DSNEntry> entries = UpdateDSNListFromIni();
+    for (const DSNEntry& entry : entries)
+        new QTreeWidgetItem(ui->lvwDSN, QStringList{entry.name, entry.conString});
+    // Like a report list view, a filled list always has a selected row.
+    if (ui->lvwDSN->topLevelItemCount() > 0)
+        ui->lvwDSN->setCurrentItem(ui->lvwDSN->topLevelItem(0));
+}
+
+void frmDBImport::ResetChoices() { m_choices.reset(); }
+
+int frmDBImport::currentStep() const { return ui->stkSteps->currentIndex(); }
+
+void frmDBImport::ChangeStep(int direction)
+{
+    const int step = currentStep();
+    if (direction != 0) {
+        if (!leaveStep(step, direction))
+            return;
+        const int target = step + direction;
+        if (target < 0 || target >= kStepCount)
+            return;
+        showStep(target);
+    } else {
+        showStep(step);
+    }
+}
+
+bool frmDBImport::leaveStep(int step, int direction)
+{
+    switch (step) {
+    case 0:
+        return direction < 0 || leaveConnectionStep();
+    case 1:
+        return leaveRecordsStep(direction);
+    case 2:
+        return leaveMappingStep(direction);
+    case 3:
+        return leaveGroupStep(direction);
+    default:
+        return true;
+    }
+}
+
+bool frmDBImport::leaveConnectionStep()
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    if (ui->lvwDSN->topLevelItemCount() == 0) {
+        boxes.information(QStringLiteral(
+            "A valid database connection must be selected/configured before proceeding."));
+        return false;
+    }
+    QTreeWidgetItem* row = ui->lvwDSN->currentItem();
+    if (!row)
+        row = ui->lvwDSN->topLevelItem(0);
+
+    // Nothing of an earlier connection may survive into this one's choices.
+    ResetChoices();
+    m_choices.DSNName = row->text(0);
+    m_choices.ConnectionString = row->text(1);
+    QString message;
+    if (!LoadImportSettings(m_choices, message))
+        boxes.information(message);
+
+    QStringList tables;
+    if (!GetTables(tables, m_choices.ConnectionString, message)) {
+        boxes.critical(message);
+        return false;
+    }
+    const QIcon tableIcon = style()->standardIcon(QStyle::SP_FileDialogDetailedView);
+    ui->icmbTables->clear();
+    for (const QString& table : tables)
+        ui->icmbTables->addItem(tableIcon, table);
+    const int saved = ui->icmbTables->findText(m_choices.SelectedTable, Qt::MatchFixedString);
+    ui->icmbTables->setCurrentIndex(saved >= 0 ? saved : 0);
+
+    ui->lblQueryBuilderRules->setText(QString::number(m_choices.Rules.Count()) +
+                                      QStringLiteral(" filters defined"));
+    const int method = m_choices.FilterMethod == 1 ? 1 : 0;
+    optFilterMethod(method)->setChecked(true);
+    optFilterMethod_Click(method);
+    return true;
+}
+
+bool frmDBImport::leaveRecordsStep(int direction)
+{
+    QString tableSql;
+    if (!ui->optFilterMethod_0->isChecked()) {
+        m_choices.FilterMethod = 1;
+    } else {
+        m_choices.FilterMethod = 0;
+        m_choices.SelectedTable = ui->icmbTables->currentText();
+        tableSql = SelectFromTable(m_choices.SelectedTable);
+    }
+    if (direction < 0)
+        return true;
+
+    MessageBoxes& boxes = MessageBoxes::instance();
+    if (m_choices.FilterMethod == 1 && m_choices.AdvancedSQLString.isEmpty()) {
+        boxes.information(QStringLiteral("A valid SQL Statement must be entered."));
+        return false;
+    }
+    if (m_choices.FilterMethod == 0 &&
+        (tableSql == QLatin1String("select * from ") ||
+         tableSql == QLatin1String("select * from []"))) {
+        boxes.information(QStringLiteral("A Table name must be selected from the list."));
+        return false;
+    }
+
+    // The statement checked is the one the import will run, rules included, so that a
+    // rule the source no longer accepts is reported here rather than halfway through.
+    const QString sql = m_choices.FilterMethod == 0
+                            ? BuildImportSQL(m_choices.SelectedTable, m_choices.Rules)
+                            : m_choices.AdvancedSQLString;
+    long errorNumber = 0;
+    QString message;
+    if (!ValidateSQL(m_choices.ConnectionString, sql, errorNumber, message)) {
+        boxes.critical(message);
+        return false;
+    }
+    QStringList names;
+    QStringList types;
+    if (!GetFields(m_choices.ConnectionString, sql, names, types, message)) {
+        boxes.critical(message);
+        return false;
+    }
+    m_mapping->populate(names, m_choices);
+    return true;
+}
+
+bool frmDBImport::leaveMappingStep(int direction)
+{
+    QString message;
+    if (!StoreFieldMapping(*m_mapping, m_choices.FieldMappings, message) && direction > 0) {
+        MessageBoxes::instance().information(message);
+        return false;
+    }
+    LoadGroups();
+    // A saved Group that is gone is not replaced by another: the user picks one.
+    ui->icmbGroups->setCurrentIndex(
+        m_choices.VTGroup.isEmpty() ? -1
+                                    : ui->icmbGroups->findText(m_choices.VTGroup,
+                                                               Qt::MatchFixedString));
+    ui->chkReplace->setChecked(m_choices.ReplaceExisting);
+    if (direction > 0)
+        ui->cmdNext->setText(kStartCaption);
+    return true;
+}
+
+bool frmDBImport::leaveGroupStep(int direction)
+{
+    m_choices.VTGroup = ui->icmbGroups->currentText();
+    if (direction > 0 && m_choices.VTGroup.isEmpty()) {
+        MessageBoxes::instance().information(
+            QStringLiteral("A Group must be selected to import the data into."));
+        return false;
+    }
+    m_choices.ReplaceExisting = ui->chkReplace->isChecked();
+    if (direction > 0) {
+        ui->prgProcess->setRange(0, 100);
+        ui->prgProcess->setValue(0);
+        ui->prgProcess->setVisible(true);
+        ui->lblNoProgress->setVisible(false);
+        ui->lblCommand->clear();
+        for (QLabel* counter : {ui->lblTotalProcessed, ui->lblAdded, ui->lblDuplicates,
+                                ui->lblIllegal})
+            counter->setText(QStringLiteral("0"));
+        ui->lblImportingFrom->setText(QStringLiteral("Database - ") + m_choices.DSNName);
+        ui->lblImportingTo->setText(QStringLiteral("Veltrano Group - ") + m_choices.VTGroup);
+    } else {
+        ui->cmdNext->setText(kNextCaption);
+    }
+    return true;
+}
+
+void frmDBImport::showStep(int step)
+{
+    ui->stkSteps->setCurrentIndex(step);
+    ui->cmdPrev->setEnabled(step != 0);
+    ui->cmdNext->setEnabled(step != kStepCount - 1);
+
+    const StepBanner& banner = kBanners.at(static_cast<size_t>(step));
+    ui->lblBannerTitle->setText(QStringLiteral("Database Import"));
+    ui->lblBannerDesc->setText(QString::fromUtf8(banner.description));
+    ui->lblStepMofN->setText(QString::fromUtf8(banner.stepMofN));
+
+    if (step == kStepCount - 1)
+        StartImport();
+}
+
+void frmDBImport::StartImport()
+{
+    ui->cmdClose->setText(kCancelCaption);
+    ui->cmdPrev->setEnabled(false);
+
+    MessageBoxes& boxes = MessageBoxes::instance();
+    bool run = true;
+    long errorNumber = 0;
+    QString message;
+    if (!SaveImportSettings(m_choices, errorNumber, message)) {
+        run = boxes.ask(QStringLiteral("The following error occurred when attempting to save "
+                                       "your current settings to file : ") +
+                            signedNumberText(errorNumber) + QStringLiteral(" - ") + message +
+                            QStringLiteral(". Do you wish to continue and Import the data ?"),
+                        false);
+    }
+
+    if (run) {
+        ImportEngine engine(m_choices, *this);
+        m_engine = &engine;
+        QString errorText;
+        const bool ok = engine.DoImportJob(errorText);
+        m_engine = nullptr;
+        if (!ok)
+            MessageBoxes::instance().critical(errorText);
+    }
+
+    m_closingGuard.reset();
+    m_closingAnswers.reset();
+    ui->cmdClose->setText(kCloseCaption);
+    ui->cmdPrev->setEnabled(true);
+}
+
+void frmDBImport::LoadGroups()
+{
+    const QIcon groupIcon = style()->standardIcon(QStyle::SP_DirIcon);
+    ui->icmbGroups->clear();
+    for (const QString& group : LoadVTGroups())
+        ui->icmbGroups->addItem(groupIcon, group);
+}
+
+void frmDBImport::optFilterMethod_Click(int index)
+{
+    const bool table = index == 0;
+    for (QWidget* w : {static_cast<QWidget*>(ui->lblTableCaption),
+                       static_cast<QWidget*>(ui->icmbTables),
+                       static_cast<QWidget*>(ui->lblCaption_1),
+                       static_cast<QWidget*>(ui->cmdQueryBuilder),
+                       static_cast<QWidget*>(ui->lblQueryBuilderRules)})
+        w->setEnabled(table);
+    ui->cmdAdvancedQuery->setEnabled(!table);
+}
+
+void frmDBImport::cmdClose_Click()
+{
+    if (ui->cmdClose->text() != kCancelCaption)
+        close();
+    else if (m_engine)
+        m_engine->requestStop();
+}
+
+void frmDBImport::cmdCreateNewGroup_Click()
+{
+    frmAddModGroup dialog(this);
+    // Cancel closes the dialog without a Group; nothing changes then.
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    if (dialog.cancelled())
+        return;
+    LoadGroups();
+    const QString wanted = dialog.newGroupName().trimmed().toUpper();
+    for (int i = 0; i < ui->icmbGroups->count(); ++i) {
+        if (ui->icmbGroups->itemText(i).trimmed().toUpper() == wanted) {
+            ui->icmbGroups->setCurrentIndex(i);
+            break;
+        }
+    }
+}
+
+void frmDBImport::showEvent(QShowEvent* event)
+{
+    QWidget::showEvent(event);
+    if (m_firstActivation) {
+        m_firstActivation = false;
+        ChangeStep(0);
+        ui->lvwDSN->setFocus();
+    }
+}
+
+void frmDBImport::closeEvent(QCloseEvent* event)
+{
+    if (m_engine) {
+        if (!MessageBoxes::instance().ask(
+                QStringLiteral("The import process is running are you sure you wish to close "
+                               "the application before the import is completed ?"))) {
+            event->ignore();
+            return;
+        }
+        if (!m_closingAnswers) {
+            m_closingAnswers = std::make_unique<ClosingAnswers>(MessageBoxes::instance());
+            m_closingGuard = std::make_unique<MessageBoxesGuard>(m_closingAnswers.get());
+        }
+        m_engine->requestStop();
+        event->accept();
+        return;
+    }
+    long errorNumber = 0;
+    QString message;
+    SaveImportSettings(m_choices, errorNumber, message);
+    event->accept();
+}
+
+void frmDBImport::setStatus(const QString& text) { ui->lblCommand->setText(text); }
+
+void frmDBImport::setCounters(qint32 totalProcessed, qint32 added, qint32 duplicates,
+                              qint32 illegal)
+{
+    ui->lblTotalProcessed->setText(QString::number(totalProcessed));
+    ui->lblAdded->setText(QString::number(added));
+    ui->lblDuplicates->setText(QString::number(duplicates));
+    ui->lblIllegal->setText(QString::number(illegal));
+}
+
+void frmDBImport::setProgressRange(int minimum, int maximum)
+{
+    ui->prgProcess->setRange(minimum, maximum);
+}
+
+void frmDBImport::setProgressValue(int value)
+{
+    ui->prgProcess->setValue(qBound(ui->prgProcess->minimum(), value, ui->prgProcess->maximum()));
+}
+
+void frmDBImport::setProgressVisible(bool visible) { ui->prgProcess->setVisible(visible); }
+
+void frmDBImport::showNoProgressNotice(const QString& text)
+{
+    QFont bold = ui->lblNoProgress->font();
+    bold.setBold(true);
+    ui->lblNoProgress->setFont(bold);
+    ui->lblNoProgress->setText(text);
+    ui->lblNoProgress->setVisible(true);
+}
+
+void frmDBImport::yieldToEvents() { QCoreApplication::processEvents(); }

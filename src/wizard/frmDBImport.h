@@ -1,0 +1,79 @@
+#pragma once
+
+#include "import/importchoices.h"
+#include "import/importview.h"
+
+#include <QWidget>
+
+#include <memory>
+
+namespace Ui {
+class frmDBImport;
+}
+
+class ClosingAnswers;
+class FieldMappingArea;
+class ImportEngine;
+class MessageBoxesGuard;
+class QRadioButton;
+
+// The program's main window: the five-step import wizard. It holds the user's choices for
+// the run, checks each step when the user moves on, and shows the import job's progress.
+class frmDBImport final : public QWidget, public ImportView
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(frmDBImport)
+
+public:
+    explicit frmDBImport(QWidget* parent = nullptr);
+    ~frmDBImport() override;
+
+    // 1 = Next, -1 = Previous, 0 = show the current step again.
+    void ChangeStep(int direction);
+    // Empties the choices of the run.
+    void ResetChoices();
+
+    const ImportChoices& importChoices() const { return m_choices; }
+    // True while an import job runs (from Start until the job returns).
+    bool importInProgress() const { return m_engine != nullptr; }
+
+    // ImportView
+    void setStatus(const QString& text) override;
+    void setCounters(qint32 totalProcessed, qint32 added, qint32 duplicates,
+                     qint32 illegal) override;
+    void setProgressRange(int minimum, int maximum) override;
+    void setProgressValue(int value) override;
+    void setProgressVisible(bool visible) override;
+    void showNoProgressNotice(const QString& text) override;
+    void yieldToEvents() override;
+
+protected:
+    void showEvent(QShowEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    int currentStep() const;
+    bool leaveStep(int step, int direction);
+    bool leaveConnectionStep();
+    bool leaveRecordsStep(int direction);
+    bool leaveMappingStep(int direction);
+    bool leaveGroupStep(int direction);
+    void showStep(int step);
+    void StartImport();
+    void UpdateDSNList();
+    void LoadGroups();
+    void optFilterMethod_Click(int index);
+    void cmdClose_Click();
+    void cmdCreateNewGroup_Click();
+    void notAvailableYet(const QString& feature);
+    QRadioButton* optFilterMethod(int index) const;
+
+    std::unique_ptr<Ui::frmDBImport> ui;
+    std::unique_ptr<FieldMappingArea> m_mapping;
+    ImportChoices m_choices;
+    bool m_firstActivation = true;
+    ImportEngine* m_engine = nullptr; // the running job, for Cancel
+    // Set when the window was closed during an import: answers the stopping job's questions.
+    std::unique_ptr<ClosingAnswers> m_closingAnswers;
+    std::unique_ptr<MessageBoxesGuard> m_closingGuard;
+};
