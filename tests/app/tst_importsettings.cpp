@@ -1,0 +1,448 @@
+#include "app/importsettings.h"
+
+#include "import/importchoices.h"
+#include "util/apperror.h"
+#include "util/appglobals.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+const QString kNot = QStringLiteral("\u00AC");
+
+QByteArray iniBytes(const QStringList& lines)
+{
+    QByteArray bytes;
+    for (const QString& line : lines) {
+        for (QChar c : line) {
+            Q_ASSERT(c.unicode() <= 0xFF);
+            bytes += char(c.unicode()); // the test texts are all in Latin-1
+        }
+        bytes += "\r\n";
+    }
+    return bytes;
+}
+
+// [DSN] with the given names in slots 1, 2, ...
+QStringList dsnSection(const QStringList& names)
+{
+    QStringList lines{"[DSN]"};
+    for (int n = 1; n <= names.size(); ++n)
+        lines << QString("DSNName%1=%2").arg(n).arg(names.at(n - 1))
+              << QString("DSNString%1=ETO>%2").arg(n).arg(n);
+    return lines;
+}
+
+QStringList dumpMappings(const CMappings& list)
+{
+    QStringList out;
+    for (const CMapping& m : list)
+        out << m.VTField + '=' + m.DBField;
+    return out;
+}
+
+QStringList dumpRules(const CRules& list)
+{
+    QStringList out;
+    for (const CRule& r : list)
+        out << QStringList{r.LogicalOp, r.FieldName, r.OpDisplay, r.OpSQL, r.Value}.join('|');
+    return out;
+}
+
+} // namespace
+
+class TestImportSettings : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void slotNotFound_data();
+    void slotNotFound();
+    void slotFoundByTrimmedNameInAnyCase();
+    void saveWritesTheLayout();
+    void saveThenLoadFullChoices();
+    void shorterSaveBlanksSurplus();
+    void onlyFiftyEntriesKept();
+    void loadReadsHandEditedValues_data();
+    void loadReadsHandEditedValues();
+    void loadStopsAtEmptyEntries();
+    void loadCutsLongValues();
+    void duplicateMappingKeyEndsLoad();
+    void saveFailureReportsTheError();
+    void unstorableTextIsRefused();
+
+private:
+    QByteArray fileBytes() const;
+    void writeFile(const QStringList& lines) const;
+
+    QTemporaryDir m_dir;
+    QString m_ini;
+};
+
+void TestImportSettings::init()
+{
+    QVERIFY(m_dir.isValid());
+    m_ini = m_dir.filePath(QStringLiteral("dbimport.ini"));
+    QFile::remove(m_ini);
+    SetIniFilePath(m_ini);
+}
+
+QByteArray TestImportSettings::fileBytes() const
+{
+    QFile file(m_ini);
+    if (!file.open(QIODevice::ReadOnly))
+        return QByteArray();
+    return file.readAll();
+}
+
+void TestImportSettings::writeFile(const QStringList& lines) const
+{
+    QFile file(m_ini);
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(iniBytes(lines));
+}
+
+void TestImportSettings::slotNotFound_data()
+{
+    QTest::addColumn<QStringList>("file");
+    QTest::addColumn<QString>("name");
+
+    QTest::newRow("no file") << QStringList() << "Sales";
+    QTest::newRow("other names") << dsnSection({"Members", "Sales team"}) << "Sales";
+    QStringList beyond = dsnSection(QStringList(50, "Filler"));
+    beyond << "DSNName51=Sales" << "DSNString51=ETO>Tbmft";
+    QTest::newRow("slot 51 is never read") << beyond << "Sales";
+}
+
+void TestImportSettings::slotNotFound()
+{
+    QFETCH(QStringList, file);
+    QFETCH(QString, name);
+    if (!file.isEmpty())
+        writeFile(file);
+    const QByteArray before = fileBytes();
+
+    ImportChoices choices;
+    choices.DSNName = name;
+    choices.AdvancedSQLString = "select *\r\nfrom t";
+    long number = -1;
+    QString message;
+    QVERIFY(!SaveImportSettings(choices, number, message));
+    QCOMPARE(number, 0L);
+    QCOMPARE(message, QString("DSN not found, cannot save associated data."));
+    QCOMPARE(choices.AdvancedSQLString, QString("select *\r\nfrom t"));
+
+    QVERIFY(!LoadImportSettings(choices, message));
+    QCOMPARE(message, QString("DSN not found, cannot load associated data."));
+    QCOMPARE(fileBytes(), before);
+    QCOMPARE(QFile::exists(m_ini), !file.isEmpty());
+}
+
+void TestImportSettings::slotFoundByTrimmedNameInAnyCase()
+{
+    writeFile(dsnSection({"Members", "", " Sales ", "sales"}));
+    ImportChoices choices;
+    choices.DSNName = "SALES  ";
+    choices.VTGroup = "Friends";
+    long number = 0;
+    QString message;
+    QVERIFY(SaveImportSettings(choices, number, message));
+    QVERIFY(fileBytes().contains("[DSN3]\r\nFilterMethod=0\r\n"));
+    QVERIFY(!fileBytes().contains("[DSN4]"));
+
+    ImportChoices loaded;
+    loaded.DSNName = "sAlEs";
+    QVERIFY(LoadImportSettings(loaded, message));
+    QCOMPARE(loaded.VTGroup, QString("Friends"));
+}
+
+void TestImportSettings::saveWritesTheLayout()
+{
+    writeFile(dsnSection({"Members", "Sales"}));
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    choices.FilterMethod = 1;
+    choices.SelectedTable = "Customer List";
+    choices.AdvancedSQLString = "select *\r\nfrom [Customer List]\r\n";
+    choices.VTGroup = "Friends";
+    choices.ReplaceExisting = true;
+    choices.FieldMappings.Add("EMailAddress", "Email");
+    choices.FieldMappings.Add("City", "");
+    choices.Rules.Add("Town", "Equals", "=", "'O'Neil's'", "And");
+
+    long number = 0;
+    QString message;
+    QVERIFY(SaveImportSettings(choices, number, message));
+    QCOMPARE(choices.AdvancedSQLString, "select *" + kNot + "from [Customer List]" + kNot);
+
+    QStringList expected = dsnSection({"Members", "Sales"});
+    expected << "[DSN2]" << "FilterMethod=1" << "SelectedTable=Customer List"
+             << "AdvancedSQLString=select *" + kNot + "from [Customer List]" + kNot
+             << "VTGroup=Friends" << "ReplaceExisting=True"
+             << "[FieldMap2]" << "VTField1=EMailAddress" << "DBField1=Email"
+             << "VTField2=City" << "DBField2="
+             << "[Rules2]" << "FieldName1=Town" << "OpDisplay1=Equals" << "OpSQL1=="
+             << "Value1=" + kNot + "O" + kNot + "Neil" + kNot + "s" + kNot << "LogicalOp1=And";
+    // Sections are appended as they are first written; compare them as a whole, then the
+    // exact bytes of each section.
+    const QByteArray bytes = fileBytes();
+    const QByteArray dsn2 = iniBytes(expected.mid(5, 6));
+    const QByteArray fieldMap2 = iniBytes(expected.mid(11, 5));
+    const QByteArray rules2 = iniBytes(expected.mid(16));
+    QVERIFY(bytes.startsWith(iniBytes(dsnSection({"Members", "Sales"}))));
+    QVERIFY2(bytes.contains(dsn2), bytes.constData());
+    QVERIFY(bytes.contains(fieldMap2));
+    QVERIFY(bytes.endsWith(rules2));
+    QVERIFY(bytes.indexOf(dsn2) < bytes.indexOf(fieldMap2));
+    QVERIFY(bytes.contains("\xAC")); // the not sign is one byte
+    QVERIFY(!bytes.contains("'"));
+
+    // A second save of the same choices rewrites every key in place.
+    QVERIFY(SaveImportSettings(choices, number, message));
+    QCOMPARE(fileBytes(), bytes);
+}
+
+void TestImportSettings::saveThenLoadFullChoices()
+{
+    writeFile(dsnSection({"Sales"}));
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    choices.FilterMethod = 1;
+    choices.SelectedTable = "Order Lines";
+    choices.AdvancedSQLString = "select Email,\r\n  Name\r\nfrom People";
+    choices.VTGroup = "Customers 2026";
+    choices.ReplaceExisting = false;
+    choices.FieldMappings.Add("EMailAddress", "Email");
+    choices.FieldMappings.Add("Title", "");
+    choices.FieldMappings.Add("FirstName", " First Name ");
+    choices.FieldMappings.Add("city", "Town");
+    choices.Rules.Add("Town", "Equals", "=", "'Leeds'", "And");
+    choices.Rules.Add("Name", "is like", "like", "'O''Neil%'", "Or");
+    choices.Rules.Add("Note", "Equals", "=", "'50" + kNot + " off'", "And");
+    choices.Rules.Add(" Age", "is Greater Than", ">", "30", "Or");
+
+    long number = 0;
+    QString message;
+    QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+
+    ImportChoices loaded;
+    loaded.DSNName = "Sales";
+    QVERIFY2(LoadImportSettings(loaded, message), qPrintable(message));
+    QCOMPARE(loaded.FilterMethod, 1L);
+    QCOMPARE(loaded.SelectedTable, QString("Order Lines"));
+    QCOMPARE(loaded.AdvancedSQLString, QString("select Email,\r\n  Name\r\nfrom People"));
+    QCOMPARE(loaded.VTGroup, QString("Customers 2026"));
+    QCOMPARE(loaded.ReplaceExisting, false);
+    // The unmapped entry is not restored; the others come back as written, key case and
+    // blanks included.
+    QCOMPARE(dumpMappings(loaded.FieldMappings),
+             QStringList({"EMailAddress=Email", "FirstName= First Name ", "city=Town"}));
+    // A not sign that was part of a value comes back as an apostrophe.
+    QCOMPARE(dumpRules(loaded.Rules),
+             QStringList({"And|Town|Equals|=|'Leeds'", "Or|Name|is like|like|'O''Neil%'",
+                          "And|Note|Equals|=|'50' off'", "Or| Age|is Greater Than|>|30"}));
+}
+
+void TestImportSettings::shorterSaveBlanksSurplus()
+{
+    writeFile(dsnSection({"Sales"}));
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    for (int j = 1; j <= 30; ++j) {
+        choices.FieldMappings.Add("Host" + QString::number(j), "Db" + QString::number(j));
+        choices.Rules.Add("F" + QString::number(j), "Equals", "=", QString::number(j), "And");
+    }
+    long number = 0;
+    QString message;
+    QVERIFY(SaveImportSettings(choices, number, message));
+
+    choices.FieldMappings.Clear();
+    choices.Rules.Clear();
+    for (int j = 1; j <= 21; ++j)
+        choices.FieldMappings.Add("Key" + QString::number(j), j == 5 ? "" : "New" + QString::number(j));
+    choices.Rules.Add("Only", "Equals", "=", "1", "Or");
+    QVERIFY(SaveImportSettings(choices, number, message));
+
+    const QByteArray bytes = fileBytes();
+    QVERIFY(bytes.contains("VTField21=Key21\r\nDBField21=New21\r\nVTField22=\r\nDBField22=\r\n"));
+    QVERIFY(bytes.contains("VTField30=\r\nDBField30=\r\n"));
+    QVERIFY(!bytes.contains("VTField31"));
+    QVERIFY(bytes.contains("FieldName2=\r\nOpDisplay2=\r\nOpSQL2=\r\nValue2=\r\nLogicalOp2=\r\n"));
+    QVERIFY(!bytes.contains("Db"));
+
+    ImportChoices loaded;
+    loaded.DSNName = "Sales";
+    QVERIFY(LoadImportSettings(loaded, message));
+    QCOMPARE(loaded.FieldMappings.Count(), 20);
+    QCOMPARE(loaded.FieldMappings.Item(20)->VTField, QString("Key21"));
+    QVERIFY(!loaded.FieldMappings.Item("Key5"));
+    QCOMPARE(dumpRules(loaded.Rules), QStringList{"Or|Only|Equals|=|1"});
+
+    // Saving the same short lists again writes nothing more: the blank keys stay alone.
+    QVERIFY(SaveImportSettings(choices, number, message));
+    QCOMPARE(fileBytes(), bytes);
+}
+
+void TestImportSettings::onlyFiftyEntriesKept()
+{
+    writeFile(dsnSection({"Sales"}));
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    for (int j = 1; j <= 60; ++j) {
+        choices.FieldMappings.Add("Host" + QString::number(j), "Db" + QString::number(j));
+        choices.Rules.Add("F" + QString::number(j), "Equals", "=", QString::number(j), "And");
+    }
+    long number = 0;
+    QString message;
+    QVERIFY(SaveImportSettings(choices, number, message));
+    const QByteArray bytes = fileBytes();
+    QVERIFY(bytes.contains("DBField50=Db50\r\n"));
+    QVERIFY(bytes.contains("LogicalOp50=And\r\n"));
+    QVERIFY(!bytes.contains("51="));
+
+    ImportChoices loaded;
+    loaded.DSNName = "Sales";
+    QVERIFY(LoadImportSettings(loaded, message));
+    QCOMPARE(loaded.FieldMappings.Count(), 50);
+    QCOMPARE(loaded.Rules.Count(), 50);
+}
+
+void TestImportSettings::loadReadsHandEditedValues_data()
+{
+    QTest::addColumn<QString>("filterMethod");
+    QTest::addColumn<QString>("replaceExisting");
+    QTest::addColumn<long>("method");
+    QTest::addColumn<bool>("replace");
+
+    QTest::newRow("1 and True") << "1" << "True" << 1L << true;
+    QTest::newRow("blanks around") << "  1 " << " tRuE  " << 1L << true;
+    QTest::newRow("upper case") << "0" << "TRUE" << 0L << true;
+    QTest::newRow("other numbers") << "2" << "yes" << 0L << false;
+    QTest::newRow("leading zero") << "01" << "1" << 0L << false;
+    QTest::newRow("False") << "-1" << "False" << 0L << false;
+    QTest::newRow("empty") << "" << "" << 0L << false;
+    QTest::newRow("garbage") << "one" << "True!" << 0L << false;
+}
+
+void TestImportSettings::loadReadsHandEditedValues()
+{
+    QFETCH(QString, filterMethod);
+    QFETCH(QString, replaceExisting);
+    QFETCH(long, method);
+    QFETCH(bool, replace);
+
+    QStringList lines = dsnSection({"Sales"});
+    lines << "[dsn1]" << "filtermethod=" + filterMethod << "SELECTEDTABLE=  People "
+          << "AdvancedSQLString=  select 1" + kNot + "from x " << "VTGroup= Friends "
+          << "ReplaceExisting=" + replaceExisting;
+    writeFile(lines);
+
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    choices.FilterMethod = 1;
+    choices.ReplaceExisting = !replace;
+    QString message;
+    QVERIFY(LoadImportSettings(choices, message));
+    QCOMPARE(choices.FilterMethod, method);
+    QCOMPARE(choices.ReplaceExisting, replace);
+    QCOMPARE(choices.SelectedTable, QString("People"));
+    QCOMPARE(choices.AdvancedSQLString, QString("select 1\r\nfrom x"));
+    QCOMPARE(choices.VTGroup, QString("Friends"));
+}
+
+void TestImportSettings::loadStopsAtEmptyEntries()
+{
+    QStringList lines = dsnSection({"Sales"});
+    lines << "[FieldMap1]" << "VTField1=EMailAddress" << "DBField1= Mail "
+          << "VTField2=Title" << "DBField2=   "
+          << "VTField3=" << "DBField3=Orphan"
+          << "VTField4=" << "DBField4="
+          << "VTField5=City" << "DBField5=Town"
+          << "[Rules1]" << "FieldName1=Town" << "OpDisplay1=Equals" << "OpSQL1==" << "Value1=1"
+          << "LogicalOp1=Or" << "FieldName2=  " << "Value2=skipped" << "FieldName3=Age"
+          << "OpSQL3=>" << "Value3=3";
+    writeFile(lines);
+
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    choices.FieldMappings.Add("Fax", "Kept");
+    QString message;
+    QVERIFY(LoadImportSettings(choices, message));
+    // Loading adds to what the record holds.
+    QCOMPARE(dumpMappings(choices.FieldMappings),
+             QStringList({"Fax=Kept", "EMailAddress= Mail ", "=Orphan"}));
+    QCOMPARE(dumpRules(choices.Rules), QStringList{"Or|Town|Equals|=|1"});
+}
+
+void TestImportSettings::loadCutsLongValues()
+{
+    const QString longSql = "select " + QString(600, QLatin1Char('x'));
+    QStringList lines = dsnSection({"Sales"});
+    lines << "[DSN1]" << "AdvancedSQLString=" + longSql << "SelectedTable=" + QString(520, 'T');
+    writeFile(lines);
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    QString message;
+    QVERIFY(LoadImportSettings(choices, message));
+    QCOMPARE(choices.AdvancedSQLString, longSql.left(511));
+    QCOMPARE(choices.SelectedTable, QString(511, 'T'));
+}
+
+void TestImportSettings::duplicateMappingKeyEndsLoad()
+{
+    QStringList lines = dsnSection({"Sales"});
+    lines << "[DSN1]" << "VTGroup=Friends"
+          << "[FieldMap1]" << "VTField1=City" << "DBField1=Town" << "VTField2=CITY"
+          << "DBField2=Place" << "VTField3=Zip" << "DBField3=Post"
+          << "[Rules1]" << "FieldName1=Town" << "Value1=1";
+    writeFile(lines);
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    QString message;
+    QVERIFY(!LoadImportSettings(choices, message));
+    QVERIFY2(message.startsWith(QString::number(AppError::DuplicateKey) + " - "),
+             qPrintable(message));
+    QCOMPARE(choices.VTGroup, QString("Friends"));
+    QCOMPARE(dumpMappings(choices.FieldMappings), QStringList{"City=Town"});
+    QCOMPARE(choices.Rules.Count(), 0);
+}
+
+void TestImportSettings::saveFailureReportsTheError()
+{
+    // The settings file turns out to be a folder: the first read finds nothing to match.
+    QVERIFY(QDir(m_dir.path()).mkpath("dbimport.ini"));
+    ImportChoices choices;
+    choices.DSNName = "";
+    long number = -1;
+    QString message;
+    // An empty name matches the first empty slot, and the write then fails.
+    const bool saved = SaveImportSettings(choices, number, message);
+    QVERIFY(QDir(m_dir.path()).rmdir("dbimport.ini"));
+    QVERIFY(!saved);
+    QVERIFY(number != 0);
+    QVERIFY(!message.isEmpty());
+    QVERIFY(message != "DSN not found, cannot save associated data.");
+}
+
+void TestImportSettings::unstorableTextIsRefused()
+{
+    writeFile(dsnSection({"Sales"}));
+    ImportChoices choices;
+    choices.DSNName = "Sales";
+    choices.VTGroup = "Friends";
+    choices.SelectedTable = QStringLiteral("\u8868");
+    long number = 0;
+    QString message;
+    QVERIFY(!SaveImportSettings(choices, number, message));
+    QCOMPARE(number, long(AppError::Encoding));
+    QVERIFY2(message.contains("Windows-1252"), qPrintable(message));
+    // The connection list itself is never damaged by a failed save.
+    QVERIFY(fileBytes().startsWith(iniBytes(dsnSection({"Sales"}))));
+}
+
+QTEST_GUILESS_MAIN(TestImportSettings)
+#include "tst_importsettings.moc"
