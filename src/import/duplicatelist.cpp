@@ -1,0 +1,112 @@
+#include "duplicatelist.h"
+
+#include <cstring>
+#include <limits>
+
+#include "util/apperror.h"
+
+namespace {
+constexpr std::size_t kInitialSlots = 1024; // a power of two
+constexpr std::size_t kLengthBytes = 4;
+
+std::uint32_t readLength(const char* p)
+{
+    std::uint32_t length;
+    std::memcpy(&length, p, kLengthBytes);
+    return length;
+}
+} // namespace
+
+DuplicateCheckList::DuplicateCheckList() { clear(); }
+
+void DuplicateCheckList::clear()
+{
+    std::vector<char>().swap(m_arena);
+    m_slots.assign(kInitialSlots, Slot{0, 0});
+    m_count = 0;
+}
+
+std::size_t DuplicateCheckList::memoryUsed() const
+{
+    return m_arena.capacity() + m_slots.capacity() * sizeof(Slot);
+}
+
+// FNV-1a: short keys, no allocation, good enough spread for addresses.
+std::uint32_t DuplicateCheckList::hashOf(const char* data, std::size_t size)
+{
+    std::uint32_t h = 2166136261u;
+    for (std::size_t i = 0; i < size; ++i) {
+        h ^= static_cast<unsigned char>(data[i]);
+        h *= 16777619u;
+    }
+    // Mix the high bits down, since the table index uses the low ones.
+    h ^= h >> 15;
+    h *= 0x2c1b3c6dU;
+    h ^= h >> 12;
+    return h;
+}
+
+std::size_t DuplicateCheckList::probe(const char* data, std::size_t size, std::uint32_t hash) const
+{
+    const std::size_t mask = m_slots.size() - 1;
+    std::size_t i = hash & mask;
+    for (;;) {
+        const Slot& slot = m_slots[i];
+        if (slot.offset == 0)
+            return i;
+        if (slot.hash == hash) {
+            const char* entry = m_arena.data() + (slot.offset - 1);
+            if (readLength(entry) == size && std::memcmp(entry + kLengthBytes, data, size) == 0)
+                return i;
+        }
+        i = (i + 1) & mask;
+    }
+}
+
+void DuplicateCheckList::grow()
+{
+    std::vector<Slot> old;
+    old.swap(m_slots);
+    m_slots.assign(old.size() * 2, Slot{0, 0});
+    const std::size_t mask = m_slots.size() - 1;
+    for (const Slot& slot : old) {
+        if (slot.offset == 0)
+            continue;
+        std::size_t i = slot.hash & mask;
+        while (m_slots[i].offset != 0)
+            i = (i + 1) & mask;
+        m_slots[i] = slot;
+    }
+}
+
+bool DuplicateCheckList::add(const QString& address)
+{
+    const QByteArray key = address.toLower().toUtf8();
+    const std::size_t size = std::size_t(key.size());
+    const std::uint32_t hash = hashOf(key.constData(), size);
+    std::size_t i = probe(key.constData(), size, hash);
+    if (m_slots[i].offset != 0)
+        return false;
+
+    const std::size_t offset = m_arena.size();
+    if (offset + kLengthBytes + size >= std::numeric_limits<std::uint32_t>::max()
+        || m_count == std::numeric_limits<qint32>::max())
+        throw AppError(7, QStringLiteral("Out of memory"));
+    const std::uint32_t length = std::uint32_t(size);
+    m_arena.resize(offset + kLengthBytes + size);
+    std::memcpy(m_arena.data() + offset, &length, kLengthBytes);
+    std::memcpy(m_arena.data() + offset + kLengthBytes, key.constData(), size);
+    m_slots[i] = Slot{std::uint32_t(offset + 1), hash};
+    ++m_count;
+    // Keep the table at most half full so probe runs stay short.
+    if (std::size_t(m_count) * 2 > m_slots.size())
+        grow();
+    return true;
+}
+
+bool DuplicateCheckList::contains(const QString& address) const
+{
+    const QByteArray key = address.toLower().toUtf8();
+    const std::uint32_t hash = hashOf(key.constData(), std::size_t(key.size()));
+    return m_slots[probe(key.constData(), std::size_t(key.size()), hash)].offset != 0;
+}

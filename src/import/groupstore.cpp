@@ -1,0 +1,685 @@
+#include "groupstore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+
+#include <sqlite3.h>
+
+#include <vector>
+
+#include "util/apperror.h"
+
+namespace {
+
+constexpr int kDefaultBatchSize = 5000;
+
+[[noreturn]] void fail(const QString& description, long number = AppError::GroupStore)
+{
+    throw AppError(number, description);
+}
+
+[[noreturn]] void failSqlite(sqlite3* db, const QString& what)
+{
+    QString message = db ? QString::fromUtf8(sqlite3_errmsg(db)) : QStringLiteral("out of memory");
+    fail(what + QStringLiteral(": ") + message);
+}
+
+QString quoted(const QString& identifier)
+{
+    QString q = identifier;
+    q.replace(QLatin1Char('"'), QStringLiteral("\"\""));
+    return QLatin1Char('"') + q + QLatin1Char('"');
+}
+
+void exec(sqlite3* db, const char* sql, const QString& what)
+{
+    char* error = nullptr;
+    if (sqlite3_exec(db, sql, nullptr, nullptr, &error) != SQLITE_OK) {
+        QString message = error ? QString::fromUtf8(error) : QString();
+        sqlite3_free(error);
+        fail(what + QStringLiteral(": ") + message);
+    }
+}
+
+// Cuts text to at most length characters, never splitting a surrogate pair.
+QString cutToLength(const QString& text, int length)
+{
+    if (length <= 0 || text.size() <= length)
+        return text;
+    int characters = 0;
+    qsizetype i = 0;
+    while (i < text.size() && characters < length) {
+        if (text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate())
+            i += 2;
+        else
+            ++i;
+        ++characters;
+    }
+    return text.left(i);
+}
+
+bool isAscii(const QString& text)
+{
+    for (QChar c : text) {
+        if (c.unicode() >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+QString columnText(sqlite3_stmt* stmt, int column)
+{
+    const void* data = sqlite3_column_text16(stmt, column);
+    if (!data)
+        return QString();
+    const int bytes = sqlite3_column_bytes16(stmt, column);
+    return QString(static_cast<const QChar*>(data), bytes / 2);
+}
+
+// Lower-cases the argument the way the import's duplicate list does, so that a find for
+// an address that differs from the stored one only in (non-ASCII) case still succeeds.
+void foldFunction(sqlite3_context* context, int, sqlite3_value** argv)
+{
+    if (sqlite3_value_type(argv[0]) == SQLITE_NULL) {
+        sqlite3_result_null(context);
+        return;
+    }
+    const void* data = sqlite3_value_text16(argv[0]);
+    const int bytes = sqlite3_value_bytes16(argv[0]);
+    const QString folded = QString(static_cast<const QChar*>(data), bytes / 2).toLower();
+    sqlite3_result_text16(context, folded.utf16(), int(folded.size() * 2), SQLITE_TRANSIENT);
+}
+
+class Statement
+{
+public:
+    Statement() = default;
+    ~Statement() { reset(); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    void prepare(sqlite3* db, const QString& sql)
+    {
+        reset();
+        const QByteArray utf8 = sql.toUtf8();
+        if (sqlite3_prepare_v2(db, utf8.constData(), int(utf8.size()), &m_stmt, nullptr) != SQLITE_OK) {
+            m_stmt = nullptr;
+            failSqlite(db, QStringLiteral("Cannot prepare the Group statement"));
+        }
+    }
+    void reset()
+    {
+        if (m_stmt)
+            sqlite3_finalize(m_stmt);
+        m_stmt = nullptr;
+    }
+    sqlite3_stmt* get() const { return m_stmt; }
+    explicit operator bool() const { return m_stmt != nullptr; }
+
+private:
+    sqlite3_stmt* m_stmt = nullptr;
+};
+
+} // namespace
+
+const QList<GroupStore::FieldDef>& GroupStore::groupFields()
+{
+    static const QList<FieldDef> fields = {
+        {QStringLiteral("Title"), Text, 10},      {QStringLiteral("FirstName"), Text, 30},
+        {QStringLiteral("LastName"), Text, 30},   {QStringLiteral("EmailAddress"), Text, 100},
+        {QStringLiteral("Initial"), Text, 10},    {QStringLiteral("Address1"), Text, 30},
+        {QStringLiteral("Address2"), Text, 30},   {QStringLiteral("City"), Text, 30},
+        {QStringLiteral("State"), Text, 30},      {QStringLiteral("Zip"), Text, 15},
+        {QStringLiteral("Country"), Text, 30},    {QStringLiteral("Company"), Text, 50},
+        {QStringLiteral("JobTitle"), Text, 50},   {QStringLiteral("WEB"), Text, 75},
+        {QStringLiteral("Telephone"), Text, 25},  {QStringLiteral("FAX"), Text, 25},
+        {QStringLiteral("Field1"), Text, 50},     {QStringLiteral("Field2"), Text, 50},
+        {QStringLiteral("Field3"), Text, 50},     {QStringLiteral("Field4"), Text, 50},
+        {QStringLiteral("DateAdded"), Date, 0},
+    };
+    return fields;
+}
+
+class GroupStore::Private
+{
+public:
+    enum class Current { None, Cursor, New, Row };
+
+    sqlite3* db = nullptr;
+    QStringList columns;
+    std::vector<int> lengths;
+    QHash<QString, int> indexByLowerName;
+
+    Statement insert;
+    Statement update;
+    Statement cursor;
+    std::vector<std::unique_ptr<Statement>> finds;
+
+    Current current = Current::None;
+    sqlite3_int64 rowid = 0;
+    std::vector<QString> values;
+    std::vector<bool> isSet;
+    bool dirty = false;
+    bool cursorAtEnd = true;
+    bool noMatch = false;
+
+    bool inTransaction = false;
+    int pendingRows = 0;
+    int batchSize = kDefaultBatchSize;
+
+    void requireOpen() const
+    {
+        if (!db)
+            fail(QStringLiteral("The Group file is not open"));
+    }
+
+    int requireField(const QString& name) const
+    {
+        const auto it = indexByLowerName.constFind(name.toLower());
+        if (it == indexByLowerName.constEnd())
+            fail(QStringLiteral("The Group has no field ") + name, 3265);
+        return it.value();
+    }
+
+    void begin()
+    {
+        if (!inTransaction) {
+            exec(db, "BEGIN", QStringLiteral("Cannot start writing to the Group"));
+            inTransaction = true;
+        }
+    }
+
+    void commit()
+    {
+        if (inTransaction) {
+            exec(db, "COMMIT", QStringLiteral("Cannot write to the Group"));
+            inTransaction = false;
+            pendingRows = 0;
+        }
+    }
+
+    void clearBuffer()
+    {
+        for (auto& v : values)
+            v.clear();
+        std::fill(isSet.begin(), isSet.end(), false);
+    }
+
+    void bindValues(sqlite3_stmt* stmt)
+    {
+        for (int i = 0; i < int(values.size()); ++i) {
+            int rc;
+            if (isSet[size_t(i)])
+                rc = sqlite3_bind_text16(stmt, i + 1, values[size_t(i)].utf16(),
+                                         int(values[size_t(i)].size() * 2), SQLITE_STATIC);
+            else
+                rc = sqlite3_bind_null(stmt, i + 1);
+            if (rc != SQLITE_OK)
+                failSqlite(db, QStringLiteral("Cannot write to the Group"));
+        }
+    }
+
+    void runWrite(sqlite3_stmt* stmt)
+    {
+        const int rc = sqlite3_step(stmt);
+        sqlite3_reset(stmt);
+        sqlite3_clear_bindings(stmt);
+        if (rc != SQLITE_DONE)
+            failSqlite(db, QStringLiteral("Cannot write to the Group"));
+    }
+
+    // Writes the current record if it holds anything not yet in the file.
+    void flush()
+    {
+        if (current == Current::New) {
+            begin();
+            bindValues(insert.get());
+            runWrite(insert.get());
+            rowid = sqlite3_last_insert_rowid(db);
+            current = Current::Row;
+            dirty = false;
+            afterWrite();
+        } else if (current == Current::Row && dirty) {
+            begin();
+            bindValues(update.get());
+            if (sqlite3_bind_int64(update.get(), int(values.size()) + 1, rowid) != SQLITE_OK)
+                failSqlite(db, QStringLiteral("Cannot write to the Group"));
+            runWrite(update.get());
+            dirty = false;
+            afterWrite();
+        }
+    }
+
+    void afterWrite()
+    {
+        if (++pendingRows >= batchSize)
+            commit();
+    }
+
+    // Copies the row under a statement (rowid first, then the columns) into the buffer.
+    void loadRow(sqlite3_stmt* stmt)
+    {
+        rowid = sqlite3_column_int64(stmt, 0);
+        for (int i = 0; i < int(values.size()); ++i) {
+            const bool isNull = sqlite3_column_type(stmt, i + 1) == SQLITE_NULL;
+            isSet[size_t(i)] = !isNull;
+            values[size_t(i)] = isNull ? QString() : columnText(stmt, i + 1);
+        }
+        dirty = false;
+    }
+
+    QString selectColumns() const
+    {
+        QStringList parts{QStringLiteral("rowid")};
+        for (const QString& c : columns)
+            parts << quoted(c);
+        return parts.join(QLatin1Char(','));
+    }
+
+    void stepCursor()
+    {
+        const int rc = sqlite3_step(cursor.get());
+        if (rc == SQLITE_ROW) {
+            current = Current::Cursor;
+            rowid = sqlite3_column_int64(cursor.get(), 0);
+            cursorAtEnd = false;
+        } else {
+            cursorAtEnd = true;
+            current = Current::None;
+            cursor.reset();
+            if (rc != SQLITE_DONE)
+                failSqlite(db, QStringLiteral("Cannot read the Group"));
+        }
+    }
+
+    void stopCursor()
+    {
+        if (current == Current::Cursor)
+            current = Current::None;
+        cursor.reset();
+        cursorAtEnd = true;
+    }
+
+    // Turns a cursor row into a buffered one before it is changed.
+    void bufferCursorRow()
+    {
+        if (current == Current::Cursor) {
+            loadRow(cursor.get());
+            current = Current::Row;
+        }
+    }
+
+    bool findWith(sqlite3_stmt* stmt, const QString& value)
+    {
+        sqlite3_bind_text16(stmt, 1, value.utf16(), int(value.size() * 2), SQLITE_STATIC);
+        const int rc = sqlite3_step(stmt);
+        bool found = false;
+        if (rc == SQLITE_ROW) {
+            loadRow(stmt);
+            current = Current::Row;
+            found = true;
+        }
+        sqlite3_reset(stmt);
+        sqlite3_clear_bindings(stmt);
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+            failSqlite(db, QStringLiteral("Cannot search the Group"));
+        return found;
+    }
+
+    void closeHandle()
+    {
+        insert.reset();
+        update.reset();
+        cursor.reset();
+        finds.clear();
+        if (db)
+            sqlite3_close_v2(db);
+        db = nullptr;
+        current = Current::None;
+        columns.clear();
+        lengths.clear();
+        indexByLowerName.clear();
+        values.clear();
+        isSet.clear();
+        inTransaction = false;
+        pendingRows = 0;
+        cursorAtEnd = true;
+        dirty = false;
+    }
+};
+
+GroupStore::GroupStore() : d(std::make_unique<Private>()) {}
+
+GroupStore::~GroupStore()
+{
+    try {
+        close();
+    } catch (const AppError&) {
+        // A destructor cannot report; close() has already released the file.
+    }
+}
+
+bool GroupStore::checkFile(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.isFile() || !info.isReadable())
+        return false;
+    // Read-write when allowed, so that a batch left half-written by a killed run is rolled
+    // back here rather than making the file look unreadable.
+    sqlite3* db = nullptr;
+    const int flags = info.isWritable() ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+    bool ok = false;
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, flags, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 5000);
+        sqlite3_stmt* stmt = nullptr;
+        if (sqlite3_prepare_v2(db,
+                               "SELECT 1 FROM sqlite_master WHERE type='table' AND "
+                               "name='Recipients' COLLATE NOCASE",
+                               -1, &stmt, nullptr) == SQLITE_OK) {
+            ok = sqlite3_step(stmt) == SQLITE_ROW;
+        }
+        sqlite3_finalize(stmt);
+    }
+    sqlite3_close_v2(db);
+    return ok;
+}
+
+void GroupStore::createFile(const QString& path, const QList<FieldDef>& fields)
+{
+    const QFileInfo info(path);
+    if (info.exists())
+        fail(QStringLiteral("File already exists"), 58);
+    if (!info.dir().exists())
+        fail(QStringLiteral("Path not found"), AppError::PathNotFound);
+
+    sqlite3* db = nullptr;
+    const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &db,
+                                   SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+    try {
+        if (rc != SQLITE_OK)
+            failSqlite(db, QStringLiteral("Cannot create the Group file"));
+        QStringList columns;
+        for (const FieldDef& f : fields)
+            columns << quoted(f.name) + QStringLiteral(" TEXT");
+        Statement stmt;
+        exec(db, "BEGIN", QStringLiteral("Cannot create the Group file"));
+        stmt.prepare(db, QStringLiteral("CREATE TABLE Recipients (") + columns.join(QStringLiteral(", "))
+                             + QLatin1Char(')'));
+        if (sqlite3_step(stmt.get()) != SQLITE_DONE)
+            failSqlite(db, QStringLiteral("Cannot create the Group file"));
+        exec(db,
+             "CREATE TABLE Fields (Position INTEGER, Name TEXT, Type INTEGER, Length INTEGER)",
+             QStringLiteral("Cannot create the Group file"));
+        stmt.prepare(db, QStringLiteral("INSERT INTO Fields (Position, Name, Type, Length) "
+                                        "VALUES (?1, ?2, ?3, ?4)"));
+        int position = 1;
+        for (const FieldDef& f : fields) {
+            const QByteArray name = f.name.toUtf8();
+            sqlite3_bind_int(stmt.get(), 1, position++);
+            sqlite3_bind_text(stmt.get(), 2, name.constData(), int(name.size()), SQLITE_TRANSIENT);
+            sqlite3_bind_int(stmt.get(), 3, f.type);
+            sqlite3_bind_int(stmt.get(), 4, f.type == Date ? 0 : f.length);
+            if (sqlite3_step(stmt.get()) != SQLITE_DONE)
+                failSqlite(db, QStringLiteral("Cannot create the Group file"));
+            sqlite3_reset(stmt.get());
+        }
+        bool hasEmail = false;
+        for (const FieldDef& f : fields)
+            hasEmail = hasEmail || f.name.compare(QLatin1String("EmailAddress"), Qt::CaseInsensitive) == 0;
+        if (hasEmail) {
+            exec(db,
+                 "CREATE INDEX RecipientsEmailAddress ON Recipients (EmailAddress COLLATE NOCASE)",
+                 QStringLiteral("Cannot create the Group file"));
+        }
+        stmt.reset();
+        exec(db, "COMMIT", QStringLiteral("Cannot create the Group file"));
+        if (sqlite3_close(db) != SQLITE_OK)
+            failSqlite(db, QStringLiteral("Cannot create the Group file"));
+    } catch (const AppError& e) {
+        sqlite3_close_v2(db);
+        QFile::remove(path);
+        QFile::remove(path + QStringLiteral("-journal"));
+        if (!QFileInfo(info.absolutePath()).isWritable())
+            throw AppError(AppError::PermissionDenied,
+                           QStringLiteral("Permission denied (") + e.description() + QLatin1Char(')'));
+        throw;
+    }
+}
+
+void GroupStore::open(const QString& path)
+{
+    close();
+    if (!QFileInfo::exists(path))
+        fail(QStringLiteral("File not found: ") + path, AppError::FileNotFound);
+    sqlite3* db = nullptr;
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr)
+        != SQLITE_OK) {
+        const QString message = QString::fromUtf8(sqlite3_errmsg(db));
+        sqlite3_close_v2(db);
+        fail(QStringLiteral("Cannot open the Group file: ") + message);
+    }
+    d->db = db;
+    try {
+        sqlite3_busy_timeout(db, 5000);
+        sqlite3_create_function_v2(db, "dbimport_fold", 1, SQLITE_UTF16 | SQLITE_DETERMINISTIC,
+                                   nullptr, foldFunction, nullptr, nullptr, nullptr);
+        // A larger page cache keeps the e-mail index in memory while a big import appends;
+        // NORMAL sync still leaves every committed batch intact after a crash of the process.
+        exec(db, "PRAGMA cache_size=-65536", QStringLiteral("Cannot open the Group file"));
+        exec(db, "PRAGMA synchronous=NORMAL", QStringLiteral("Cannot open the Group file"));
+
+        Statement info;
+        info.prepare(db, QStringLiteral("PRAGMA table_info(Recipients)"));
+        while (sqlite3_step(info.get()) == SQLITE_ROW)
+            d->columns << QString::fromUtf8(
+                reinterpret_cast<const char*>(sqlite3_column_text(info.get(), 1)));
+        if (d->columns.isEmpty())
+            fail(QStringLiteral("The file is not a Group file (no table Recipients)"));
+
+        d->lengths.assign(size_t(d->columns.size()), 0);
+        for (int i = 0; i < d->columns.size(); ++i)
+            d->indexByLowerName.insert(d->columns.at(i).toLower(), i);
+
+        // The definitions are optional: a Group without them simply has no length limits.
+        sqlite3_stmt* fieldsStmt = nullptr;
+        if (sqlite3_prepare_v2(db, "SELECT Name, Type, Length FROM Fields", -1, &fieldsStmt,
+                               nullptr) == SQLITE_OK) {
+            while (sqlite3_step(fieldsStmt) == SQLITE_ROW) {
+                const QString name = QString::fromUtf8(
+                    reinterpret_cast<const char*>(sqlite3_column_text(fieldsStmt, 0)));
+                const auto it = d->indexByLowerName.constFind(name.toLower());
+                if (it != d->indexByLowerName.constEnd() && sqlite3_column_int(fieldsStmt, 1) == Text)
+                    d->lengths[size_t(it.value())] = sqlite3_column_int(fieldsStmt, 2);
+            }
+        }
+        sqlite3_finalize(fieldsStmt);
+
+        QStringList names, params, assignments;
+        for (int i = 0; i < d->columns.size(); ++i) {
+            names << quoted(d->columns.at(i));
+            params << QStringLiteral("?%1").arg(i + 1);
+            assignments << quoted(d->columns.at(i)) + QStringLiteral("=?%1").arg(i + 1);
+        }
+        d->insert.prepare(db, QStringLiteral("INSERT INTO Recipients (") + names.join(QLatin1Char(','))
+                                  + QStringLiteral(") VALUES (") + params.join(QLatin1Char(','))
+                                  + QLatin1Char(')'));
+        d->update.prepare(db, QStringLiteral("UPDATE Recipients SET ")
+                                  + assignments.join(QLatin1Char(','))
+                                  + QStringLiteral(" WHERE rowid=?%1").arg(d->columns.size() + 1));
+        d->finds.resize(size_t(d->columns.size()) * 2);
+        d->values.assign(size_t(d->columns.size()), QString());
+        d->isSet.assign(size_t(d->columns.size()), false);
+        d->current = Private::Current::None;
+        d->noMatch = false;
+    } catch (...) {
+        d->closeHandle();
+        throw;
+    }
+}
+
+bool GroupStore::isOpen() const { return d->db != nullptr; }
+
+void GroupStore::close()
+{
+    if (!d->db)
+        return;
+    try {
+        d->stopCursor();
+        d->flush();
+        d->commit();
+    } catch (...) {
+        d->closeHandle();
+        throw;
+    }
+    d->closeHandle();
+}
+
+qint32 GroupStore::recordCount()
+{
+    d->requireOpen();
+    d->flush();
+    sqlite3_stmt* stmt = nullptr;
+    if (sqlite3_prepare_v2(d->db, "SELECT COUNT(*) FROM Recipients", -1, &stmt, nullptr) != SQLITE_OK)
+        failSqlite(d->db, QStringLiteral("Cannot count the Group's records"));
+    const int rc = sqlite3_step(stmt);
+    const qint64 count = rc == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : 0;
+    sqlite3_finalize(stmt);
+    if (rc != SQLITE_ROW)
+        failSqlite(d->db, QStringLiteral("Cannot count the Group's records"));
+    return qint32(count);
+}
+
+void GroupStore::moveFirst()
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->cursor.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
+                                 + QStringLiteral(" FROM Recipients ORDER BY rowid"));
+    d->stepCursor();
+}
+
+void GroupStore::moveNext()
+{
+    d->requireOpen();
+    if (d->current == Private::Current::Row || d->current == Private::Current::New)
+        d->flush();
+    if (!d->cursor) {
+        // No sequential read under way (after an add or a find): continue after the
+        // current row in file order.
+        const sqlite3_int64 after = d->current == Private::Current::None ? -1 : d->rowid;
+        d->current = Private::Current::None;
+        if (after < 0) {
+            d->cursorAtEnd = true;
+            return;
+        }
+        d->cursor.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
+                                     + QStringLiteral(" FROM Recipients WHERE rowid>?1 ORDER BY rowid"));
+        sqlite3_bind_int64(d->cursor.get(), 1, after);
+        d->stepCursor();
+        return;
+    }
+    d->stepCursor();
+}
+
+bool GroupStore::atEnd() const
+{
+    return d->current == Private::Current::None && d->cursorAtEnd;
+}
+
+int GroupStore::fieldIndex(const QString& name) const
+{
+    return d->indexByLowerName.value(name.toLower(), -1);
+}
+
+QStringList GroupStore::fieldNames() const { return d->columns; }
+
+QString GroupStore::getField(const QString& name)
+{
+    d->requireOpen();
+    return getField(d->requireField(name));
+}
+
+QString GroupStore::getField(int index)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    switch (d->current) {
+    case Private::Current::Cursor:
+        return columnText(d->cursor.get(), index + 1);
+    case Private::Current::New:
+    case Private::Current::Row:
+        return d->values[size_t(index)];
+    case Private::Current::None:
+        break;
+    }
+    fail(QStringLiteral("No current record"));
+}
+
+void GroupStore::addRecord()
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->clearBuffer();
+    d->current = Private::Current::New;
+    d->dirty = true;
+}
+
+void GroupStore::setField(const QString& name, const QString& value)
+{
+    d->requireOpen();
+    setField(d->requireField(name), value);
+}
+
+void GroupStore::setField(int index, const QString& value)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    d->bufferCursorRow();
+    if (d->current == Private::Current::None)
+        fail(QStringLiteral("No current record"));
+    d->values[size_t(index)] = cutToLength(value, d->lengths[size_t(index)]);
+    d->isSet[size_t(index)] = true;
+    d->dirty = true;
+}
+
+void GroupStore::find(const QString& field, const QString& comparison, const QString& value)
+{
+    d->requireOpen();
+    if (comparison.trimmed() != QLatin1String("="))
+        fail(QStringLiteral("Unsupported comparison ") + comparison, AppError::InvalidProcedureCall);
+    const int index = d->requireField(field);
+    d->flush();
+    d->stopCursor();
+    d->current = Private::Current::None;
+
+    auto statement = [&](size_t slot, const QString& where) -> sqlite3_stmt* {
+        auto& stmt = d->finds[slot];
+        if (!stmt) {
+            stmt = std::make_unique<Statement>();
+            stmt->prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
+                                     + QStringLiteral(" FROM Recipients WHERE ") + where
+                                     + QStringLiteral(" LIMIT 1"));
+        }
+        return stmt->get();
+    };
+
+    const QString column = quoted(d->columns.at(index));
+    bool found = d->findWith(statement(size_t(index) * 2, column + QStringLiteral("=?1 COLLATE NOCASE")), value);
+    // SQLite's NOCASE folds ASCII letters only.
+    if (!found && !isAscii(value)) {
+        found = d->findWith(
+            statement(size_t(index) * 2 + 1, QStringLiteral("dbimport_fold(") + column + QStringLiteral(")=?1")),
+            value.toLower());
+    }
+    d->noMatch = !found;
+}
+
+bool GroupStore::noMatch() const { return d->noMatch; }
+
+void GroupStore::setBatchSize(int rows) { d->batchSize = rows > 0 ? rows : 1; }

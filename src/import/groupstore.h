@@ -1,0 +1,78 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+
+// One Group file (a SQLite 3 database) opened for the import: table Recipients with one
+// TEXT column per Group field, table Fields with the definitions the Group was created
+// with, an index on EmailAddress without regard to case.
+//
+// There is one current record. Field values set on it are kept in memory and written when
+// the next add, find, move or close needs the row; writes are grouped in transactions of
+// a few thousand rows so that a killed process leaves a valid file holding every committed
+// batch. Every failure throws AppError(GroupStore).
+//
+// Paths are native paths.
+class GroupStore final
+{
+public:
+    // A field definition as the Group is created with it.
+    enum FieldType { Text = 0, Date = 6 };
+    struct FieldDef
+    {
+        QString name;
+        int type = Text;
+        int length = 0; // characters; 0 = no limit (the date)
+    };
+
+    GroupStore();
+    ~GroupStore(); // closes, keeping every record
+    GroupStore(const GroupStore&) = delete;
+    GroupStore& operator=(const GroupStore&) = delete;
+
+    // The 21 fields of a host Group in their order.
+    static const QList<FieldDef>& groupFields();
+
+    // True only for a readable SQLite file holding the table Recipients.
+    static bool checkFile(const QString& path);
+    // Creates a new Group file with these fields; throws when the file exists or cannot be
+    // written. Nothing is left behind on failure.
+    static void createFile(const QString& path, const QList<FieldDef>& fields);
+
+    void open(const QString& path);
+    bool isOpen() const;
+    void close();
+
+    qint32 recordCount();
+    void moveFirst();
+    void moveNext();
+    bool atEnd() const;
+
+    // Index of a field (names compared without regard to case), -1 when unknown.
+    int fieldIndex(const QString& name) const;
+    QStringList fieldNames() const;
+
+    // The current record's value; a NULL reads as an empty text.
+    QString getField(const QString& name);
+    QString getField(int index);
+
+    // A new, empty record becomes current.
+    void addRecord();
+    // Over-long text is cut to the field's length in characters.
+    void setField(const QString& name, const QString& value);
+    void setField(int index, const QString& value);
+
+    // Makes the first record whose field compares equal to value (without regard to case)
+    // current; comparison is "=" only. noMatch() tells whether one was found.
+    void find(const QString& field, const QString& comparison, const QString& value);
+    bool noMatch() const;
+
+    // Rows written per transaction (default 5000).
+    void setBatchSize(int rows);
+
+private:
+    class Private;
+    std::unique_ptr<Private> d;
+};
