@@ -73,7 +73,10 @@ private slots:
     void loadCutsLongValues();
     void duplicateMappingKeyEndsLoad();
     void saveFailureReportsTheError();
+    void unstorableTextIsRefused_data();
     void unstorableTextIsRefused();
+    void handEditedFileSurvivesSave_data();
+    void handEditedFileSurvivesSave();
 
 private:
     QByteArray fileBytes() const;
@@ -429,20 +432,112 @@ void TestImportSettings::saveFailureReportsTheError()
     QVERIFY(message != "DSN not found, cannot save associated data.");
 }
 
+void TestImportSettings::unstorableTextIsRefused_data()
+{
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<QString>("dbField");
+    QTest::addColumn<QString>("value");
+
+    QTest::newRow("table") << QStringLiteral("\u8868") << "Email" << "1";
+    QTest::newRow("mapped field") << "People" << QStringLiteral("E\u2010mail") << "1";
+    QTest::newRow("rule value") << "People" << "Email" << QStringLiteral("'\U0001F600'");
+}
+
 void TestImportSettings::unstorableTextIsRefused()
 {
-    writeFile(dsnSection({"Sales"}));
+    QFETCH(QString, table);
+    QFETCH(QString, dbField);
+    QFETCH(QString, value);
+
+    QStringList lines = dsnSection({"Sales"});
+    lines << "[DSN1]" << "FilterMethod=0" << "VTGroup=Old";
+    writeFile(lines);
+    const QByteArray before = fileBytes();
+
     ImportChoices choices;
     choices.DSNName = "Sales";
-    choices.VTGroup = "Friends";
-    choices.SelectedTable = QStringLiteral("\u8868");
+    choices.FilterMethod = 1;
+    choices.VTGroup = QStringLiteral("Caf\u00E9 \u20AC"); // both have a Windows-1252 code
+    choices.SelectedTable = table;
+    choices.AdvancedSQLString = "select 1\r\nfrom x";
+    choices.FieldMappings.Add("EMailAddress", dbField);
+    choices.Rules.Add("Town", "Equals", "=", value, "And");
     long number = 0;
     QString message;
     QVERIFY(!SaveImportSettings(choices, number, message));
     QCOMPARE(number, long(AppError::Encoding));
     QVERIFY2(message.contains("Windows-1252"), qPrintable(message));
-    // The connection list itself is never damaged by a failed save.
-    QVERIFY(fileBytes().startsWith(iniBytes(dsnSection({"Sales"}))));
+    // Refused before the first write: the old choices are whole, the record untouched.
+    QCOMPARE(fileBytes(), before);
+    QCOMPARE(choices.AdvancedSQLString, QString("select 1\r\nfrom x"));
+}
+
+void TestImportSettings::handEditedFileSurvivesSave_data()
+{
+    QTest::addColumn<QByteArray>("lineEnd");
+    QTest::newRow("CR LF") << QByteArray("\r\n");
+    QTest::newRow("bare LF") << QByteArray("\n");
+}
+
+void TestImportSettings::handEditedFileSurvivesSave()
+{
+    QFETCH(QByteArray, lineEnd);
+    // What a text editor can leave behind: comments, stray lines, odd key case, a
+    // repeated section, bytes Windows-1252 leaves undefined, a NUL, and a value far longer
+    // than a read returns.
+    const QByteArray longValue(2000, 'L');
+    const QList<QByteArray> foreign = {
+        "; kept comment",
+        "[Other]",
+        QByteArray("Key=\x81\x8D") + QByteArray(1, '\0') + "raw",
+        "Long=" + longValue,
+        "not a key line",
+        "[Empty]",
+    };
+    QList<QByteArray> lines = foreign;
+    lines << "[dsn]" << "dsnNAME1=Members" << "DSNSTRING1=ETO>2" << "junk ] [ line"
+          << "DsnName2=Sales" << "[DSN2]" << "vtgroup=Old" << "[DSN2]" << "VTGroup=Second copy"
+          << "[fieldmap2]" << "vtfield1=EMailAddress" << "dbfield1=Mail" << "[Rules3]"
+          << "FieldName1=Untouched";
+    {
+        QFile file(m_ini);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(lines.join(lineEnd) + lineEnd);
+    }
+
+    ImportChoices choices;
+    choices.DSNName = "sales";
+    choices.VTGroup = "New group";
+    choices.FieldMappings.Add("EMailAddress", "Email");
+    choices.FieldMappings.Add("City", "Town");
+    choices.Rules.Add("Town", "Equals", "=", "'Leeds'", "And");
+    long number = 0;
+    QString message;
+    QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+
+    ImportChoices loaded;
+    loaded.DSNName = "SALES";
+    QVERIFY2(LoadImportSettings(loaded, message), qPrintable(message));
+    QCOMPARE(loaded.VTGroup, QString("New group"));
+    QCOMPARE(dumpMappings(loaded.FieldMappings), QStringList({"EMailAddress=Email", "City=Town"}));
+    QCOMPARE(dumpRules(loaded.Rules), QStringList{"And|Town|Equals|=|'Leeds'"});
+
+    // Every line the program did not write is still there, byte for byte and in order.
+    QList<QByteArray> after = fileBytes().split('\n');
+    for (QByteArray& line : after) {
+        if (line.endsWith('\r'))
+            line.chop(1);
+    }
+    int from = 0;
+    for (const QByteArray& line : foreign) {
+        const int at = int(after.indexOf(line, from));
+        QVERIFY2(at >= 0, line.left(40).constData());
+        from = at + 1;
+    }
+    for (const QByteArray& line :
+         {QByteArray("junk ] [ line"), QByteArray("[Rules3]"), QByteArray("FieldName1=Untouched"),
+          QByteArray("VTGroup=Second copy"), QByteArray("dsnNAME1=Members")})
+        QVERIFY2(after.contains(line), line.constData());
 }
 
 QTEST_GUILESS_MAIN(TestImportSettings)
