@@ -34,10 +34,11 @@ QByteArray fullStore()
     QByteArray text = "[DSN]\r\n";
     for (int n = 1; n <= 50; ++n) {
         text += QString("DSNName%1=Connection %1\r\n").arg(n).toLatin1();
-        text += QString("DSNString%1=%2\r\n")
-                    .arg(n)
-                    .arg(shifted(QString("Provider=MSDASQL.1;Data Source=source%1;UID=user").arg(n)))
-                    .toLatin1();
+        text +=
+            QString("DSNString%1=%2\r\n")
+                .arg(n)
+                .arg(shifted(QString("Provider=MSDASQL.1;Data Source=source%1;UID=user").arg(n)))
+                .toLatin1();
     }
     for (int n = 1; n <= 50; ++n) {
         text += QString("[DSN%1]\r\nFilterMethod=0\r\nSelectedTable=Customer List\r\n"
@@ -100,8 +101,7 @@ int main(int argc, char** argv)
         runs, [&] { writeFile(ini, store); },
         [&] {
             QString message;
-            const QString conString =
-                "Provider=MSDASQL.1;Data Source=source25;UID=user";
+            const QString conString = "Provider=MSDASQL.1;Data Source=source25;UID=user";
             if (!MaintainDSN("Connection 25", conString, ConnectionAction::Delete, message))
                 qFatal("delete failed: %s", qPrintable(message));
         });
@@ -109,8 +109,8 @@ int main(int argc, char** argv)
     check.open(QIODevice::ReadOnly);
     if (check.readAll().contains("DSNName25=Connection"))
         qFatal("the delete did not happen");
-    std::printf("MaintainDSN delete of slot 25:          median %8.2f ms over %d runs\n",
-                deleteMs, runs);
+    std::printf("MaintainDSN delete of slot 25:          median %8.2f ms over %d runs\n", deleteMs,
+                runs);
 
     ImportChoices choices;
     choices.DSNName = "Connection 40";
@@ -119,7 +119,8 @@ int main(int argc, char** argv)
     choices.VTGroup = "Customers";
     choices.ReplaceExisting = true;
     for (int j = 1; j <= 50; ++j) {
-        choices.FieldMappings.Add("Key" + QString::number(j), "Source column " + QString::number(j));
+        choices.FieldMappings.Add("Key" + QString::number(j),
+                                  "Source column " + QString::number(j));
         choices.Rules.Add("Field " + QString::number(j), "is like", "like",
                           "'value " + QString::number(j) + "%'", j % 2 ? "And" : "Or");
     }

@@ -20,9 +20,15 @@ QString trimBlanks(const QString& text)
     return text.mid(first, last - first);
 }
 
-QString numbered(const char* key, int n) { return QLatin1String(key) + QString::number(n); }
+QString numbered(const char* key, int n)
+{
+    return QLatin1String(key) + QString::number(n);
+}
 
-QString readDsn(const QString& key) { return ReadIniString(IniFilePath(), kDsnSection, key, QString()); }
+QString readDsn(const QString& key)
+{
+    return ReadIniString(IniFilePath(), kDsnSection, key, QString());
+}
 
 void write(const QString& section, const QString& key, const QString& value)
 {

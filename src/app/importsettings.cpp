@@ -23,7 +23,10 @@ QString trimBlanks(const QString& text)
     return text.mid(first, last - first);
 }
 
-QString numbered(const char* key, int n) { return QLatin1String(key) + QString::number(n); }
+QString numbered(const char* key, int n)
+{
+    return QLatin1String(key) + QString::number(n);
+}
 
 QString read(const QString& section, const QString& key)
 {
@@ -181,9 +184,8 @@ bool LoadImportSettings(ImportChoices& choices, QString& message)
             trimBlanks(read(settings, QStringLiteral("FilterMethod"))) == QLatin1String("1") ? 1
                                                                                              : 0;
         choices.SelectedTable = trimBlanks(read(settings, QStringLiteral("SelectedTable")));
-        choices.AdvancedSQLString =
-            trimBlanks(read(settings, QStringLiteral("AdvancedSQLString")))
-                .replace(kNotSign, kLineBreak);
+        choices.AdvancedSQLString = trimBlanks(read(settings, QStringLiteral("AdvancedSQLString")))
+                                        .replace(kNotSign, kLineBreak);
         choices.VTGroup = trimBlanks(read(settings, QStringLiteral("VTGroup")));
         choices.ReplaceExisting =
             trimBlanks(read(settings, QStringLiteral("ReplaceExisting"))).toUpper() ==

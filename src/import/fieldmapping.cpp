@@ -27,7 +27,10 @@ int hostFieldIndex(const QString& key)
 }
 
 // The list entry at the selected index, not whatever an edit field might show.
-QString selectedEntry(const ListControl& combo) { return combo.itemText(combo.currentIndex()); }
+QString selectedEntry(const ListControl& combo)
+{
+    return combo.itemText(combo.currentIndex());
+}
 
 bool isBlankEntry(const QString& text)
 {
@@ -37,9 +40,9 @@ bool isBlankEntry(const QString& text)
 // The order the mapping list is rebuilt in after the e-mail address. It is not the order of
 // the combos: the name parts come before the full name.
 const char* const kStoreOrder[] = {
-    "Title",   "FirstName", "Initial", "LastName", "FullNameMacro", "Address1", "Address2",
-    "City",    "State",     "Zip",     "Country",  "Company",       "JobTitle", "Web",
-    "Telephone", "Fax",     "Field1",  "Field2",   "Field3",        "Field4",
+    "Title",     "FirstName", "Initial", "LastName", "FullNameMacro", "Address1", "Address2",
+    "City",      "State",     "Zip",     "Country",  "Company",       "JobTitle", "Web",
+    "Telephone", "Fax",       "Field1",  "Field2",   "Field3",        "Field4",
 };
 
 } // namespace
@@ -104,8 +107,7 @@ bool StoreFieldMapping(MappingCombos& combos, CMappings& mappings, QString& mess
         // the choices made so far survive a return to this step.
         for (const char* key : kStoreOrder) {
             const QString hostKey = QLatin1String(key);
-            AddToFieldMap(mappings, selectedEntry(combos.combo(hostFieldIndex(hostKey))),
-                          hostKey);
+            AddToFieldMap(mappings, selectedEntry(combos.combo(hostFieldIndex(hostKey))), hostKey);
         }
         result = message.isEmpty();
     } catch (const AppError& e) {

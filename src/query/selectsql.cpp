@@ -4,7 +4,10 @@
 
 namespace {
 
-bool hasBlank(const QString& text) { return text.contains(QLatin1Char(' ')); }
+bool hasBlank(const QString& text)
+{
+    return text.contains(QLatin1Char(' '));
+}
 
 // Only blanks are trimmed; a tab or line break around a name is part of the name.
 QString trimBlanks(const QString& text)

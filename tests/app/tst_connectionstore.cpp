@@ -107,10 +107,14 @@ void TestConnectionStore::blankInputIsRefused_data()
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("conString");
     QTest::addColumn<int>("action");
-    QTest::newRow("empty name") << "" << "DSN=Sales" << 0;
-    QTest::newRow("blank name") << "   " << "DSN=Sales" << 1;
-    QTest::newRow("blank string") << "Sales" << "  " << 2;
-    QTest::newRow("both empty") << "" << "" << 0;
+    QTest::newRow("empty name") << ""
+                                << "DSN=Sales" << 0;
+    QTest::newRow("blank name") << "   "
+                                << "DSN=Sales" << 1;
+    QTest::newRow("blank string") << "Sales"
+                                  << "  " << 2;
+    QTest::newRow("both empty") << ""
+                                << "" << 0;
 }
 
 void TestConnectionStore::blankInputIsRefused()
@@ -119,8 +123,7 @@ void TestConnectionStore::blankInputIsRefused()
     QFETCH(QString, conString);
     QFETCH(int, action);
     QString message;
-    QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales",
-                         "DSN=Sales"));
+    QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales", "DSN=Sales"));
     QCOMPARE(message, QString("There is no database connection selected."));
     QVERIFY(!QFile::exists(m_ini));
 }
@@ -144,9 +147,9 @@ void TestConnectionStore::deleteLeavesTheGapAndReAddFillsIt()
     QString message;
     QVERIFY(MaintainDSN("Two", "DSN=2", ConnectionAction::Delete, message));
     // The saved choices of slot 2 are blanked even though there were none.
-    QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=One", "DSNString1=ETO>2", "DSNName2=",
-                                    "DSNString2=", "DSNName3=Three", "DSNString3=ETO>4",
-                                    "[DSN2]", "FilterMethod=", "SelectedTable=",
+    QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=One", "DSNString1=ETO>2",
+                                    "DSNName2=", "DSNString2=", "DSNName3=Three",
+                                    "DSNString3=ETO>4", "[DSN2]", "FilterMethod=", "SelectedTable=",
                                     "AdvancedSQLString=", "VTGroup=", "ReplaceExisting="}));
     QCOMPARE(rows(UpdateDSNListFromIni()), QStringList({"One | DSN=1", "Three | DSN=3"}));
 
@@ -159,31 +162,79 @@ void TestConnectionStore::deleteLeavesTheGapAndReAddFillsIt()
 void TestConnectionStore::deleteClearsSavedChoices()
 {
     writeFile(iniBytes({
-        "[DSN]", "DSNName1=Keep", "DSNString1=ETO>2", "DSNName2=Gone", "DSNString2=ETO>3",
-        "[DSN2]", "FilterMethod=1", "SelectedTable=Orders", "AdvancedSQLString=select 1",
-        "VTGroup=Friends", "ReplaceExisting=True",
-        "[FieldMap2]", "VTField1=EMailAddress", "DBField1=Mail", "VTField2=", "DBField2=Orphan",
-        "VTField3=City", "DBField3=",
-        "[Rules2]", "FieldName1=Town", "OpDisplay1=Equals", "OpSQL1==", "Value1=¬Leeds¬",
-        "LogicalOp1=And", "FieldName2=", "OpDisplay2=Stale", "Value2=kept",
-        "[DSN1]", "FilterMethod=0", "SelectedTable=People",
-        "[FieldMap1]", "VTField1=EMailAddress", "DBField1=Email",
+        "[DSN]",
+        "DSNName1=Keep",
+        "DSNString1=ETO>2",
+        "DSNName2=Gone",
+        "DSNString2=ETO>3",
+        "[DSN2]",
+        "FilterMethod=1",
+        "SelectedTable=Orders",
+        "AdvancedSQLString=select 1",
+        "VTGroup=Friends",
+        "ReplaceExisting=True",
+        "[FieldMap2]",
+        "VTField1=EMailAddress",
+        "DBField1=Mail",
+        "VTField2=",
+        "DBField2=Orphan",
+        "VTField3=City",
+        "DBField3=",
+        "[Rules2]",
+        "FieldName1=Town",
+        "OpDisplay1=Equals",
+        "OpSQL1==",
+        "Value1=¬Leeds¬",
+        "LogicalOp1=And",
+        "FieldName2=",
+        "OpDisplay2=Stale",
+        "Value2=kept",
+        "[DSN1]",
+        "FilterMethod=0",
+        "SelectedTable=People",
+        "[FieldMap1]",
+        "VTField1=EMailAddress",
+        "DBField1=Email",
     }));
     QString message;
     QVERIFY(MaintainDSN("Gone", "DSN=2", ConnectionAction::Delete, message));
     // Only keys that held something are blanked; nothing is removed, and slot 1's choices
     // are untouched. A rule without a field name is left as it is.
     QCOMPARE(fileBytes(), iniBytes({
-        "[DSN]", "DSNName1=Keep", "DSNString1=ETO>2", "DSNName2=", "DSNString2=",
-        "[DSN2]", "FilterMethod=", "SelectedTable=", "AdvancedSQLString=", "VTGroup=",
-        "ReplaceExisting=",
-        "[FieldMap2]", "VTField1=", "DBField1=", "VTField2=", "DBField2=",
-        "VTField3=", "DBField3=",
-        "[Rules2]", "FieldName1=", "OpDisplay1=", "OpSQL1=", "Value1=", "LogicalOp1=",
-        "FieldName2=", "OpDisplay2=Stale", "Value2=kept",
-        "[DSN1]", "FilterMethod=0", "SelectedTable=People",
-        "[FieldMap1]", "VTField1=EMailAddress", "DBField1=Email",
-    }));
+                              "[DSN]",
+                              "DSNName1=Keep",
+                              "DSNString1=ETO>2",
+                              "DSNName2=",
+                              "DSNString2=",
+                              "[DSN2]",
+                              "FilterMethod=",
+                              "SelectedTable=",
+                              "AdvancedSQLString=",
+                              "VTGroup=",
+                              "ReplaceExisting=",
+                              "[FieldMap2]",
+                              "VTField1=",
+                              "DBField1=",
+                              "VTField2=",
+                              "DBField2=",
+                              "VTField3=",
+                              "DBField3=",
+                              "[Rules2]",
+                              "FieldName1=",
+                              "OpDisplay1=",
+                              "OpSQL1=",
+                              "Value1=",
+                              "LogicalOp1=",
+                              "FieldName2=",
+                              "OpDisplay2=Stale",
+                              "Value2=kept",
+                              "[DSN1]",
+                              "FilterMethod=0",
+                              "SelectedTable=People",
+                              "[FieldMap1]",
+                              "VTField1=EMailAddress",
+                              "DBField1=Email",
+                          }));
 }
 
 void TestConnectionStore::modifyKeepsSlotAndChoices()
@@ -191,11 +242,11 @@ void TestConnectionStore::modifyKeepsSlotAndChoices()
     writeFile(iniBytes({"[DSN]", "DSNName1=Old", "DSNString1=ETO>Pme", "DSNName2=Other",
                         "DSNString2=ETO>2", "[DSN1]", "VTGroup=Friends"}));
     QString message;
-    QVERIFY(MaintainDSN("New name", "DSN=New", ConnectionAction::Modify, message, "Old",
-                        "DSN=Old"));
-    QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=New name", "DSNString1=ETO>Ofx",
-                                    "DSNName2=Other", "DSNString2=ETO>2", "[DSN1]",
-                                    "VTGroup=Friends"}));
+    QVERIFY(
+        MaintainDSN("New name", "DSN=New", ConnectionAction::Modify, message, "Old", "DSN=Old"));
+    QCOMPARE(fileBytes(),
+             iniBytes({"[DSN]", "DSNName1=New name", "DSNString1=ETO>Ofx", "DSNName2=Other",
+                       "DSNString2=ETO>2", "[DSN1]", "VTGroup=Friends"}));
 }
 
 void TestConnectionStore::noMatchChangesNothing_data()
@@ -206,16 +257,33 @@ void TestConnectionStore::noMatchChangesNothing_data()
     QTest::addColumn<QString>("oldName");
     QTest::addColumn<QString>("oldConString");
 
-    QTest::newRow("delete, name in other case") << 2 << "sales" << "DSN=Sales" << "" << "";
-    QTest::newRow("delete, name with trailing blank") << 2 << "Sales " << "DSN=Sales" << ""
+    QTest::newRow("delete, name in other case") << 2 << "sales"
+                                                << "DSN=Sales"
+                                                << ""
+                                                << "";
+    QTest::newRow("delete, name with trailing blank") << 2 << "Sales "
+                                                      << "DSN=Sales"
+                                                      << ""
                                                       << "";
-    QTest::newRow("delete, string differs in case") << 2 << "Sales" << "dsn=Sales" << "" << "";
-    QTest::newRow("delete, unknown") << 2 << "Nobody" << "DSN=x" << "" << "";
-    QTest::newRow("modify, old name in other case")
-        << 1 << "New" << "DSN=New" << "SALES" << "DSN=Sales";
-    QTest::newRow("modify, old string differs") << 1 << "New" << "DSN=New" << "Sales"
+    QTest::newRow("delete, string differs in case") << 2 << "Sales"
+                                                    << "dsn=Sales"
+                                                    << ""
+                                                    << "";
+    QTest::newRow("delete, unknown") << 2 << "Nobody"
+                                     << "DSN=x"
+                                     << ""
+                                     << "";
+    QTest::newRow("modify, old name in other case") << 1 << "New"
+                                                    << "DSN=New"
+                                                    << "SALES"
+                                                    << "DSN=Sales";
+    QTest::newRow("modify, old string differs") << 1 << "New"
+                                                << "DSN=New"
+                                                << "Sales"
                                                 << "DSN=Sales;";
-    QTest::newRow("modify, new values used as old") << 1 << "Sales" << "DSN=Sales" << ""
+    QTest::newRow("modify, new values used as old") << 1 << "Sales"
+                                                    << "DSN=Sales"
+                                                    << ""
                                                     << "";
 }
 
@@ -228,12 +296,11 @@ void TestConnectionStore::noMatchChangesNothing()
     QFETCH(QString, oldConString);
 
     // Slot 1 is free so a wrong action could not hide behind a full store.
-    const QByteArray before = iniBytes({"[DSN]", "DSNName1=", "DSNString1=", "DSNName2=Sales",
-                                        "DSNString2=ETO>Tbmft"});
+    const QByteArray before =
+        iniBytes({"[DSN]", "DSNName1=", "DSNString1=", "DSNName2=Sales", "DSNString2=ETO>Tbmft"});
     writeFile(before);
     QString message = "untouched";
-    QVERIFY(MaintainDSN(name, conString, ConnectionAction(action), message, oldName,
-                        oldConString));
+    QVERIFY(MaintainDSN(name, conString, ConnectionAction(action), message, oldName, oldConString));
     QCOMPARE(message, QString("untouched"));
     QCOMPARE(fileBytes(), before);
 }
@@ -242,8 +309,8 @@ void TestConnectionStore::fullStoreIgnoresAdd()
 {
     QStringList lines{"[DSN]"};
     for (int n = 1; n <= 50; ++n)
-        lines << QString("DSNName%1=Conn %1").arg(n) << "DSNString" + QString::number(n) + "="
-                                                            + shifted("DSN=c" + QString::number(n));
+        lines << QString("DSNName%1=Conn %1").arg(n)
+              << "DSNString" + QString::number(n) + "=" + shifted("DSN=c" + QString::number(n));
     const QByteArray before = iniBytes(lines);
     writeFile(before);
 
@@ -275,15 +342,14 @@ void TestConnectionStore::longStringIsCutOnRead()
 
     QString message;
     QVERIFY(MaintainDSN("Long", longString, ConnectionAction::Delete, message));
-    QVERIFY(MaintainDSN("Renamed", "DSN=y", ConnectionAction::Modify, message, "Long",
-                        longString));
+    QVERIFY(MaintainDSN("Renamed", "DSN=y", ConnectionAction::Modify, message, "Long", longString));
     QCOMPARE(fileBytes(), written);
 
     // What the list shows is what matches.
     QVERIFY(MaintainDSN("Long", longString.left(511), ConnectionAction::Delete, message));
-    QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=", "DSNString1=", "[DSN1]",
-                                    "FilterMethod=", "SelectedTable=", "AdvancedSQLString=",
-                                    "VTGroup=", "ReplaceExisting="}));
+    QCOMPARE(fileBytes(),
+             iniBytes({"[DSN]", "DSNName1=", "DSNString1=", "[DSN1]", "FilterMethod=",
+                       "SelectedTable=", "AdvancedSQLString=", "VTGroup=", "ReplaceExisting="}));
 }
 
 void TestConnectionStore::identicalSlotsLowerWins()
@@ -314,12 +380,11 @@ void TestConnectionStore::unstorableTextIsRefused()
     QFETCH(int, action);
     QFETCH(QString, name);
     QFETCH(QString, conString);
-    const QByteArray before = iniBytes({"[DSN]", "DSNName1=Sales", "DSNString1=ETO>Tbmft",
-                                        "DSNName2=", "DSNString2="});
+    const QByteArray before =
+        iniBytes({"[DSN]", "DSNName1=Sales", "DSNString1=ETO>Tbmft", "DSNName2=", "DSNString2="});
     writeFile(before);
     QString message;
-    QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales",
-                         "DSN=Sales"));
+    QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales", "DSN=Sales"));
     QVERIFY2(message.endsWith(" - MaintainDSN"), qPrintable(message));
     QVERIFY2(message.contains("Windows-1252"), qPrintable(message));
     QCOMPARE(fileBytes(), before);
@@ -341,11 +406,10 @@ void TestConnectionStore::handEditedFile()
 {
     // Keys in odd case, blanks around "=", a comment, a line without "=", and sections the
     // store does not read.
-    writeFile(iniBytes({"; written by hand", "[Other]", "key=value", "[dsn]",
-                        "dsnname1=Sales", "DSNSTRING1=ETO>Tbmft", "garbage line",
-                        "DSNName3 = Spaced", "DSNString3=ETO>4", "[Rules9]", "FieldName1=x"}));
-    QCOMPARE(rows(UpdateDSNListFromIni()),
-             QStringList({"Sales | DSN=Sales", "Spaced | DSN=3"}));
+    writeFile(iniBytes({"; written by hand", "[Other]", "key=value", "[dsn]", "dsnname1=Sales",
+                        "DSNSTRING1=ETO>Tbmft", "garbage line", "DSNName3 = Spaced",
+                        "DSNString3=ETO>4", "[Rules9]", "FieldName1=x"}));
+    QCOMPARE(rows(UpdateDSNListFromIni()), QStringList({"Sales | DSN=Sales", "Spaced | DSN=3"}));
 
     QCOMPARE(add("Added", "DSN=a"), QString());
     QString message;

@@ -117,7 +117,8 @@ void TestImportSettings::slotNotFound_data()
     QTest::newRow("no file") << QStringList() << "Sales";
     QTest::newRow("other names") << dsnSection({"Members", "Sales team"}) << "Sales";
     QStringList beyond = dsnSection(QStringList(50, "Filler"));
-    beyond << "DSNName51=Sales" << "DSNString51=ETO>Tbmft";
+    beyond << "DSNName51=Sales"
+           << "DSNString51=ETO>Tbmft";
     QTest::newRow("slot 51 is never read") << beyond << "Sales";
 }
 
@@ -183,12 +184,21 @@ void TestImportSettings::saveWritesTheLayout()
     QCOMPARE(choices.AdvancedSQLString, "select *" + kNot + "from [Customer List]" + kNot);
 
     QStringList expected = dsnSection({"Members", "Sales"});
-    expected << "[DSN2]" << "FilterMethod=1" << "SelectedTable=Customer List"
+    expected << "[DSN2]"
+             << "FilterMethod=1"
+             << "SelectedTable=Customer List"
              << "AdvancedSQLString=select *" + kNot + "from [Customer List]" + kNot
-             << "VTGroup=Friends" << "ReplaceExisting=True"
-             << "[FieldMap2]" << "VTField1=EMailAddress" << "DBField1=Email"
-             << "VTField2=City" << "DBField2="
-             << "[Rules2]" << "FieldName1=Town" << "OpDisplay1=Equals" << "OpSQL1=="
+             << "VTGroup=Friends"
+             << "ReplaceExisting=True"
+             << "[FieldMap2]"
+             << "VTField1=EMailAddress"
+             << "DBField1=Email"
+             << "VTField2=City"
+             << "DBField2="
+             << "[Rules2]"
+             << "FieldName1=Town"
+             << "OpDisplay1=Equals"
+             << "OpSQL1=="
              << "Value1=" + kNot + "O" + kNot + "Neil" + kNot + "s" + kNot << "LogicalOp1=And";
     // Sections are appended as they are first written; compare them as a whole, then the
     // exact bytes of each section.
@@ -267,7 +277,8 @@ void TestImportSettings::shorterSaveBlanksSurplus()
     choices.FieldMappings.Clear();
     choices.Rules.Clear();
     for (int j = 1; j <= 21; ++j)
-        choices.FieldMappings.Add("Key" + QString::number(j), j == 5 ? "" : "New" + QString::number(j));
+        choices.FieldMappings.Add("Key" + QString::number(j),
+                                  j == 5 ? "" : "New" + QString::number(j));
     choices.Rules.Add("Only", "Equals", "=", "1", "Or");
     QVERIFY(SaveImportSettings(choices, number, message));
 
@@ -322,14 +333,22 @@ void TestImportSettings::loadReadsHandEditedValues_data()
     QTest::addColumn<long>("method");
     QTest::addColumn<bool>("replace");
 
-    QTest::newRow("1 and True") << "1" << "True" << 1L << true;
-    QTest::newRow("blanks around") << "  1 " << " tRuE  " << 1L << true;
-    QTest::newRow("upper case") << "0" << "TRUE" << 0L << true;
-    QTest::newRow("other numbers") << "2" << "yes" << 0L << false;
-    QTest::newRow("leading zero") << "01" << "1" << 0L << false;
-    QTest::newRow("False") << "-1" << "False" << 0L << false;
-    QTest::newRow("empty") << "" << "" << 0L << false;
-    QTest::newRow("garbage") << "one" << "True!" << 0L << false;
+    QTest::newRow("1 and True") << "1"
+                                << "True" << 1L << true;
+    QTest::newRow("blanks around") << "  1 "
+                                   << " tRuE  " << 1L << true;
+    QTest::newRow("upper case") << "0"
+                                << "TRUE" << 0L << true;
+    QTest::newRow("other numbers") << "2"
+                                   << "yes" << 0L << false;
+    QTest::newRow("leading zero") << "01"
+                                  << "1" << 0L << false;
+    QTest::newRow("False") << "-1"
+                           << "False" << 0L << false;
+    QTest::newRow("empty") << ""
+                           << "" << 0L << false;
+    QTest::newRow("garbage") << "one"
+                             << "True!" << 0L << false;
 }
 
 void TestImportSettings::loadReadsHandEditedValues()
@@ -340,8 +359,10 @@ void TestImportSettings::loadReadsHandEditedValues()
     QFETCH(bool, replace);
 
     QStringList lines = dsnSection({"Sales"});
-    lines << "[dsn1]" << "filtermethod=" + filterMethod << "SELECTEDTABLE=  People "
-          << "AdvancedSQLString=  select 1" + kNot + "from x " << "VTGroup= Friends "
+    lines << "[dsn1]"
+          << "filtermethod=" + filterMethod << "SELECTEDTABLE=  People "
+          << "AdvancedSQLString=  select 1" + kNot + "from x "
+          << "VTGroup= Friends "
           << "ReplaceExisting=" + replaceExisting;
     writeFile(lines);
 
@@ -361,14 +382,28 @@ void TestImportSettings::loadReadsHandEditedValues()
 void TestImportSettings::loadStopsAtEmptyEntries()
 {
     QStringList lines = dsnSection({"Sales"});
-    lines << "[FieldMap1]" << "VTField1=EMailAddress" << "DBField1=Mail"
-          << "VTField2=Title" << "DBField2=   "
-          << "VTField3=" << "DBField3=Orphan"
-          << "VTField4=" << "DBField4="
-          << "VTField5=City" << "DBField5=Town"
-          << "[Rules1]" << "FieldName1=Town" << "OpDisplay1=Equals" << "OpSQL1==" << "Value1=1"
-          << "LogicalOp1=Or" << "FieldName2=  " << "Value2=skipped" << "FieldName3=Age"
-          << "OpSQL3=>" << "Value3=3";
+    lines << "[FieldMap1]"
+          << "VTField1=EMailAddress"
+          << "DBField1=Mail"
+          << "VTField2=Title"
+          << "DBField2=   "
+          << "VTField3="
+          << "DBField3=Orphan"
+          << "VTField4="
+          << "DBField4="
+          << "VTField5=City"
+          << "DBField5=Town"
+          << "[Rules1]"
+          << "FieldName1=Town"
+          << "OpDisplay1=Equals"
+          << "OpSQL1=="
+          << "Value1=1"
+          << "LogicalOp1=Or"
+          << "FieldName2=  "
+          << "Value2=skipped"
+          << "FieldName3=Age"
+          << "OpSQL3=>"
+          << "Value3=3";
     writeFile(lines);
 
     ImportChoices choices;
@@ -386,7 +421,8 @@ void TestImportSettings::loadCutsLongValues()
 {
     const QString longSql = "select " + QString(600, QLatin1Char('x'));
     QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]" << "AdvancedSQLString=" + longSql << "SelectedTable=" + QString(520, 'T');
+    lines << "[DSN1]"
+          << "AdvancedSQLString=" + longSql << "SelectedTable=" + QString(520, 'T');
     writeFile(lines);
     ImportChoices choices;
     choices.DSNName = "Sales";
@@ -399,10 +435,18 @@ void TestImportSettings::loadCutsLongValues()
 void TestImportSettings::duplicateMappingKeyEndsLoad()
 {
     QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]" << "VTGroup=Friends"
-          << "[FieldMap1]" << "VTField1=City" << "DBField1=Town" << "VTField2=CITY"
-          << "DBField2=Place" << "VTField3=Zip" << "DBField3=Post"
-          << "[Rules1]" << "FieldName1=Town" << "Value1=1";
+    lines << "[DSN1]"
+          << "VTGroup=Friends"
+          << "[FieldMap1]"
+          << "VTField1=City"
+          << "DBField1=Town"
+          << "VTField2=CITY"
+          << "DBField2=Place"
+          << "VTField3=Zip"
+          << "DBField3=Post"
+          << "[Rules1]"
+          << "FieldName1=Town"
+          << "Value1=1";
     writeFile(lines);
     ImportChoices choices;
     choices.DSNName = "Sales";
@@ -438,9 +482,11 @@ void TestImportSettings::unstorableTextIsRefused_data()
     QTest::addColumn<QString>("dbField");
     QTest::addColumn<QString>("value");
 
-    QTest::newRow("table") << QStringLiteral("\u8868") << "Email" << "1";
+    QTest::newRow("table") << QStringLiteral("\u8868") << "Email"
+                           << "1";
     QTest::newRow("mapped field") << "People" << QStringLiteral("E\u2010mail") << "1";
-    QTest::newRow("rule value") << "People" << "Email" << QStringLiteral("'\U0001F600'");
+    QTest::newRow("rule value") << "People"
+                                << "Email" << QStringLiteral("'\U0001F600'");
 }
 
 void TestImportSettings::unstorableTextIsRefused()
@@ -450,7 +496,9 @@ void TestImportSettings::unstorableTextIsRefused()
     QFETCH(QString, value);
 
     QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]" << "FilterMethod=0" << "VTGroup=Old";
+    lines << "[DSN1]"
+          << "FilterMethod=0"
+          << "VTGroup=Old";
     writeFile(lines);
     const QByteArray before = fileBytes();
 
@@ -495,9 +543,19 @@ void TestImportSettings::handEditedFileSurvivesSave()
         "[Empty]",
     };
     QList<QByteArray> lines = foreign;
-    lines << "[dsn]" << "dsnNAME1=Members" << "DSNSTRING1=ETO>2" << "junk ] [ line"
-          << "DsnName2=Sales" << "[DSN2]" << "vtgroup=Old" << "[DSN2]" << "VTGroup=Second copy"
-          << "[fieldmap2]" << "vtfield1=EMailAddress" << "dbfield1=Mail" << "[Rules3]"
+    lines << "[dsn]"
+          << "dsnNAME1=Members"
+          << "DSNSTRING1=ETO>2"
+          << "junk ] [ line"
+          << "DsnName2=Sales"
+          << "[DSN2]"
+          << "vtgroup=Old"
+          << "[DSN2]"
+          << "VTGroup=Second copy"
+          << "[fieldmap2]"
+          << "vtfield1=EMailAddress"
+          << "dbfield1=Mail"
+          << "[Rules3]"
           << "FieldName1=Untouched";
     {
         QFile file(m_ini);

@@ -44,8 +44,8 @@ public:
     std::array<StringListControl, 21> lists;
 };
 
-const QStringList kSourceFields = {"Email", "First Name", "Surname", "Full Name", "Town",
-                                   "(BLANK)", "Post Code", "CITY"};
+const QStringList kSourceFields = {"Email", "First Name", "Surname",   "Full Name",
+                                   "Town",  "(BLANK)",    "Post Code", "CITY"};
 
 // The mapping list as "Key=Field" lines, in list order.
 QStringList dump(const CMappings& list)
@@ -57,9 +57,9 @@ QStringList dump(const CMappings& list)
 }
 
 const QStringList kStoredOrder = {
-    "EMailAddress", "Title",   "FirstName", "Initial",  "LastName", "FullNameMacro", "Address1",
-    "Address2",     "City",    "State",     "Zip",      "Country",  "Company",       "JobTitle",
-    "Web",          "Telephone", "Fax",     "Field1",   "Field2",   "Field3",        "Field4"};
+    "EMailAddress", "Title",     "FirstName", "Initial", "LastName", "FullNameMacro", "Address1",
+    "Address2",     "City",      "State",     "Zip",     "Country",  "Company",       "JobTitle",
+    "Web",          "Telephone", "Fax",       "Field1",  "Field2",   "Field3",        "Field4"};
 
 } // namespace
 
@@ -93,7 +93,10 @@ void TestFieldMapping::init()
     MessageBoxes::setInstance(&m_boxes);
 }
 
-void TestFieldMapping::cleanup() { MessageBoxes::setInstance(m_previous); }
+void TestFieldMapping::cleanup()
+{
+    MessageBoxes::setInstance(m_previous);
+}
 
 void TestFieldMapping::populateStartsWithBlankAndRefills()
 {
@@ -231,15 +234,38 @@ void TestFieldMapping::showSelectsStoredFields_data()
     QTest::addColumn<QString>("combo");
     QTest::addColumn<QString>("shown");
 
-    QTest::newRow("exact") << "City" << "Town" << "City" << "Town";
-    QTest::newRow("field in other case") << "Zip" << "post code" << "Zip" << "Post Code";
-    QTest::newRow("first of two case variants") << "City" << "city" << "City" << "CITY";
-    QTest::newRow("blanks around both trimmed") << " Title " << "  Surname " << "Title"
+    QTest::newRow("exact") << "City"
+                           << "Town"
+                           << "City"
+                           << "Town";
+    QTest::newRow("field in other case") << "Zip"
+                                         << "post code"
+                                         << "Zip"
+                                         << "Post Code";
+    QTest::newRow("first of two case variants") << "City"
+                                                << "city"
+                                                << "City"
+                                                << "CITY";
+    QTest::newRow("blanks around both trimmed") << " Title "
+                                                << "  Surname "
+                                                << "Title"
                                                 << "Surname";
-    QTest::newRow("field gone") << "Company" << "Employer" << "Company" << "(blank)";
-    QTest::newRow("empty field") << "Fax" << "" << "Fax" << "(blank)";
-    QTest::newRow("key in wrong case ignored") << "city" << "Town" << "City" << "Email";
-    QTest::newRow("unknown key ignored") << "Mobile" << "Town" << "City" << "Email";
+    QTest::newRow("field gone") << "Company"
+                                << "Employer"
+                                << "Company"
+                                << "(blank)";
+    QTest::newRow("empty field") << "Fax"
+                                 << ""
+                                 << "Fax"
+                                 << "(blank)";
+    QTest::newRow("key in wrong case ignored") << "city"
+                                               << "Town"
+                                               << "City"
+                                               << "Email";
+    QTest::newRow("unknown key ignored") << "Mobile"
+                                         << "Town"
+                                         << "City"
+                                         << "Email";
 }
 
 void TestFieldMapping::showSelectsStoredFields()

@@ -58,7 +58,7 @@ void TestCRules::positionsFollowAdditionAndCloseGaps()
 
 void TestCRules::duplicateKeys_data()
 {
-    QTest::addColumn<QStringList>("first");  // field, display, sql, value, logical
+    QTest::addColumn<QStringList>("first"); // field, display, sql, value, logical
     QTest::addColumn<QStringList>("second");
     QTest::addColumn<bool>("collides");
 
@@ -77,8 +77,8 @@ void TestCRules::duplicateKeys_data()
         << QStringList{"Age", "is Less Than", "<", "3", "And"}
         << QStringList{"Age", "is Greater Than", "<", "3", "And"} << false;
     // No separator in the key: parts that shift between fields still meet.
-    QTest::newRow("same concatenation") << QStringList{"AB", "C", "=", "D", "X"}
-                                        << QStringList{"A", "BC", "=", "D", "X"} << true;
+    QTest::newRow("same concatenation")
+        << QStringList{"AB", "C", "=", "D", "X"} << QStringList{"A", "BC", "=", "D", "X"} << true;
 }
 
 void TestCRules::duplicateKeys()

@@ -40,18 +40,42 @@ void TestSelectSql::condition_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("inner blank bracketed") << "First Name" << "=" << "'Bob'"
+    QTest::newRow("inner blank bracketed") << "First Name"
+                                           << "="
+                                           << "'Bob'"
                                            << "[First Name] = 'Bob'";
-    QTest::newRow("plain name") << "Age" << ">" << "30" << "Age > 30";
-    QTest::newRow("leading blank only, written as is") << " Age" << "<" << "5" << " Age < 5";
-    QTest::newRow("outer blanks kept inside brackets")
-        << " Post Code " << "like" << "'LS%'" << "[ Post Code ] like 'LS%'";
-    QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr" << "!=" << "''"
+    QTest::newRow("plain name") << "Age"
+                                << ">"
+                                << "30"
+                                << "Age > 30";
+    QTest::newRow("leading blank only, written as is") << " Age"
+                                                       << "<"
+                                                       << "5"
+                                                       << " Age < 5";
+    QTest::newRow("outer blanks kept inside brackets") << " Post Code "
+                                                       << "like"
+                                                       << "'LS%'"
+                                                       << "[ Post Code ] like 'LS%'";
+    QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr"
+                                                  << "!="
+                                                  << "''"
                                                   << "e-mail.addr != ''";
-    QTest::newRow("tab is not a blank") << "A\tB" << "=" << "1" << "A\tB = 1";
-    QTest::newRow("blank after a tab is inner") << "\t A" << "=" << "1" << "[\t A] = 1";
-    QTest::newRow("quote not escaped") << "Name" << "=" << "'O'Neil'" << "Name = 'O'Neil'";
-    QTest::newRow("all empty") << "" << "" << "" << "  ";
+    QTest::newRow("tab is not a blank") << "A\tB"
+                                        << "="
+                                        << "1"
+                                        << "A\tB = 1";
+    QTest::newRow("blank after a tab is inner") << "\t A"
+                                                << "="
+                                                << "1"
+                                                << "[\t A] = 1";
+    QTest::newRow("quote not escaped") << "Name"
+                                       << "="
+                                       << "'O'Neil'"
+                                       << "Name = 'O'Neil'";
+    QTest::newRow("all empty") << ""
+                               << ""
+                               << ""
+                               << "  ";
 }
 
 void TestSelectSql::condition()
@@ -68,14 +92,20 @@ void TestSelectSql::tablePart_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("plain") << "Customers" << "select * from Customers";
+    QTest::newRow("plain") << "Customers"
+                           << "select * from Customers";
     QTest::newRow("outer blanks trimmed, no brackets") << "  Customers  "
-                                                        << "select * from Customers";
-    QTest::newRow("inner and outer blanks") << "  Order Lines " << "select * from [Order Lines]";
-    QTest::newRow("empty name") << "" << "select * from ";
-    QTest::newRow("blanks only") << "   " << "select * from ";
-    QTest::newRow("only blanks are trimmed") << "\tOrders " << "select * from \tOrders";
-    QTest::newRow("blank after a tab is inner") << " \t Orders" << "select * from [\t Orders]";
+                                                       << "select * from Customers";
+    QTest::newRow("inner and outer blanks") << "  Order Lines "
+                                            << "select * from [Order Lines]";
+    QTest::newRow("empty name") << ""
+                                << "select * from ";
+    QTest::newRow("blanks only") << "   "
+                                 << "select * from ";
+    QTest::newRow("only blanks are trimmed") << "\tOrders "
+                                             << "select * from \tOrders";
+    QTest::newRow("blank after a tab is inner") << " \t Orders"
+                                                << "select * from [\t Orders]";
 }
 
 void TestSelectSql::tablePart()
@@ -95,26 +125,26 @@ void TestSelectSql::statements_data()
     QTest::addColumn<QString>("selectSql");
     QTest::addColumn<QString>("importSql");
 
-    QTest::newRow("two rules")
-        << "Customer List" << QStringList{"And|Town|=|'Leeds'", "Or|Age|>|30"}
-        << "select * from [Customer List] WHERE Town = 'Leeds' Or Age > 30"
-        << "select * from [Customer List] WHERE  Town = 'Leeds' Or Age > 30";
+    QTest::newRow("two rules") << "Customer List"
+                               << QStringList{"And|Town|=|'Leeds'", "Or|Age|>|30"}
+                               << "select * from [Customer List] WHERE Town = 'Leeds' Or Age > 30"
+                               << "select * from [Customer List] WHERE  Town = 'Leeds' Or Age > 30";
     QTest::newRow("first LogicalOp never written")
         << "T" << QStringList{"Or|A|=|1", "And|B|<|2", "Or|C Name|like|'x%'"}
         << "select * from T WHERE A = 1 And B < 2 Or [C Name] like 'x%'"
         << "select * from T WHERE  A = 1 And B < 2 Or [C Name] like 'x%'";
-    QTest::newRow("empty first LogicalOp") << "T" << QStringList{"|A|=|1"}
-                                           << "select * from T WHERE A = 1"
-                                           << "select * from T WHERE  A = 1";
+    QTest::newRow("empty first LogicalOp")
+        << "T" << QStringList{"|A|=|1"} << "select * from T WHERE A = 1"
+        << "select * from T WHERE  A = 1";
     QTest::newRow("leading blank field gives two blanks")
         << "T" << QStringList{"And| Age|>|3"} << "select * from T WHERE  Age > 3"
         << "select * from T WHERE   Age > 3";
-    QTest::newRow("empty table with a rule") << "" << QStringList{"And|A|=|1"}
-                                             << "select * from  WHERE A = 1"
-                                             << "select * from  WHERE  A = 1";
-    QTest::newRow("LogicalOp written as held") << "T" << QStringList{"And|A|=|1", "oR|B|=|2"}
-                                               << "select * from T WHERE A = 1 oR B = 2"
-                                               << "select * from T WHERE  A = 1 oR B = 2";
+    QTest::newRow("empty table with a rule")
+        << "" << QStringList{"And|A|=|1"} << "select * from  WHERE A = 1"
+        << "select * from  WHERE  A = 1";
+    QTest::newRow("LogicalOp written as held")
+        << "T" << QStringList{"And|A|=|1", "oR|B|=|2"} << "select * from T WHERE A = 1 oR B = 2"
+        << "select * from T WHERE  A = 1 oR B = 2";
 }
 
 void TestSelectSql::statements()
@@ -136,11 +166,20 @@ void TestSelectSql::testStatement_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("text value") << "Customer List" << "First Name" << "=" << "'Bob'"
+    QTest::newRow("text value") << "Customer List"
+                                << "First Name"
+                                << "="
+                                << "'Bob'"
                                 << "select * from [Customer List] WHERE [First Name] = 'Bob'";
-    QTest::newRow("number") << " People " << "Age" << ">" << "30"
+    QTest::newRow("number") << " People "
+                            << "Age"
+                            << ">"
+                            << "30"
                             << "select * from People WHERE Age > 30";
-    QTest::newRow("nothing set still has WHERE") << "" << "" << "" << ""
+    QTest::newRow("nothing set still has WHERE") << ""
+                                                 << ""
+                                                 << ""
+                                                 << ""
                                                  << "select * from  WHERE   ";
 }
 
