@@ -22,3 +22,8 @@ bool ParseConnectionString(const QString& conString, QList<QPair<QString, QStrin
 // message for anything else.
 bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
                              QString& message);
+
+// Qt's ODBC driver puts "DSN=" in front of a database name that holds neither "DRIVER="
+// nor "SERVER=". Returns the name to give QSqlDatabase::setDatabaseName so that the
+// driver manager receives odbcString itself.
+QString QtOdbcDatabaseName(const QString& odbcString);
