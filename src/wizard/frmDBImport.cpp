@@ -425,6 +425,8 @@ void frmDBImport::LoadGroups()
     ui->icmbGroups->clear();
     for (const QString& group : LoadVTGroups())
         ui->icmbGroups->addItem(groupIcon, group);
+    // A refilled list has no selection until the caller picks the Group it wants.
+    ui->icmbGroups->setCurrentIndex(-1);
 }
 
 void frmDBImport::optFilterMethod_Click(int index)
