@@ -17,7 +17,10 @@ std::uint32_t readLength(const char* p)
 }
 } // namespace
 
-DuplicateCheckList::DuplicateCheckList() { clear(); }
+DuplicateCheckList::DuplicateCheckList()
+{
+    clear();
+}
 
 void DuplicateCheckList::clear()
 {
@@ -89,8 +92,8 @@ bool DuplicateCheckList::add(const QString& address)
         return false;
 
     const std::size_t offset = m_arena.size();
-    if (offset + kLengthBytes + size >= std::numeric_limits<std::uint32_t>::max()
-        || m_count == std::numeric_limits<qint32>::max())
+    if (offset + kLengthBytes + size >= std::numeric_limits<std::uint32_t>::max() ||
+        m_count == std::numeric_limits<qint32>::max())
         throw AppError(7, QStringLiteral("Out of memory"));
     const std::uint32_t length = std::uint32_t(size);
     m_arena.resize(offset + kLengthBytes + size);

@@ -34,13 +34,15 @@ QStringList LoadVTGroups()
                 const QString name = CleanFilename(file);
                 const QString upper = name.toUpper();
                 // The host's own lists live beside the Groups but are not Groups.
-                if (upper == QLatin1String("EXCLUSION LIST") || upper == QLatin1String("ALL GROUPS"))
+                if (upper == QLatin1String("EXCLUSION LIST") ||
+                    upper == QLatin1String("ALL GROUPS"))
                     continue;
                 groups << name;
             }
         }
     } catch (const AppError& e) {
-        MessageBoxes::instance().critical(e.numberAndDescription() + QStringLiteral(" - LoadVTGroups"));
+        MessageBoxes::instance().critical(e.numberAndDescription() +
+                                          QStringLiteral(" - LoadVTGroups"));
     }
     return groups;
 }
@@ -50,9 +52,9 @@ bool CreateGroup(const QString& name, const QString& folder)
     const QString path = folder + name + kGroupExtension;
     try {
         if (FileExists(path)) {
-            MessageBoxes::instance().information(QStringLiteral("A Group by the name: ") + name
-                                                 + QStringLiteral("\r\nalready exists.\r\n\r\n")
-                                                 + QStringLiteral("Click OK to choose a new name"));
+            MessageBoxes::instance().information(QStringLiteral("A Group by the name: ") + name +
+                                                 QStringLiteral("\r\nalready exists.\r\n\r\n") +
+                                                 QStringLiteral("Click OK to choose a new name"));
             return false;
         }
         MousePointer::busy();
@@ -61,8 +63,8 @@ bool CreateGroup(const QString& name, const QString& folder)
         return true;
     } catch (const AppError& e) {
         MousePointer::normal();
-        MessageBoxes::instance().critical(QStringLiteral("CreateGroupError: ")
-                                          + e.numberAndDescription());
+        MessageBoxes::instance().critical(QStringLiteral("CreateGroupError: ") +
+                                          e.numberAndDescription());
         return false;
     }
 }

@@ -104,7 +104,8 @@ public:
     {
         reset();
         const QByteArray utf8 = sql.toUtf8();
-        if (sqlite3_prepare_v2(db, utf8.constData(), int(utf8.size()), &m_stmt, nullptr) != SQLITE_OK) {
+        if (sqlite3_prepare_v2(db, utf8.constData(), int(utf8.size()), &m_stmt, nullptr) !=
+            SQLITE_OK) {
             m_stmt = nullptr;
             failSqlite(db, QStringLiteral("Cannot prepare the Group statement"));
         }
@@ -127,16 +128,16 @@ private:
 const QList<GroupStore::FieldDef>& GroupStore::groupFields()
 {
     static const QList<FieldDef> fields = {
-        {QStringLiteral("Title"), Text, 10},      {QStringLiteral("FirstName"), Text, 30},
-        {QStringLiteral("LastName"), Text, 30},   {QStringLiteral("EmailAddress"), Text, 100},
-        {QStringLiteral("Initial"), Text, 10},    {QStringLiteral("Address1"), Text, 30},
-        {QStringLiteral("Address2"), Text, 30},   {QStringLiteral("City"), Text, 30},
-        {QStringLiteral("State"), Text, 30},      {QStringLiteral("Zip"), Text, 15},
-        {QStringLiteral("Country"), Text, 30},    {QStringLiteral("Company"), Text, 50},
-        {QStringLiteral("JobTitle"), Text, 50},   {QStringLiteral("WEB"), Text, 75},
-        {QStringLiteral("Telephone"), Text, 25},  {QStringLiteral("FAX"), Text, 25},
-        {QStringLiteral("Field1"), Text, 50},     {QStringLiteral("Field2"), Text, 50},
-        {QStringLiteral("Field3"), Text, 50},     {QStringLiteral("Field4"), Text, 50},
+        {QStringLiteral("Title"), Text, 10},     {QStringLiteral("FirstName"), Text, 30},
+        {QStringLiteral("LastName"), Text, 30},  {QStringLiteral("EmailAddress"), Text, 100},
+        {QStringLiteral("Initial"), Text, 10},   {QStringLiteral("Address1"), Text, 30},
+        {QStringLiteral("Address2"), Text, 30},  {QStringLiteral("City"), Text, 30},
+        {QStringLiteral("State"), Text, 30},     {QStringLiteral("Zip"), Text, 15},
+        {QStringLiteral("Country"), Text, 30},   {QStringLiteral("Company"), Text, 50},
+        {QStringLiteral("JobTitle"), Text, 50},  {QStringLiteral("WEB"), Text, 75},
+        {QStringLiteral("Telephone"), Text, 25}, {QStringLiteral("FAX"), Text, 25},
+        {QStringLiteral("Field1"), Text, 50},    {QStringLiteral("Field2"), Text, 50},
+        {QStringLiteral("Field3"), Text, 50},    {QStringLiteral("Field4"), Text, 50},
         {QStringLiteral("DateAdded"), Date, 0},
     };
     return fields;
@@ -145,7 +146,13 @@ const QList<GroupStore::FieldDef>& GroupStore::groupFields()
 class GroupStore::Private
 {
 public:
-    enum class Current { None, Cursor, New, Row };
+    enum class Current
+    {
+        None,
+        Cursor,
+        New,
+        Row
+    };
 
     sqlite3* db = nullptr;
     QStringList columns;
@@ -405,12 +412,11 @@ void GroupStore::createFile(const QString& path, const QList<FieldDef>& fields)
             columns << quoted(f.name) + QStringLiteral(" TEXT");
         Statement stmt;
         exec(db, "BEGIN", QStringLiteral("Cannot create the Group file"));
-        stmt.prepare(db, QStringLiteral("CREATE TABLE Recipients (") + columns.join(QStringLiteral(", "))
-                             + QLatin1Char(')'));
+        stmt.prepare(db, QStringLiteral("CREATE TABLE Recipients (") +
+                             columns.join(QStringLiteral(", ")) + QLatin1Char(')'));
         if (sqlite3_step(stmt.get()) != SQLITE_DONE)
             failSqlite(db, QStringLiteral("Cannot create the Group file"));
-        exec(db,
-             "CREATE TABLE Fields (Position INTEGER, Name TEXT, Type INTEGER, Length INTEGER)",
+        exec(db, "CREATE TABLE Fields (Position INTEGER, Name TEXT, Type INTEGER, Length INTEGER)",
              QStringLiteral("Cannot create the Group file"));
         stmt.prepare(db, QStringLiteral("INSERT INTO Fields (Position, Name, Type, Length) "
                                         "VALUES (?1, ?2, ?3, ?4)"));
@@ -427,7 +433,8 @@ void GroupStore::createFile(const QString& path, const QList<FieldDef>& fields)
         }
         bool hasEmail = false;
         for (const FieldDef& f : fields)
-            hasEmail = hasEmail || f.name.compare(QLatin1String("EmailAddress"), Qt::CaseInsensitive) == 0;
+            hasEmail =
+                hasEmail || f.name.compare(QLatin1String("EmailAddress"), Qt::CaseInsensitive) == 0;
         if (hasEmail) {
             exec(db,
                  "CREATE INDEX RecipientsEmailAddress ON Recipients (EmailAddress COLLATE NOCASE)",
@@ -442,8 +449,8 @@ void GroupStore::createFile(const QString& path, const QList<FieldDef>& fields)
         QFile::remove(path);
         QFile::remove(path + QStringLiteral("-journal"));
         if (!QFileInfo(info.absolutePath()).isWritable())
-            throw AppError(AppError::PermissionDenied,
-                           QStringLiteral("Permission denied (") + e.description() + QLatin1Char(')'));
+            throw AppError(AppError::PermissionDenied, QStringLiteral("Permission denied (") +
+                                                           e.description() + QLatin1Char(')'));
         throw;
     }
 }
@@ -454,8 +461,8 @@ void GroupStore::open(const QString& path)
     if (!QFileInfo::exists(path))
         fail(QStringLiteral("File not found: ") + path, AppError::FileNotFound);
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr)
-        != SQLITE_OK) {
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr) !=
+        SQLITE_OK) {
         const QString message = QString::fromUtf8(sqlite3_errmsg(db));
         sqlite3_close_v2(db);
         fail(QStringLiteral("Cannot open the Group file: ") + message);
@@ -490,7 +497,8 @@ void GroupStore::open(const QString& path)
                 const QString name = QString::fromUtf8(
                     reinterpret_cast<const char*>(sqlite3_column_text(fieldsStmt, 0)));
                 const auto it = d->indexByLowerName.constFind(name.toLower());
-                if (it != d->indexByLowerName.constEnd() && sqlite3_column_int(fieldsStmt, 1) == Text)
+                if (it != d->indexByLowerName.constEnd() &&
+                    sqlite3_column_int(fieldsStmt, 1) == Text)
                     d->lengths[size_t(it.value())] = sqlite3_column_int(fieldsStmt, 2);
             }
         }
@@ -502,12 +510,12 @@ void GroupStore::open(const QString& path)
             params << QStringLiteral("?%1").arg(i + 1);
             assignments << quoted(d->columns.at(i)) + QStringLiteral("=?%1").arg(i + 1);
         }
-        d->insert.prepare(db, QStringLiteral("INSERT INTO Recipients (") + names.join(QLatin1Char(','))
-                                  + QStringLiteral(") VALUES (") + params.join(QLatin1Char(','))
-                                  + QLatin1Char(')'));
-        d->update.prepare(db, QStringLiteral("UPDATE Recipients SET ")
-                                  + assignments.join(QLatin1Char(','))
-                                  + QStringLiteral(" WHERE rowid=?%1").arg(d->columns.size() + 1));
+        d->insert.prepare(db, QStringLiteral("INSERT INTO Recipients (") +
+                                  names.join(QLatin1Char(',')) + QStringLiteral(") VALUES (") +
+                                  params.join(QLatin1Char(',')) + QLatin1Char(')'));
+        d->update.prepare(db, QStringLiteral("UPDATE Recipients SET ") +
+                                  assignments.join(QLatin1Char(',')) +
+                                  QStringLiteral(" WHERE rowid=?%1").arg(d->columns.size() + 1));
         d->finds.resize(size_t(d->columns.size()) * 2);
         d->values.assign(size_t(d->columns.size()), QString());
         d->isSet.assign(size_t(d->columns.size()), false);
@@ -519,7 +527,10 @@ void GroupStore::open(const QString& path)
     }
 }
 
-bool GroupStore::isOpen() const { return d->db != nullptr; }
+bool GroupStore::isOpen() const
+{
+    return d->db != nullptr;
+}
 
 void GroupStore::close()
 {
@@ -541,7 +552,8 @@ qint32 GroupStore::recordCount()
     d->requireOpen();
     d->flush();
     sqlite3_stmt* stmt = nullptr;
-    if (sqlite3_prepare_v2(d->db, "SELECT COUNT(*) FROM Recipients", -1, &stmt, nullptr) != SQLITE_OK)
+    if (sqlite3_prepare_v2(d->db, "SELECT COUNT(*) FROM Recipients", -1, &stmt, nullptr) !=
+        SQLITE_OK)
         failSqlite(d->db, QStringLiteral("Cannot count the Group's records"));
     const int rc = sqlite3_step(stmt);
     const qint64 count = rc == SQLITE_ROW ? sqlite3_column_int64(stmt, 0) : 0;
@@ -556,8 +568,8 @@ void GroupStore::moveFirst()
     d->requireOpen();
     d->flush();
     d->stopCursor();
-    d->cursor.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
-                                 + QStringLiteral(" FROM Recipients ORDER BY rowid"));
+    d->cursor.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
+                                 QStringLiteral(" FROM Recipients ORDER BY rowid"));
     d->stepCursor();
 }
 
@@ -575,8 +587,9 @@ void GroupStore::moveNext()
             d->cursorAtEnd = true;
             return;
         }
-        d->cursor.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
-                                     + QStringLiteral(" FROM Recipients WHERE rowid>?1 ORDER BY rowid"));
+        d->cursor.prepare(d->db,
+                          QStringLiteral("SELECT ") + d->selectColumns() +
+                              QStringLiteral(" FROM Recipients WHERE rowid>?1 ORDER BY rowid"));
         sqlite3_bind_int64(d->cursor.get(), 1, after);
         d->stepCursor();
         return;
@@ -594,7 +607,10 @@ int GroupStore::fieldIndex(const QString& name) const
     return d->indexByLowerName.value(name.toLower(), -1);
 }
 
-QStringList GroupStore::fieldNames() const { return d->columns; }
+QStringList GroupStore::fieldNames() const
+{
+    return d->columns;
+}
 
 QString GroupStore::getField(const QString& name)
 {
@@ -652,7 +668,8 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
 {
     d->requireOpen();
     if (comparison.trimmed() != QLatin1String("="))
-        fail(QStringLiteral("Unsupported comparison ") + comparison, AppError::InvalidProcedureCall);
+        fail(QStringLiteral("Unsupported comparison ") + comparison,
+             AppError::InvalidProcedureCall);
     const int index = d->requireField(field);
     d->flush();
     d->stopCursor();
@@ -662,24 +679,31 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
         auto& stmt = d->finds[slot];
         if (!stmt) {
             stmt = std::make_unique<Statement>();
-            stmt->prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns()
-                                     + QStringLiteral(" FROM Recipients WHERE ") + where
-                                     + QStringLiteral(" LIMIT 1"));
+            stmt->prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
+                                     QStringLiteral(" FROM Recipients WHERE ") + where +
+                                     QStringLiteral(" LIMIT 1"));
         }
         return stmt->get();
     };
 
     const QString column = quoted(d->columns.at(index));
-    bool found = d->findWith(statement(size_t(index) * 2, column + QStringLiteral("=?1 COLLATE NOCASE")), value);
+    bool found = d->findWith(
+        statement(size_t(index) * 2, column + QStringLiteral("=?1 COLLATE NOCASE")), value);
     // SQLite's NOCASE folds ASCII letters only.
     if (!found && !isAscii(value)) {
-        found = d->findWith(
-            statement(size_t(index) * 2 + 1, QStringLiteral("dbimport_fold(") + column + QStringLiteral(")=?1")),
-            value.toLower());
+        found = d->findWith(statement(size_t(index) * 2 + 1, QStringLiteral("dbimport_fold(") +
+                                                                 column + QStringLiteral(")=?1")),
+                            value.toLower());
     }
     d->noMatch = !found;
 }
 
-bool GroupStore::noMatch() const { return d->noMatch; }
+bool GroupStore::noMatch() const
+{
+    return d->noMatch;
+}
 
-void GroupStore::setBatchSize(int rows) { d->batchSize = rows > 0 ? rows : 1; }
+void GroupStore::setBatchSize(int rows)
+{
+    d->batchSize = rows > 0 ? rows : 1;
+}

@@ -19,7 +19,11 @@ class GroupStore final
 {
 public:
     // A field definition as the Group is created with it.
-    enum FieldType { Text = 0, Date = 6 };
+    enum FieldType
+    {
+        Text = 0,
+        Date = 6
+    };
     struct FieldDef
     {
         QString name;

@@ -42,8 +42,8 @@ struct SourceFailure
 QStringList recipientFieldNames()
 {
     return (QStringLiteral("Title,FullNameMacro,FirstName,Initial,LastName,EMailAddress,Address1,"
-                           "Address2,City,State,Zip,Country,")
-            + QStringLiteral("Company,JobTitle,Web,Telephone,FAX,Field1,Field2,Field3,Field4"))
+                           "Address2,City,State,Zip,Country,") +
+            QStringLiteral("Company,JobTitle,Web,Telephone,FAX,Field1,Field2,Field3,Field4"))
         .split(QLatin1Char(','));
 }
 
@@ -228,8 +228,8 @@ void SplitName(QString& fullName, QString& title, QString& firstName, QString& i
         }
         fullName = s;
     } catch (const std::exception& e) {
-        MessageBoxes::instance().critical(QStringLiteral("SplitName Error: ")
-                                          + QString::fromUtf8(e.what()) + QStringLiteral(" - 5"));
+        MessageBoxes::instance().critical(QStringLiteral("SplitName Error: ") +
+                                          QString::fromUtf8(e.what()) + QStringLiteral(" - 5"));
     }
 }
 
@@ -267,7 +267,12 @@ public:
     // One step of copying a record into the Group.
     struct CopyStep
     {
-        enum Kind { Plain, Email, FullName } kind = Plain;
+        enum Kind
+        {
+            Plain,
+            Email,
+            FullName
+        } kind = Plain;
         QString groupField;
         int groupIndex = -1;
         QString sourceField;
@@ -284,8 +289,7 @@ public:
 
 ImportEngine::ImportEngine(const ImportChoices& choices, ImportView& view)
     : d(std::make_unique<Private>(choices, view))
-{
-}
+{}
 
 ImportEngine::~ImportEngine()
 {
@@ -293,17 +297,26 @@ ImportEngine::~ImportEngine()
     d->source.reset();
 }
 
-bool ImportEngine::importRunning() const { return d->importRunning; }
-void ImportEngine::requestStop() { d->importRunning = false; }
-ImportEngine::Totals ImportEngine::totals() const { return d->totals; }
+bool ImportEngine::importRunning() const
+{
+    return d->importRunning;
+}
+void ImportEngine::requestStop()
+{
+    d->importRunning = false;
+}
+ImportEngine::Totals ImportEngine::totals() const
+{
+    return d->totals;
+}
 
 bool ImportEngine::DoImportJob(QString& errorText)
 {
     const QString logPath = HostDataFolder() + kLogFileName;
     if (!OpenLogFile(logPath, LogFileNumber(), false, errorText)) {
-        if (!MessageBoxes::instance().ask(QStringLiteral("The log file cannot be opened, Error: ")
-                                          + errorText
-                                          + QStringLiteral(". Do you wist to continue with the import ?"))) {
+        if (!MessageBoxes::instance().ask(
+                QStringLiteral("The log file cannot be opened, Error: ") + errorText +
+                QStringLiteral(". Do you wist to continue with the import ?"))) {
             d->CloseImportResources();
             return false;
         }
@@ -314,9 +327,10 @@ bool ImportEngine::DoImportJob(QString& errorText)
     d->log(QStringLiteral("# Parameters"));
     d->log(QStringLiteral("#   DSN : ") + c.DSNName);
     d->log(QStringLiteral("#   Destination Group : ") + c.VTGroup);
-    d->log(QStringLiteral("#   Replace : ") + (c.ReplaceExisting ? QStringLiteral("True") : QStringLiteral("False")));
-    d->log(QStringLiteral("#   FilterMethod : ")
-           + (c.FilterMethod == 0 ? QStringLiteral("Table") : QStringLiteral("User inputted SQL")));
+    d->log(QStringLiteral("#   Replace : ") +
+           (c.ReplaceExisting ? QStringLiteral("True") : QStringLiteral("False")));
+    d->log(QStringLiteral("#   FilterMethod : ") +
+           (c.FilterMethod == 0 ? QStringLiteral("Table") : QStringLiteral("User inputted SQL")));
     d->log(QStringLiteral("#   Selected Table : ") + c.SelectedTable);
     d->log(QStringLiteral("#     # Rules : ") + QString::number(c.Rules.Count()));
     const QString builtSql = BuildImportSQL(c.SelectedTable, c.Rules);
@@ -349,12 +363,13 @@ bool ImportEngine::DoImportJob(QString& errorText)
     d->log(QStringLiteral("#   Database Import Ended : ") + timeStamp());
     d->CloseImportResources();
 
-    if (MessageBoxes::instance().ask(QStringLiteral("Would you like to review the log file now?"))) {
+    if (MessageBoxes::instance().ask(
+            QStringLiteral("Would you like to review the log file now?"))) {
         if (ShellOpen(logPath) < 32) {
             MessageBoxes::instance().exclamation(
                 QStringLiteral("Unable to launch the default text editor for your system.\r\n"
-                               "To view the details please open the following file:\r\n\r\n")
-                + logPath);
+                               "To view the details please open the following file:\r\n\r\n") +
+                logPath);
         }
     }
     return true;
@@ -363,7 +378,8 @@ bool ImportEngine::DoImportJob(QString& errorText)
 bool ImportEngine::Private::OpenVTDatabase(QString& errorText)
 {
     try {
-        const QString path = NativePath(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"));
+        const QString path =
+            NativePath(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"));
         // A missing Group is not refused here: the first store operation fails instead.
         if (GroupStore::checkFile(path))
             store.open(path);
@@ -406,7 +422,8 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
         const int emailIndex = store.fieldIndex(emailField);
         for (qint32 i = 1; i <= count; ++i) {
             try {
-                duplicates.add(emailIndex >= 0 ? store.getField(emailIndex) : store.getField(emailField));
+                duplicates.add(emailIndex >= 0 ? store.getField(emailIndex)
+                                               : store.getField(emailField));
             } catch (const std::exception&) {
             }
             view.setProgressValue(i);
@@ -418,8 +435,8 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
         }
     }
     view.setProgressValue(0);
-    log(QStringLiteral("#   ") + QString::number(duplicates.count())
-        + QStringLiteral(" entries in duplicate check list"));
+    log(QStringLiteral("#   ") + QString::number(duplicates.count()) +
+        QStringLiteral(" entries in duplicate check list"));
     return true;
 }
 
@@ -460,9 +477,9 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     {
         QSqlQuery count(source->database());
         count.setForwardOnly(true);
-        if (count.exec(QStringLiteral("SELECT COUNT(*) FROM (") + inner
-                       + QStringLiteral(") AS dbimport_count"))
-            && count.next())
+        if (count.exec(QStringLiteral("SELECT COUNT(*) FROM (") + inner +
+                       QStringLiteral(") AS dbimport_count")) &&
+            count.next())
             recordCount = count.value(0).toLongLong();
     }
     if (recordCount < 0) {
@@ -507,8 +524,8 @@ void ImportEngine::Private::prepareCopy(const QSqlRecord& record)
             step.kind = CopyStep::FullName;
         } else {
             step.kind = name.compare(QLatin1String("EMailAddress"), Qt::CaseInsensitive) == 0
-                ? CopyStep::Email
-                : CopyStep::Plain;
+                            ? CopyStep::Email
+                            : CopyStep::Plain;
             step.groupIndex = store.isOpen() ? store.fieldIndex(name) : -1;
         }
         copySteps.push_back(step);
@@ -523,8 +540,8 @@ QVariant ImportEngine::Private::sourceValue(const QString& field, int index) con
 {
     if (index < 0)
         throw AppError(3265, QStringLiteral("Item cannot be found in the collection corresponding "
-                                            "to the requested name or ordinal. (")
-                                 + field + QLatin1Char(')'));
+                                            "to the requested name or ordinal. (") +
+                                 field + QLatin1Char(')'));
     return records->value(index);
 }
 
@@ -575,8 +592,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         if (!hasRecord) {
             if (records->lastError().isValid())
                 throw SourceFailure{SourceConnection::errorText(records->lastError())};
-            MessageBoxes::instance().information(
-                QStringLiteral("The criteria specified did not return any records from the database."));
+            MessageBoxes::instance().information(QStringLiteral(
+                "The criteria specified did not return any records from the database."));
             return true;
         }
 
@@ -588,7 +605,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             view.showNoProgressNotice(
                 QStringLiteral("Progress bar not displayed - Record Count is not available."));
         } else {
-            view.setProgressRange(0, int(qMin<qint64>(recordCount, std::numeric_limits<int>::max())));
+            view.setProgressRange(0,
+                                  int(qMin<qint64>(recordCount, std::numeric_limits<int>::max())));
             view.setProgressVisible(true);
         }
 
@@ -600,8 +618,10 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const CMapping* emailMapping = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
         const QString emailField = emailMapping ? emailMapping->DBField : QString();
         const int emailSource = record.indexOf(emailField);
-        const int dateAddedIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
-        const QString today = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
+        const int dateAddedIndex =
+            store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        const QString today =
+            QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         MessageBoxes& boxes = MessageBoxes::instance();
 
         while (hasRecord) {
@@ -609,7 +629,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             QString reason;
             if (!IsEmailValid(email, reason)) {
                 ++totals.illegal;
-                log(QStringLiteral("**  IGNORED: Invalid email (") + reason + QStringLiteral(") Email=") + email);
+                log(QStringLiteral("**  IGNORED: Invalid email (") + reason +
+                    QStringLiteral(") Email=") + email);
             } else if (!IsDuplicateEmail(email)) {
                 store.addRecord();
                 copyMappedFields(email);
@@ -641,7 +662,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 
             if (!importRunning) {
                 showCounters();
-                if (boxes.ask(QStringLiteral("You have chosen to cancel the import process, are you sure ?"))) {
+                if (boxes.ask(QStringLiteral(
+                        "You have chosen to cancel the import process, are you sure ?"))) {
                     view.setStatus(QStringLiteral("Import Terminated by user ..."));
                     break;
                 }

@@ -48,24 +48,29 @@ void tst_GroupStore::createdFileHasTheGroupFormat()
     TempFolder folder;
     const QString path = newGroup(folder);
 
-    const QStringList columns =
-        SqliteColumn(path, QStringLiteral("SELECT name FROM pragma_table_info('Recipients') ORDER BY cid"));
-    QCOMPARE(columns,
-             QStringList({"Title", "FirstName", "LastName", "EmailAddress", "Initial", "Address1",
-                          "Address2", "City", "State", "Zip", "Country", "Company", "JobTitle",
-                          "WEB", "Telephone", "FAX", "Field1", "Field2", "Field3", "Field4",
-                          "DateAdded"}));
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT DISTINCT type FROM pragma_table_info('Recipients')")),
+    const QStringList columns = SqliteColumn(
+        path, QStringLiteral("SELECT name FROM pragma_table_info('Recipients') ORDER BY cid"));
+    QCOMPARE(columns, QStringList({"Title",    "FirstName", "LastName", "EmailAddress", "Initial",
+                                   "Address1", "Address2",  "City",     "State",        "Zip",
+                                   "Country",  "Company",   "JobTitle", "WEB",          "Telephone",
+                                   "FAX",      "Field1",    "Field2",   "Field3",       "Field4",
+                                   "DateAdded"}));
+    QCOMPARE(SqliteColumn(
+                 path, QStringLiteral("SELECT DISTINCT type FROM pragma_table_info('Recipients')")),
              QStringList{"TEXT"});
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT Position || ',' || Name || ',' || Type || ',' || Length "
-                                               "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position")),
-             QStringList({"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
+    QCOMPARE(
+        SqliteColumn(
+            path, QStringLiteral("SELECT Position || ',' || Name || ',' || Type || ',' || Length "
+                                 "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position")),
+        QStringList({"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
     QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Fields")), QStringList{"21"});
     // The e-mail index compares without regard to case, so a find can use it.
     const QStringList indexSql = SqliteColumn(
-        path, QStringLiteral("SELECT sql FROM sqlite_master WHERE type='index' AND tbl_name='Recipients'"));
+        path, QStringLiteral(
+                  "SELECT sql FROM sqlite_master WHERE type='index' AND tbl_name='Recipients'"));
     QCOMPARE(indexSql.size(), 1);
-    QVERIFY2(indexSql.first().contains(QLatin1String("EmailAddress COLLATE NOCASE")), qPrintable(indexSql.first()));
+    QVERIFY2(indexSql.first().contains(QLatin1String("EmailAddress COLLATE NOCASE")),
+             qPrintable(indexSql.first()));
 }
 
 void tst_GroupStore::checkFile_data()
@@ -93,7 +98,8 @@ void tst_GroupStore::checkFile()
     else if (kind == QLatin1String("empty"))
         folder.writeFile(QStringLiteral("G.gdb"), QByteArray());
     else if (kind == QLatin1String("other"))
-        QCOMPARE(BuildSqliteDatabase(path, {QStringLiteral("CREATE TABLE People (Name TEXT)")}), QString());
+        QCOMPARE(BuildSqliteDatabase(path, {QStringLiteral("CREATE TABLE People (Name TEXT)")}),
+                 QString());
     else if (kind == QLatin1String("folder"))
         QVERIFY(QDir(folder.path()).mkdir(QStringLiteral("G.gdb")));
     QCOMPARE(GroupStore::checkFile(path), expected);
@@ -154,17 +160,24 @@ void tst_GroupStore::addedRecordsReachTheFile()
         QCOMPARE(store.recordCount(), 0);
         for (int i = 1; i <= 3; ++i) {
             store.addRecord();
-            store.setField(QStringLiteral("EmailAddress"), QStringLiteral("p%1@example.com").arg(i));
+            store.setField(QStringLiteral("EmailAddress"),
+                           QStringLiteral("p%1@example.com").arg(i));
             store.setField(QStringLiteral("LastName"), QStringLiteral("Person %1").arg(i));
         }
         QCOMPARE(store.recordCount(), 3);
         store.close();
         QVERIFY(!store.isOpen());
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT EmailAddress || '/' || LastName FROM Recipients ORDER BY rowid")),
-             QStringList({"p1@example.com/Person 1", "p2@example.com/Person 2", "p3@example.com/Person 3"}));
+    QCOMPARE(
+        SqliteColumn(path,
+                     QStringLiteral(
+                         "SELECT EmailAddress || '/' || LastName FROM Recipients ORDER BY rowid")),
+        QStringList(
+            {"p1@example.com/Person 1", "p2@example.com/Person 2", "p3@example.com/Person 3"}));
     // Fields never set stay NULL, and read back as empty text.
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients WHERE City IS NULL")), QStringList{"3"});
+    QCOMPARE(
+        SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients WHERE City IS NULL")),
+        QStringList{"3"});
     GroupStore store;
     store.open(path);
     store.moveFirst();
@@ -177,16 +190,25 @@ void tst_GroupStore::overLongValuesAreCut_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("stored");
 
-    QTest::newRow("title 10") << "Title" << "Professorin" << "Professori";
-    QTest::newRow("exactly the length") << "Zip" << "123456789012345" << "123456789012345";
-    QTest::newRow("zip 15") << "Zip" << "1234567890123456789" << "123456789012345";
-    QTest::newRow("email 100") << "EmailAddress" << QString(120, QLatin1Char('e')) << QString(100, QLatin1Char('e'));
+    QTest::newRow("title 10") << "Title"
+                              << "Professorin"
+                              << "Professori";
+    QTest::newRow("exactly the length") << "Zip"
+                                        << "123456789012345"
+                                        << "123456789012345";
+    QTest::newRow("zip 15") << "Zip"
+                            << "1234567890123456789"
+                            << "123456789012345";
+    QTest::newRow("email 100") << "EmailAddress" << QString(120, QLatin1Char('e'))
+                               << QString(100, QLatin1Char('e'));
     QTest::newRow("non-ASCII counted in characters")
         << "Title" << QString::fromUtf8("ÄÖÜäöüßÉÈÊX") << QString::fromUtf8("ÄÖÜäöüßÉÈÊ");
     // A character outside the BMP is one character, two UTF-16 units: never split.
     const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");
-    QTest::newRow("surrogate pairs") << "Title" << QString(clef).repeated(12) << QString(clef).repeated(10);
-    QTest::newRow("date has no limit") << "DateAdded" << QString(60, QLatin1Char('d')) << QString(60, QLatin1Char('d'));
+    QTest::newRow("surrogate pairs")
+        << "Title" << QString(clef).repeated(12) << QString(clef).repeated(10);
+    QTest::newRow("date has no limit")
+        << "DateAdded" << QString(60, QLatin1Char('d')) << QString(60, QLatin1Char('d'));
 }
 
 void tst_GroupStore::overLongValuesAreCut()
@@ -203,7 +225,8 @@ void tst_GroupStore::overLongValuesAreCut()
         store.setField(field, value);
         QCOMPARE(store.getField(field), stored);
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT %1 FROM Recipients").arg(field)), QStringList{stored});
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT %1 FROM Recipients").arg(field)),
+             QStringList{stored});
 }
 
 void tst_GroupStore::fieldNamesIgnoreCase()
@@ -220,7 +243,9 @@ void tst_GroupStore::fieldNamesIgnoreCase()
         QCOMPARE(store.fieldIndex(QStringLiteral("wEb")), store.fieldIndex(QStringLiteral("WEB")));
         QCOMPARE(store.fieldIndex(QStringLiteral("FullNameMacro")), -1);
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT WEB || '|' || FAX || '|' || EmailAddress FROM Recipients")),
+    QCOMPARE(SqliteColumn(
+                 path,
+                 QStringLiteral("SELECT WEB || '|' || FAX || '|' || EmailAddress FROM Recipients")),
              QStringList{"https://example.com|+44 1|a@b.cc"});
 }
 
@@ -230,7 +255,8 @@ void tst_GroupStore::unknownFieldThrows()
     GroupStore store;
     store.open(newGroup(folder));
     store.addRecord();
-    QVERIFY_THROWS_EXCEPTION(AppError, store.setField(QStringLiteral("FullNameMacro"), QStringLiteral("x")));
+    QVERIFY_THROWS_EXCEPTION(AppError,
+                             store.setField(QStringLiteral("FullNameMacro"), QStringLiteral("x")));
     QVERIFY_THROWS_EXCEPTION(AppError, store.getField(QStringLiteral("Nickname")));
     GroupStore closed;
     QVERIFY_THROWS_EXCEPTION(AppError, closed.addRecord());
@@ -242,13 +268,20 @@ void tst_GroupStore::findIgnoresCase_data()
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("wanted");
     QTest::addColumn<bool>("found");
-    QTest::newRow("same") << "ann@example.com" << "ann@example.com" << true;
-    QTest::newRow("ASCII case") << "Ann@Example.COM" << "ann@example.com" << true;
-    QTest::newRow("non-ASCII case") << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
-    QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr") << QString::fromUtf8("σοφια@example.gr") << true;
-    QTest::newRow("different") << "ann@example.com" << "bob@example.com" << false;
-    QTest::newRow("non-ASCII different") << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
-    QTest::newRow("trailing blank differs") << "ann@example.com " << "ann@example.com" << false;
+    QTest::newRow("same") << "ann@example.com"
+                          << "ann@example.com" << true;
+    QTest::newRow("ASCII case") << "Ann@Example.COM"
+                                << "ann@example.com" << true;
+    QTest::newRow("non-ASCII case")
+        << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
+    QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr")
+                                << QString::fromUtf8("σοφια@example.gr") << true;
+    QTest::newRow("different") << "ann@example.com"
+                               << "bob@example.com" << false;
+    QTest::newRow("non-ASCII different")
+        << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
+    QTest::newRow("trailing blank differs") << "ann@example.com "
+                                            << "ann@example.com" << false;
 }
 
 void tst_GroupStore::findIgnoresCase()
@@ -259,7 +292,8 @@ void tst_GroupStore::findIgnoresCase()
     TempFolder folder;
     GroupStore store;
     store.open(newGroup(folder));
-    for (const QString& email : {QStringLiteral("first@x.org"), stored, QStringLiteral("last@x.org")}) {
+    for (const QString& email :
+         {QStringLiteral("first@x.org"), stored, QStringLiteral("last@x.org")}) {
         store.addRecord();
         store.setField(QStringLiteral("EmailAddress"), email);
         store.setField(QStringLiteral("Company"), QStringLiteral("of ") + email);
@@ -268,7 +302,8 @@ void tst_GroupStore::findIgnoresCase()
     QCOMPARE(!store.noMatch(), found);
     if (found)
         QCOMPARE(store.getField(QStringLiteral("Company")), QStringLiteral("of ") + stored);
-    QVERIFY_THROWS_EXCEPTION(AppError, store.find(QStringLiteral("EmailAddress"), QStringLiteral(">"), wanted));
+    QVERIFY_THROWS_EXCEPTION(
+        AppError, store.find(QStringLiteral("EmailAddress"), QStringLiteral(">"), wanted));
 }
 
 void tst_GroupStore::findThenSetUpdatesTheRow()
@@ -287,11 +322,14 @@ void tst_GroupStore::findThenSetUpdatesTheRow()
         store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), QStringLiteral("B@X.ORG"));
         QVERIFY(!store.noMatch());
         store.setField(QStringLiteral("City"), QStringLiteral("New"));
-        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), QStringLiteral("nobody@x.org"));
+        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="),
+                   QStringLiteral("nobody@x.org"));
         QVERIFY(store.noMatch());
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT EmailAddress || ' ' || City || ' ' || DateAdded FROM Recipients ORDER BY rowid")),
-             QStringList({"a@x.org Old 01/02/2020", "b@x.org New 01/02/2020", "c@x.org Old 01/02/2020"}));
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT EmailAddress || ' ' || City || ' ' || "
+                                               "DateAdded FROM Recipients ORDER BY rowid")),
+             QStringList(
+                 {"a@x.org Old 01/02/2020", "b@x.org New 01/02/2020", "c@x.org Old 01/02/2020"}));
 }
 
 void tst_GroupStore::currentRecordSurvivesAddFindAndClose()
@@ -305,18 +343,24 @@ void tst_GroupStore::currentRecordSurvivesAddFindAndClose()
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("one@x.org"));
         store.addRecord(); // the first must be written now
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("two@x.org"));
-        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), QStringLiteral("one@x.org"));
+        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="),
+                   QStringLiteral("one@x.org"));
         QVERIFY(!store.noMatch());
         store.setField(QStringLiteral("City"), QStringLiteral("Leeds"));
         store.addRecord();
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("three@x.org"));
-        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), QStringLiteral("TWO@x.org"));
+        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="),
+                   QStringLiteral("TWO@x.org"));
         QVERIFY(!store.noMatch());
         store.setField(QStringLiteral("City"), QStringLiteral("York"));
         store.close(); // the update of two must be written by the close
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT EmailAddress || ':' || IFNULL(City, '-') FROM Recipients ORDER BY rowid")),
-             QStringList({"one@x.org:Leeds", "two@x.org:York", "three@x.org:-"}));
+    QCOMPARE(
+        SqliteColumn(
+            path,
+            QStringLiteral(
+                "SELECT EmailAddress || ':' || IFNULL(City, '-') FROM Recipients ORDER BY rowid")),
+        QStringList({"one@x.org:Leeds", "two@x.org:York", "three@x.org:-"}));
 
     // The destructor closes too, keeping the last record.
     {
@@ -325,7 +369,8 @@ void tst_GroupStore::currentRecordSurvivesAddFindAndClose()
         store.addRecord();
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("four@x.org"));
     }
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")), QStringList{"4"});
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
+             QStringList{"4"});
 }
 
 void tst_GroupStore::sequentialReading()
@@ -334,7 +379,8 @@ void tst_GroupStore::sequentialReading()
     const QString path = newGroup(folder);
     QStringList inserts;
     for (int i = 0; i < 250; ++i)
-        inserts << QStringLiteral("INSERT INTO Recipients (EmailAddress) VALUES ('r%1@x.org')").arg(i);
+        inserts
+            << QStringLiteral("INSERT INTO Recipients (EmailAddress) VALUES ('r%1@x.org')").arg(i);
     inserts << QStringLiteral("INSERT INTO Recipients (EmailAddress) VALUES (NULL)");
     QCOMPARE(BuildSqliteDatabase(path, inserts), QString());
 
@@ -361,8 +407,9 @@ void tst_GroupStore::sequentialReading()
     store.moveNext();
     QCOMPARE(store.getField(QStringLiteral("EmailAddress")), QStringLiteral("r2@x.org"));
     store.close();
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT EmailAddress FROM Recipients WHERE City='Hull'")),
-             QStringList{"r1@x.org"});
+    QCOMPARE(
+        SqliteColumn(path, QStringLiteral("SELECT EmailAddress FROM Recipients WHERE City='Hull'")),
+        QStringList{"r1@x.org"});
 
     // An empty Group is at its end at once.
     const QString empty = newGroup(folder, QStringLiteral("Empty"));
@@ -384,22 +431,26 @@ void tst_GroupStore::committedBatchesAreVisibleBeforeClose()
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("b%1@x.org").arg(i));
     }
     // Seven records set: six written in two full batches, the seventh still current.
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")), QStringList{"6"});
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
+             QStringList{"6"});
     store.close();
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")), QStringList{"7"});
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
+             QStringList{"7"});
 }
 
 void tst_GroupStore::openRefusesNonGroupFiles()
 {
     TempFolder folder;
-    const QString text = folder.writeFile(QStringLiteral("Text.gdb"), "not a database at all, just text\n");
+    const QString text =
+        folder.writeFile(QStringLiteral("Text.gdb"), "not a database at all, just text\n");
     GroupStore store;
     QVERIFY_THROWS_EXCEPTION(AppError, store.open(text));
     QVERIFY(!store.isOpen());
     QVERIFY_THROWS_EXCEPTION(AppError, store.open(folder.filePath(QStringLiteral("Missing.gdb"))));
     QVERIFY(!QFileInfo::exists(folder.filePath(QStringLiteral("Missing.gdb"))));
     const QString other = folder.filePath(QStringLiteral("Other.gdb"));
-    QCOMPARE(BuildSqliteDatabase(other, {QStringLiteral("CREATE TABLE People (Name TEXT)")}), QString());
+    QCOMPARE(BuildSqliteDatabase(other, {QStringLiteral("CREATE TABLE People (Name TEXT)")}),
+             QString());
     QVERIFY_THROWS_EXCEPTION(AppError, store.open(other));
     QVERIFY(!store.isOpen());
 }
