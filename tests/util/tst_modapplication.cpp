@@ -1,0 +1,324 @@
+#include "util/apperror.h"
+#include "util/listcontrol.h"
+#include "util/modApplication.h"
+#include "util/scriptedmessageboxes.h"
+#include "util/windows1252.h"
+
+#include "tempfolder.h"
+
+#include <QDir>
+#include <QTest>
+
+#include <dirent.h>
+
+class TestModApplication : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void windows1252Codes_data();
+    void windows1252Codes();
+    void scramble_data();
+    void scramble();
+    void scrambleRoundTripsEveryInnerCode();
+    void listFiles();
+    void listFilesInTheCurrentFolder();
+    void listFilesFindsNothing_data();
+    void listFilesFindsNothing();
+    void listFilesSplitsNamesAtTheSeparator();
+    void fileExists_data();
+    void fileExists();
+    void shortNamesDoNotExist();
+    void findComboItem_data();
+    void findComboItem();
+    void findComboItemReportsErrors();
+    void loadedForms();
+    void shellOpen();
+};
+
+void TestModApplication::windows1252Codes_data()
+{
+    QTest::addColumn<int>("unicode");
+    QTest::addColumn<int>("code"); // -1: none
+
+    QTest::newRow("NUL") << 0x0000 << 0x00;
+    QTest::newRow("A") << 0x0041 << 0x41;
+    QTest::newRow("DEL") << 0x007F << 0x7F;
+    QTest::newRow("euro") << 0x20AC << 0x80;
+    QTest::newRow("undefined 0x81") << 0x0081 << 0x81;
+    QTest::newRow("undefined 0x8D") << 0x008D << 0x8D;
+    QTest::newRow("undefined 0x8F") << 0x008F << 0x8F;
+    QTest::newRow("undefined 0x90") << 0x0090 << 0x90;
+    QTest::newRow("undefined 0x9D") << 0x009D << 0x9D;
+    QTest::newRow("S caron") << 0x0160 << 0x8A;
+    QTest::newRow("right single quote") << 0x2019 << 0x92;
+    QTest::newRow("trade mark") << 0x2122 << 0x99;
+    QTest::newRow("Y diaeresis") << 0x0178 << 0x9F;
+    QTest::newRow("no-break space") << 0x00A0 << 0xA0;
+    QTest::newRow("y diaeresis") << 0x00FF << 0xFF;
+    QTest::newRow("C1 0x80 has no code") << 0x0080 << -1;
+    QTest::newRow("C1 0x9F has no code") << 0x009F << -1;
+    QTest::newRow("L stroke") << 0x0141 << -1;
+    QTest::newRow("Greek Omega") << 0x03A9 << -1;
+}
+
+void TestModApplication::windows1252Codes()
+{
+    QFETCH(int, unicode);
+    QFETCH(int, code);
+    QCOMPARE(Windows1252::code(QChar(char16_t(unicode))), code);
+    if (code >= 0)
+        QCOMPARE(int(Windows1252::character(code).unicode()), unicode);
+}
+
+void TestModApplication::scramble_data()
+{
+    QTest::addColumn<QString>("plain");
+    QTest::addColumn<QString>("stored"); // empty: refused
+
+    QTest::newRow("letters and separators")
+        << "Provider=SQLite;Data Source=/x.db" << "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec";
+    QTest::newRow("empty") << "" << "";
+    QTest::newRow("euro moves into an undefined code")
+        << QString::fromUtf8("€") << QString(QChar(0x0081));
+    QTest::newRow("into the euro") << QString(QChar(0x007F)) << QString::fromUtf8("€");
+    QTest::newRow("across the C1 block") << QString::fromUtf8("Ÿ") << QString(QChar(0x00A0));
+    QTest::newRow("code 254") << QString::fromUtf8("þ") << QString::fromUtf8("ÿ");
+    QTest::newRow("code 255 empties the whole result")
+        << QString::fromUtf8("abcÿdef") << QString();
+    QTest::newRow("a character without a code empties the result")
+        << QString::fromUtf8("abcΩ") << QString();
+}
+
+void TestModApplication::scramble()
+{
+    QFETCH(QString, plain);
+    QFETCH(QString, stored);
+    QCOMPARE(ScrambleConString(plain), stored);
+    if (!stored.isEmpty())
+        QCOMPARE(UnscrambleConString(stored), plain);
+
+    // The reverse ends at code 0, and refuses what has no code too.
+    QCOMPARE(UnscrambleConString(QString("ab") + QChar(0) + "c"), QString());
+    QCOMPARE(UnscrambleConString(QString::fromUtf8("Łx")), QString());
+    QCOMPARE(UnscrambleConString(QString(QChar(1))), QString(QChar(0)));
+}
+
+void TestModApplication::scrambleRoundTripsEveryInnerCode()
+{
+    QString all;
+    for (int c = 1; c <= 254; ++c)
+        all += Windows1252::character(c);
+    const QString stored = ScrambleConString(all);
+    QCOMPARE(stored.size(), all.size());
+    for (int i = 0; i < all.size(); ++i)
+        QCOMPARE(Windows1252::code(stored.at(i)), Windows1252::code(all.at(i)) + 1);
+    QCOMPARE(UnscrambleConString(stored), all);
+}
+
+// The names in the order the directory gives them.
+static QStringList directoryOrder(const QString& folder)
+{
+    QStringList names;
+    DIR* dir = ::opendir(QFile::encodeName(folder).constData());
+    while (dirent* e = dir ? ::readdir(dir) : nullptr)
+        names << QFile::decodeName(e->d_name);
+    if (dir)
+        ::closedir(dir);
+    return names;
+}
+
+void TestModApplication::listFiles()
+{
+    TempFolder folder;
+    for (const char* name : {"Sales.gdb", ".hidden.gdb", "UPPER.GDB", "notes.txt", "x.gdb.bak",
+                             "gdb", "two words.gdb"})
+        folder.writeFile(name, "x");
+    QVERIFY(QDir(folder.path()).mkdir("folder.gdb"));
+
+    QStringList expected;
+    for (const QString& name : directoryOrder(folder.path())) {
+        if (name.endsWith(".gdb", Qt::CaseInsensitive) && name != "folder.gdb")
+            expected << name;
+    }
+    QCOMPARE(expected.size(), 4);
+
+    // The host's form with and without the closing backslash, and the native form.
+    const QStringList folders = {folder.hostPath(), folder.hostPath().chopped(1), folder.path()};
+    for (const QString& f : folders) {
+        QStringList names{"stale"};
+        QVERIFY2(ListFiles(f, "gdb", names), qPrintable(f));
+        QCOMPARE(names, expected);
+    }
+}
+
+void TestModApplication::listFilesInTheCurrentFolder()
+{
+    TempFolder folder;
+    folder.writeFile("here.vtp", "x");
+    folder.writeFile(".also.vtp", "x");
+    const QString previous = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(folder.path()));
+    QStringList names;
+    const bool found = ListFiles("", "vtp", names);
+    QVERIFY(QDir::setCurrent(previous));
+    QVERIFY(found);
+    names.sort();
+    QCOMPARE(names, QStringList({".also.vtp", "here.vtp"}));
+}
+
+void TestModApplication::listFilesFindsNothing_data()
+{
+    QTest::addColumn<QString>("sub"); // folder inside the temporary one
+    QTest::newRow("empty folder") << "empty";
+    QTest::newRow("only other extensions") << "other";
+    QTest::newRow("missing folder") << "missing";
+}
+
+void TestModApplication::listFilesFindsNothing()
+{
+    QFETCH(QString, sub);
+    TempFolder folder;
+    QDir(folder.path()).mkdir("empty");
+    folder.writeFile("other/a.txt", "x");
+    folder.writeFile("other/b.gdbx", "x");
+    QStringList names{"kept", "as is"};
+    QVERIFY(!ListFiles(folder.filePath(sub), "gdb", names));
+    QCOMPARE(names, QStringList({"kept", "as is"}));
+}
+
+void TestModApplication::listFilesSplitsNamesAtTheSeparator()
+{
+    TempFolder folder;
+    folder.writeFile(QString::fromUtf8("left¬right.gdb"), "x");
+    QStringList names;
+    QVERIFY(ListFiles(folder.path(), "gdb", names));
+    QCOMPARE(names, QStringList({"left", "right.gdb"}));
+}
+
+void TestModApplication::fileExists_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<bool>("host");
+    QTest::addColumn<bool>("exists");
+
+    QTest::newRow("file") << "a.txt" << false << true;
+    QTest::newRow("file, host form") << "a.txt" << true << true;
+    QTest::newRow("empty file") << "empty.txt" << false << true;
+    QTest::newRow("missing") << "b.txt" << false << false;
+    QTest::newRow("folder") << "sub" << false << false;
+    QTest::newRow("empty path") << "" << false << false;
+}
+
+void TestModApplication::fileExists()
+{
+    QFETCH(QString, name);
+    QFETCH(bool, host);
+    QFETCH(bool, exists);
+    TempFolder folder;
+    folder.writeFile("a.txt", "abc");
+    folder.writeFile("empty.txt", "");
+    folder.writeFile("sub/x", "x");
+    const QString path = name.isEmpty() ? QString() : folder.filePath(name);
+    QCOMPARE(FileExists(host ? HostForm(path) : path), exists);
+}
+
+void TestModApplication::shortNamesDoNotExist()
+{
+    TempFolder folder;
+    const QString file = folder.writeFile("A Long Table Name.dbf", "x");
+    QCOMPARE(GetShortName(file), QString());
+    QCOMPARE(GetShortName(HostForm(file)), QString());
+}
+
+void TestModApplication::findComboItem_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<long>("index");
+
+    QTest::newRow("exact") << "Email" << 1L;
+    QTest::newRow("other case") << "EMAIL" << 1L;
+    QTest::newRow("first of equal entries") << "name" << 0L;
+    QTest::newRow("beginning only") << "Em" << -1L;
+    QTest::newRow("longer") << "Emails" << -1L;
+    QTest::newRow("blank entry") << "" << 3L;
+    QTest::newRow("accented letters") << QString::fromUtf8("STRASSE É") << 4L;
+}
+
+void TestModApplication::findComboItem()
+{
+    QFETCH(QString, text);
+    QFETCH(long, index);
+    StringListControl combo;
+    for (const QString& item : {QString("Name"), QString("Email"), QString("NAME"), QString(),
+                                QString::fromUtf8("Strasse é")})
+        combo.addItem(item);
+    QCOMPARE(FindComboItem(combo, text), index);
+}
+
+namespace {
+class BrokenList final : public ListControl
+{
+public:
+    void clear() override {}
+    void addItem(const QString&) override {}
+    int count() const override { return 0; }
+    QString itemText(int) const override { return QString(); }
+    int currentIndex() const override { return -1; }
+    void setCurrentIndex(int) override {}
+    int findExact(const QString&) const override
+    {
+        throw AppError(AppError::InvalidProcedureCall, "Invalid procedure call or argument");
+    }
+};
+} // namespace
+
+void TestModApplication::findComboItemReportsErrors()
+{
+    ScriptedMessageBoxes boxes;
+    MessageBoxesGuard guard(&boxes);
+    BrokenList list;
+    QCOMPARE(FindComboItem(list, "x"), -1L);
+    QCOMPARE(boxes.shown().size(), 1);
+    QCOMPARE(boxes.shown().at(0).icon, MessageBoxes::Icon::Critical);
+    QCOMPARE(boxes.shown().at(0).text,
+             QString("5 - Invalid procedure call or argument - FindComboItem"));
+}
+
+void TestModApplication::loadedForms()
+{
+    QVERIFY(!IsFormLoaded("frmAddModGroup"));
+    RegisterLoadedForm("frmAddModGroup");
+    QVERIFY(IsFormLoaded(" frmAddModGroup "));
+    QVERIFY(IsFormLoaded("FRMADDMODGROUP"));
+    QVERIFY(!IsFormLoaded("frmAddMod"));
+    // Two loaded instances: the name stays loaded until both are gone.
+    RegisterLoadedForm("frmaddmodgroup");
+    UnregisterLoadedForm("frmAddModGroup");
+    QVERIFY(IsFormLoaded("frmAddModGroup"));
+    UnregisterLoadedForm("frmAddModGroup");
+    QVERIFY(!IsFormLoaded("frmAddModGroup"));
+    UnregisterLoadedForm("frmAddModGroup"); // one too many does no harm
+    QVERIFY(!IsFormLoaded("frmAddModGroup"));
+}
+
+void TestModApplication::shellOpen()
+{
+    TempFolder folder;
+    const QString log = folder.writeFile("Database Import Log File.txt", "log");
+    QStringList opened;
+    SetShellLauncher([&opened](const QString& file, const QString& verb) -> long {
+        opened << file + "|" + verb;
+        return 42;
+    });
+    QCOMPARE(ShellOpen(HostForm(log)), 42L);
+    QCOMPARE(ShellOpen(log, QString(), 1, QString(), "open"), 42L);
+    QCOMPARE(opened, QStringList({log + "|", log + "|open"}));
+
+    // The desktop launcher reports a missing file as "file not found" without trying.
+    SetShellLauncher({});
+    QCOMPARE(ShellOpen(folder.filePath("missing.txt")), 2L);
+}
+
+QTEST_GUILESS_MAIN(TestModApplication)
+#include "tst_modapplication.moc"
