@@ -3,6 +3,7 @@
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
+#include "util/windows1252.h"
 
 namespace {
 
@@ -35,30 +36,12 @@ void write(const QString& section, const QString& key, const QString& value)
     WriteIniString(IniFilePath(), section, key, value);
 }
 
-// Windows-1252: ASCII, the Latin-1 upper half, and the 27 printable characters it places
-// in 0x80-0x9F.
-bool inWindows1252(QChar c)
-{
-    const char16_t u = c.unicode();
-    if (u < 0x80 || (u >= 0xA0 && u <= 0xFF))
-        return true;
-    static const char16_t kHigh[] = {0x20AC, 0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
-                                     0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x017D, 0x2018,
-                                     0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014, 0x02DC,
-                                     0x2122, 0x0161, 0x203A, 0x0153, 0x017E, 0x0178};
-    for (char16_t h : kHigh) {
-        if (u == h)
-            return true;
-    }
-    return false;
-}
-
 // A slot is two keys written one after the other; refusing the text up front keeps a
 // failed write from leaving a name without its string.
 void requireStorable(const QString& what, const QString& text)
 {
     for (QChar c : text) {
-        if (!inWindows1252(c))
+        if (Windows1252::code(c) < 0)
             throw AppError(AppError::Encoding,
                            QStringLiteral("The %1 holds the character U+%2, which cannot be "
                                           "stored in the settings file (Windows-1252)")
@@ -73,7 +56,6 @@ void writeSlot(int n, const QString& name, const QString& conString)
     const QString stored = ScrambleConString(conString);
     requireStorable(QStringLiteral("connection name"), name);
     requireStorable(QStringLiteral("connection string"), conString);
-    requireStorable(QStringLiteral("connection string"), stored);
     write(kDsnSection, numbered("DSNName", n), name);
     write(kDsnSection, numbered("DSNString", n), stored);
 }
