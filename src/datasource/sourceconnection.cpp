@@ -8,8 +8,29 @@
 #include "util/apperror.h"
 
 namespace {
+
 QAtomicInteger<quint64> g_counter;
+
+// PostgreSQL's driver describes boolean columns as text unless told otherwise, and the
+// field lists are to call them Boolean. Other drivers ignore the keyword; a string that
+// sets it itself keeps its own choice.
+QString withBooleans(const QString& odbc)
+{
+    QList<QPair<QString, QString>> pairs;
+    QString message;
+    if (!ParseConnectionString(odbc, pairs, message))
+        return odbc;
+    for (const auto& pair : pairs) {
+        if (pair.first.compare(QLatin1String("BoolsAsChar"), Qt::CaseInsensitive) == 0)
+            return odbc;
+    }
+    QString result = odbc.trimmed();
+    if (!result.isEmpty() && !result.endsWith(QLatin1Char(';')))
+        result += QLatin1Char(';');
+    return result + QStringLiteral("BoolsAsChar=0;");
 }
+
+} // namespace
 
 SourceConnection::SourceConnection()
     : m_name(QStringLiteral("dbimport-source-%1-%2")
@@ -35,7 +56,7 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(target.driver, m_name);
         db.setDatabaseName(target.driver == QLatin1String("QODBC")
-                               ? QtOdbcDatabaseName(target.databaseName)
+                               ? QtOdbcDatabaseName(withBooleans(target.databaseName))
                                : target.databaseName);
         db.setConnectOptions(target.connectOptions);
         if (!db.open()) {

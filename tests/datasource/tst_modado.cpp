@@ -1,0 +1,551 @@
+#include "datasource/modADO.h"
+
+#include "util/mousepointer.h"
+#include "util/scriptedmessageboxes.h"
+
+#include "odbcenvironment.h"
+#include "pgtestserver.h"
+#include "sqlitefixture.h"
+#include "tempfolder.h"
+
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+// Records the pointer changes, to see that every helper gives the pointer back.
+class RecordingPointer final : public MousePointer
+{
+public:
+    void setBusy(bool busy) override { changes << busy; }
+    QList<bool> changes;
+};
+
+// One source of the sample data, however it is reached.
+struct Source
+{
+    QString conString;
+    QString error; // why the source could not be prepared
+    std::unique_ptr<TempFolder> folder;
+    std::unique_ptr<PgTestDatabase> pg;
+    QString file;
+
+    // The rows of Customers as the source holds them now, looked at from outside.
+    QStringList customerNames() const
+    {
+        return pg ? pg->column("SELECT name FROM customers ORDER BY id")
+                  : SqliteColumn(file, "SELECT Name FROM Customers ORDER BY ID");
+    }
+};
+
+} // namespace
+
+class TestModADO : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+
+    void adoTypeName_data();
+    void adoTypeName();
+    void sqliteDeclaredTypes_data();
+    void sqliteDeclaredTypes();
+    void odbcSqlTypes_data();
+    void odbcSqlTypes();
+    void driversAreInstalled();
+
+    void tables_data();
+    void tables();
+    void tableFields_data();
+    void tableFields();
+    void statementFields_data();
+    void statementFields();
+    void validateSQL_data();
+    void validateSQL();
+    void writingStatementsLeaveEveryRow_data();
+    void writingStatementsLeaveEveryRow();
+
+    void tablesOfOtherSchemasAreNotListed();
+    void noTablesIsReported();
+    void unusableConnectionIsReportedByGetTables_data();
+    void unusableConnectionIsReportedByGetTables();
+    void fieldsOfAMissingTable();
+    void tableNamesAreSplitAtTheSeparator();
+    void shortTableNames();
+
+private:
+    void addSourceColumn();
+    // Prepares the source named by the "source" column, or skips the row.
+    bool prepare(Source& s, const QStringList& extraSqlite = {},
+                 const QStringList& extraPg = {});
+
+    std::unique_ptr<OdbcEnvironment> m_odbc;
+    RecordingPointer m_pointer;
+    ScriptedMessageBoxes m_boxes;
+    int m_dsnCount = 0;
+};
+
+void TestModADO::initTestCase()
+{
+    m_odbc = std::make_unique<OdbcEnvironment>();
+    QVERIFY(m_odbc->isValid());
+    MousePointer::install(&m_pointer);
+    MessageBoxes::setInstance(&m_boxes);
+}
+
+void TestModADO::cleanup()
+{
+    // Every helper hands the default pointer back, whatever happened.
+    if (!m_pointer.changes.isEmpty())
+        QCOMPARE(m_pointer.changes.last(), false);
+    QCOMPARE(m_pointer.changes.count(true), m_pointer.changes.count(false));
+    m_pointer.changes.clear();
+}
+
+void TestModADO::adoTypeName_data()
+{
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("name");
+
+    for (int code : {131, 4, 16, 17, 20, 21, 2, 18, 14, 3, 19, 5})
+        QTest::addRow("%d", code) << code << "Number";
+    for (int code : {128, 205, 204})
+        QTest::addRow("%d", code) << code << "Binary";
+    QTest::newRow("11") << 11 << "Boolean";
+    for (int code : {129, 200, 8, 201, 203, 202, 130})
+        QTest::addRow("%d", code) << code << "Text";
+    QTest::newRow("6") << 6 << "Currency";
+    QTest::newRow("7") << 7 << "Date";
+    QTest::newRow("133") << 133 << "Date";
+    QTest::newRow("134") << 134 << "Time";
+    QTest::newRow("135") << 135 << "Time";
+    QTest::newRow("132") << 132 << "User Defined";
+    QTest::newRow("9") << 9 << "DBTYPE_IDISPATCH";
+    QTest::newRow("72") << 72 << "DBTYPE_GUID";
+    QTest::newRow("10") << 10 << "DBTYPE_ERROR";
+    QTest::newRow("0") << 0 << "DBTYPE_EMPTY";
+    QTest::newRow("12 variant") << 12 << "Unknown - 12";
+    QTest::newRow("13 unknown") << 13 << "Unknown - 13";
+    QTest::newRow("136 chapter") << 136 << "Unknown - 136";
+    QTest::newRow("negative") << -7 << "Unknown - -7";
+    QTest::newRow("largest") << 32767 << "Unknown - 32767";
+}
+
+void TestModADO::adoTypeName()
+{
+    QFETCH(int, code);
+    QFETCH(QString, name);
+    QCOMPARE(ADOTypeName(static_cast<short>(code)), name);
+}
+
+void TestModADO::sqliteDeclaredTypes_data()
+{
+    QTest::addColumn<QString>("declared");
+    QTest::addColumn<QString>("name");
+
+    const QList<QPair<QString, QString>> rows = {
+        {"INTEGER", "Number"},       {"int", "Number"},           {"BIGINT", "Number"},
+        {"UNSIGNED BIG INT", "Number"}, {"SMALLINT", "Number"},   {"TINYINT", "Number"},
+        {"NUMERIC(10,2)", "Number"}, {"DECIMAL(5)", "Number"},    {"REAL", "Number"},
+        {"DOUBLE PRECISION", "Number"}, {"FLOAT", "Number"},      {"VARCHAR(50)", "Text"},
+        {"NVARCHAR(20)", "Text"},    {"CHARACTER(20)", "Text"},   {"NATIONAL CHAR(2)", "Text"},
+        {"TEXT", "Text"},            {"CLOB", "Text"},            {"", "Text"},
+        {"DATE", "Date"},            {"DATETIME", "Time"},        {"TIMESTAMP", "Time"},
+        {"TIME", "Time"},            {"BOOLEAN", "Boolean"},      {"bool", "Boolean"},
+        {"BLOB", "Binary"},          {"VARBINARY(16)", "Binary"}, {"MONEY", "Currency"},
+        {"GUID", "DBTYPE_GUID"},     {"SOMETHING ELSE", "Number"},
+    };
+    for (const auto& row : rows)
+        QTest::newRow(row.first.isEmpty() ? "(none)" : qPrintable(row.first))
+            << row.first << row.second;
+}
+
+void TestModADO::sqliteDeclaredTypes()
+{
+    QFETCH(QString, declared);
+    QFETCH(QString, name);
+    QCOMPARE(ADOTypeName(static_cast<short>(AdoTypeFromSqliteDeclaredType(declared))), name);
+}
+
+void TestModADO::odbcSqlTypes_data()
+{
+    QTest::addColumn<int>("odbcType");
+    QTest::addColumn<int>("adoType");
+
+    QTest::newRow("SQL_CHAR") << 1 << 129;
+    QTest::newRow("SQL_VARCHAR") << 12 << 200;
+    QTest::newRow("SQL_LONGVARCHAR") << -1 << 201;
+    QTest::newRow("SQL_WCHAR") << -8 << 130;
+    QTest::newRow("SQL_WVARCHAR") << -9 << 202;
+    QTest::newRow("SQL_WLONGVARCHAR") << -10 << 203;
+    QTest::newRow("SQL_NUMERIC") << 2 << 131;
+    QTest::newRow("SQL_DECIMAL") << 3 << 131;
+    QTest::newRow("SQL_INTEGER") << 4 << 3;
+    QTest::newRow("SQL_SMALLINT") << 5 << 2;
+    QTest::newRow("SQL_FLOAT") << 6 << 5;
+    QTest::newRow("SQL_REAL") << 7 << 4;
+    QTest::newRow("SQL_DOUBLE") << 8 << 5;
+    QTest::newRow("SQL_BIT") << -7 << 11;
+    QTest::newRow("SQL_TINYINT") << -6 << 17;
+    QTest::newRow("SQL_BIGINT") << -5 << 20;
+    QTest::newRow("SQL_BINARY") << -2 << 128;
+    QTest::newRow("SQL_VARBINARY") << -3 << 204;
+    QTest::newRow("SQL_LONGVARBINARY") << -4 << 205;
+    QTest::newRow("SQL_DATE") << 9 << 133;
+    QTest::newRow("SQL_TYPE_DATE") << 91 << 133;
+    QTest::newRow("SQL_TIME") << 10 << 134;
+    QTest::newRow("SQL_TYPE_TIME") << 92 << 134;
+    QTest::newRow("SQL_TIMESTAMP") << 11 << 135;
+    QTest::newRow("SQL_TYPE_TIMESTAMP") << 93 << 135;
+    QTest::newRow("SQL_GUID") << -11 << 72;
+    QTest::newRow("unknown") << 999 << 12;
+}
+
+void TestModADO::odbcSqlTypes()
+{
+    QFETCH(int, odbcType);
+    QFETCH(int, adoType);
+    QCOMPARE(AdoTypeFromOdbcSqlType(odbcType), adoType);
+}
+
+void TestModADO::driversAreInstalled()
+{
+    // The machine the tests run on has both drivers (scripts/setup.sh installs them).
+    QVERIFY(IsADOInstalled());
+}
+
+void TestModADO::addSourceColumn()
+{
+    QTest::addColumn<QString>("source");
+}
+
+bool TestModADO::prepare(Source& s, const QStringList& extraSqlite,
+                         const QStringList& extraPg)
+{
+    QFETCH(QString, source);
+    const QString kind = source;
+    if (kind == "postgres") {
+        PgTestServer server;
+        QString reason;
+        if (!PgTestServer::fromEnvironment(server, reason))
+            return false;
+        auto db = std::make_unique<PgTestDatabase>(server);
+        if (!db->error().isEmpty()) {
+            s.error = db->error();
+            return true;
+        }
+        s.error = db->run(PgSampleCustomerStatements() + extraPg);
+        s.conString = server.driverString(db->name());
+        s.pg = std::move(db);
+        return true;
+    }
+    s.folder = std::make_unique<TempFolder>();
+    s.file = s.folder->filePath("crm.db");
+    s.error = BuildSqliteDatabase(s.file, SampleCustomerStatements() + extraSqlite);
+    if (kind == "qsqlite") {
+        s.conString = "Provider=SQLite;Data Source=" + s.file;
+    } else if (kind == "sqlite-odbc") {
+        s.conString = OdbcEnvironment::sqliteDriverString(s.file);
+    } else {
+        const QString dsn = QStringLiteral("Crm%1").arg(++m_dsnCount);
+        m_odbc->addSqliteDsn(dsn, s.file);
+        s.conString = "Provider=MSDASQL.1;Persist Security Info=False;Data Source=" + dsn;
+    }
+    return true;
+}
+
+#define PREPARE_SOURCE(source, extraSqlite, extraPg)                                       \
+    Source source;                                                                         \
+    if (!prepare(source, extraSqlite, extraPg))                                                 \
+        QSKIP("no PostgreSQL test server (DBIMPORT_TEST_PG_* not set); scripts/test.sh "  \
+              "starts one");                                                               \
+    QVERIFY2(source.error.isEmpty(), qPrintable(source.error))
+
+void TestModADO::tables_data()
+{
+    addSourceColumn();
+    QTest::addColumn<QStringList>("expected");
+    QTest::newRow("SQLite file") << "qsqlite" << QStringList{"Customers", "Order Lines"};
+    QTest::newRow("SQLite through ODBC") << "sqlite-odbc"
+                                         << QStringList{"Customers", "Order Lines"};
+    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn"
+                                                << QStringList{"Customers", "Order Lines"};
+    QTest::newRow("PostgreSQL through ODBC") << "postgres"
+                                             << QStringList{"Order Lines", "customers"};
+}
+
+void TestModADO::tables()
+{
+    QFETCH(QStringList, expected);
+    PREPARE_SOURCE(source, {}, {});
+    QStringList tables{"stale"};
+    QString message;
+    QVERIFY2(GetTables(tables, source.conString, message), qPrintable(m_boxes.texts().join('\n')));
+    // Views, indexes, SQLite's own tables and the server's catalogues are not listed.
+    QStringList sorted = tables;
+    sorted.sort();
+    QCOMPARE(sorted, expected);
+    QCOMPARE(m_boxes.shown().size(), 0);
+}
+
+void TestModADO::tableFields_data()
+{
+    addSourceColumn();
+    QTest::addColumn<QString>("table");
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("types");
+
+    const QStringList customerTypes = {"Number", "Text", "Text", "Number",
+                                       "Date",   "Time", "Boolean", "Binary"};
+    const QStringList customerNames = {"ID", "Name", "Email", "Balance",
+                                       "Joined", "LastSeen", "Active", "Photo"};
+    QStringList lower;
+    for (const QString& n : customerNames)
+        lower << n.toLower();
+    QTest::newRow("SQLite file") << "qsqlite" << "Customers" << customerNames << customerTypes;
+    QTest::newRow("SQLite file, table name in other case")
+        << "qsqlite" << "CUSTOMERS" << customerNames << customerTypes;
+    QTest::newRow("SQLite file, blanks in names")
+        << "qsqlite" << "Order Lines" << QStringList{"Line No", "Item"}
+        << QStringList{"Number", "Text"};
+    QTest::newRow("SQLite through ODBC") << "sqlite-odbc" << "Customers" << customerNames
+                                         << customerTypes;
+    QTest::newRow("SQLite through ODBC, blanks in names")
+        << "sqlite-odbc" << "Order Lines" << QStringList{"Line No", "Item"}
+        << QStringList{"Number", "Text"};
+    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn" << "Customers" << customerNames
+                                                << customerTypes;
+    QTest::newRow("PostgreSQL through ODBC") << "postgres" << "customers" << lower
+                                             << customerTypes;
+    QTest::newRow("PostgreSQL through ODBC, blanks in names")
+        << "postgres" << "Order Lines" << QStringList{"Line No", "item"}
+        << QStringList{"Number", "Text"};
+}
+
+void TestModADO::tableFields()
+{
+    QFETCH(QString, table);
+    QFETCH(QStringList, names);
+    QFETCH(QStringList, types);
+    PREPARE_SOURCE(source, {}, {});
+    QStringList gotNames, gotTypes;
+    QString message;
+    QVERIFY2(GetFields(source.conString, table, gotNames, gotTypes, message), qPrintable(message));
+    QCOMPARE(gotNames, names);
+    QCOMPARE(gotTypes, types);
+}
+
+void TestModADO::statementFields_data()
+{
+    addSourceColumn();
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<QStringList>("types");
+
+    const QString sql = "select Name, Balance, Joined, Active from Customers where Active";
+    for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
+        const bool pg = QByteArray(kind) == "postgres";
+        QTest::addRow("%s, columns", kind)
+            << kind << sql
+            << (pg ? QStringList{"name", "balance", "joined", "active"}
+                   : QStringList{"Name", "Balance", "Joined", "Active"})
+            << QStringList{"Text", "Number", "Date", "Boolean"};
+        QTest::addRow("%s, a count", kind)
+            << kind << "SELECT COUNT(*) AS N FROM Customers" << QStringList{pg ? "n" : "N"}
+            << QStringList{"Number"};
+        QTest::addRow("%s, no rows", kind)
+            << kind << "SELECT Email FROM Customers WHERE 1 = 0"
+            << QStringList{pg ? "email" : "Email"} << QStringList{"Text"};
+    }
+}
+
+void TestModADO::statementFields()
+{
+    QFETCH(QString, sql);
+    QFETCH(QStringList, names);
+    QFETCH(QStringList, types);
+    PREPARE_SOURCE(source, {}, {});
+    QStringList gotNames, gotTypes;
+    QString message;
+    QVERIFY2(GetFields(source.conString, sql, gotNames, gotTypes, message), qPrintable(message));
+    QCOMPARE(gotNames, names);
+    QCOMPARE(gotTypes, types);
+}
+
+void TestModADO::validateSQL_data()
+{
+    addSourceColumn();
+    QTest::addColumn<QString>("sql");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<QString>("message"); // exact when the check needs no data source
+
+    for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
+        QTest::addRow("%s, select", kind) << kind << "SELECT * FROM Customers" << true << "";
+        QTest::addRow("%s, lower-case select", kind)
+            << kind << "select name from customers where name like 'A%'" << true << "";
+        QTest::addRow("%s, not a select", kind)
+            << kind << "UPDATE Customers SET Name = 'x'" << false
+            << "The SQL must be a valid SELECT statement.";
+        QTest::addRow("%s, empty", kind) << kind << "" << false
+                                         << "The SQL must be a valid SELECT statement.";
+        QTest::addRow("%s, unknown table", kind)
+            << kind << "SELECT * FROM NoSuchTable" << false << "";
+        QTest::addRow("%s, syntax error", kind)
+            << kind << "SELECT FROM WHERE" << false << "";
+    }
+}
+
+void TestModADO::validateSQL()
+{
+    QFETCH(QString, sql);
+    QFETCH(bool, valid);
+    QFETCH(QString, message);
+    PREPARE_SOURCE(source, {}, {});
+    long number = 0;
+    QString text;
+    QCOMPARE(ValidateSQL(source.conString, sql, number, text), valid);
+    if (valid) {
+        QCOMPARE(text, QString());
+    } else if (!message.isEmpty()) {
+        QCOMPARE(text, message);
+    } else {
+        // The data source's own error, as "<number> - <description>".
+        QVERIFY(number != 0);
+        QVERIFY2(text.startsWith(QString::number(number) + " - "), qPrintable(text));
+        QVERIFY2(text.size() > QString::number(number).size() + 3, qPrintable(text));
+    }
+}
+
+void TestModADO::writingStatementsLeaveEveryRow_data()
+{
+    addSourceColumn();
+    QTest::addColumn<QString>("sql");
+    for (const char* kind : {"qsqlite", "sqlite-odbc", "sqlite-dsn", "postgres"}) {
+        QTest::addRow("%s, delete", kind)
+            << kind << "DELETE FROM Customers WHERE Name = 'SELECT'";
+        QTest::addRow("%s, update", kind)
+            << kind << "UPDATE Customers SET Name = 'SELECT' WHERE ID > 0";
+        QTest::addRow("%s, drop", kind) << kind << "DROP TABLE Customers -- SELECT";
+    }
+}
+
+void TestModADO::writingStatementsLeaveEveryRow()
+{
+    QFETCH(QString, sql);
+    PREPARE_SOURCE(source, QStringList(), {QStringLiteral("DROP VIEW ActiveCustomers")});
+    long number = 0;
+    QString text;
+    ValidateSQL(source.conString, sql, number, text); // may well call it valid
+    QCOMPARE(source.customerNames(), QStringList({"Ann Smith", "SELECT", "Bob Jones"}));
+    // And the source still answers normally afterwards.
+    QStringList tables;
+    QString message;
+    QVERIFY(GetTables(tables, source.conString, message));
+    QVERIFY(tables.contains("Customers", Qt::CaseInsensitive));
+}
+
+void TestModADO::tablesOfOtherSchemasAreNotListed()
+{
+    PgTestServer server;
+    DBIMPORT_REQUIRE_PG(server);
+    PgTestDatabase db(server);
+    QVERIFY2(db.error().isEmpty(), qPrintable(db.error()));
+    QCOMPARE(db.run({"CREATE SCHEMA elsewhere", "CREATE TABLE elsewhere.hidden (x int)",
+                     "CREATE TABLE visible (y text)"}),
+             QString());
+    QStringList tables;
+    QString message;
+    QVERIFY2(GetTables(tables, server.driverString(db.name()), message),
+             qPrintable(m_boxes.texts().join('\n')));
+    QCOMPARE(tables, QStringList{"visible"});
+}
+
+void TestModADO::noTablesIsReported()
+{
+    TempFolder folder;
+    const QString file = folder.filePath("empty.db");
+    QCOMPARE(BuildSqliteDatabase(file, {"CREATE VIEW V AS SELECT 1 AS X"}), QString());
+    for (const QString& conString :
+         {"Provider=SQLite;Data Source=" + file, OdbcEnvironment::sqliteDriverString(file)}) {
+        QStringList tables{"kept"};
+        QString message;
+        QVERIFY(!GetTables(tables, conString, message));
+        QCOMPARE(message, QString("No tables could be found using the database connection "
+                                  "specified, modify the database connection and specify more "
+                                  "information."));
+        QCOMPARE(tables, QStringList{"kept"});
+    }
+    QCOMPARE(m_boxes.shown().size(), 0);
+}
+
+void TestModADO::unusableConnectionIsReportedByGetTables_data()
+{
+    QTest::addColumn<QString>("conString");
+    QTest::addColumn<QString>("textPart");
+    QTest::newRow("missing SQLite file")
+        << "Provider=SQLite;Data Source=/nonexistent/folder/x.db" << "/nonexistent/folder/x.db";
+    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchDsn" << " - ";
+    QTest::newRow("unsupported provider") << "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=x"
+                                          << "Microsoft.Jet.OLEDB.4.0";
+}
+
+void TestModADO::unusableConnectionIsReportedByGetTables()
+{
+    QFETCH(QString, conString);
+    QFETCH(QString, textPart);
+    m_boxes.clear();
+    QStringList tables{"kept"};
+    QString message;
+    QVERIFY(!GetTables(tables, conString, message));
+    QCOMPARE(tables, QStringList{"kept"});
+    QCOMPARE(m_boxes.shown().size(), 1);
+    const auto box = m_boxes.shown().at(0);
+    QCOMPARE(box.icon, MessageBoxes::Icon::Critical);
+    static const QRegularExpression form("^modADO:GetTables Error -?\\d+ - \\S");
+    QVERIFY2(form.match(box.text).hasMatch(), qPrintable(box.text));
+    QVERIFY2(box.text.contains(textPart), qPrintable(box.text));
+    m_boxes.clear();
+}
+
+void TestModADO::fieldsOfAMissingTable()
+{
+    TempFolder folder;
+    const QString file = folder.filePath("crm.db");
+    QCOMPARE(BuildSqliteDatabase(file, SampleCustomerStatements()), QString());
+    for (const QString& conString :
+         {"Provider=SQLite;Data Source=" + file, OdbcEnvironment::sqliteDriverString(file)}) {
+        QStringList names{"kept"}, types{"kept"};
+        QString message;
+        QVERIFY(!GetFields(conString, "NoSuchTable", names, types, message));
+        QVERIFY2(!message.isEmpty(), qPrintable(conString));
+        QCOMPARE(names, QStringList{"kept"});
+        QCOMPARE(types, QStringList{"kept"});
+    }
+}
+
+void TestModADO::tableNamesAreSplitAtTheSeparator()
+{
+    TempFolder folder;
+    const QString file = folder.filePath("odd.db");
+    QCOMPARE(BuildSqliteDatabase(file, {QString::fromUtf8("CREATE TABLE \"Left¬Right\" (x)")}),
+             QString());
+    QStringList tables;
+    QString message;
+    QVERIFY(GetTables(tables, "Provider=SQLite;Data Source=" + file, message));
+    QCOMPARE(tables, QStringList({"Left", "Right"}));
+}
+
+void TestModADO::shortTableNames()
+{
+    TempFolder folder;
+    folder.writeFile("CUSTOMERS_2019.dbf", "x");
+    QCOMPARE(ShortTableName(QString(), "CUSTOMERS_2019"), QString());
+    QCOMPARE(ShortTableName(folder.hostPath(), "CUSTOMERS_2019"), QString());
+    QCOMPARE(ShortTableName(folder.path(), "CUSTOMERS_2019"), QString());
+}
+
+QTEST_GUILESS_MAIN(TestModADO)
+#include "tst_modado.moc"
