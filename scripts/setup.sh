@@ -11,6 +11,7 @@ packages=(
   libsqlite3-dev sqlite3 libsqliteodbc
   postgresql odbc-postgresql
   xvfb xauth
+  time
 )
 
 missing=()
