@@ -47,8 +47,6 @@ pg_test_server_start() {
     chmod 700 "$dir"
 
     password=$(od -An -N12 -tx1 /dev/urandom | tr -d ' \n')
-    printf '%s\n' "$password" >"$dir/pwfile"
-    [ "$(id -u)" -eq 0 ] && chown postgres: "$dir/pwfile"
 
     # Local (socket) connections are trusted for the set-up below; TCP needs the password.
     if ! pg_test_server_as_owner "$bindir/initdb" -D "$dir/data" -U postgres \
