@@ -91,25 +91,32 @@ QPixmap bannerPixmap(int size, const QPalette& palette)
 
 } // namespace
 
-// Once the user has agreed to close the window during an import, the job still has to
-// stop: its cancel confirmation is answered Yes and its offer to show the log No, without
-// showing either. Notices and failures still reach the user.
-class ClosingAnswers final : public MessageBoxes
+// The message boxes of a running import job. They pass everything on until the user has
+// agreed to close the window during the import; from then on the job still has to stop:
+// its cancel confirmation is answered Yes and its offer to show the log No, without showing
+// either. Notices and failures still reach the user.
+class ImportRunBoxes final : public MessageBoxes
 {
 public:
-    explicit ClosingAnswers(MessageBoxes& next) : m_next(next) {}
+    explicit ImportRunBoxes(MessageBoxes& next) : m_next(next) {}
     void show(Icon icon, const QString& text, const QString& title) override
     {
         m_next.show(icon, text, title);
     }
-    bool ask(const QString& text, bool, const QString&) override
+    bool ask(const QString& text, bool defaultYes, const QString& title) override
     {
-        return text == kCancelConfirmation;
+        if (m_closing)
+            return text == kCancelConfirmation;
+        return m_next.ask(text, defaultYes, title);
     }
     void beep() override { m_next.beep(); }
 
+    void setClosing() { m_closing = true; }
+    bool closing() const { return m_closing; }
+
 private:
     MessageBoxes& m_next;
+    bool m_closing = false;
 };
 
 frmDBImport::frmDBImport(QWidget* parent)
@@ -177,11 +184,7 @@ frmDBImport::frmDBImport(QWidget* parent)
     ResetChoices();
 }
 
-frmDBImport::~frmDBImport()
-{
-    m_closingGuard.reset();
-    UnregisterLoadedForm(kFormName);
-}
+frmDBImport::~frmDBImport() { UnregisterLoadedForm(kFormName); }
 
 QRadioButton* frmDBImport::optFilterMethod(int index) const
 {
@@ -262,7 +265,9 @@ bool frmDBImport::leaveConnectionStep()
 
     QStringList tables;
     if (!GetTables(tables, m_choices.ConnectionString, message)) {
-        boxes.critical(message);
+        // An unexpected failure has been shown by the listing itself, with no message left.
+        if (!message.isEmpty())
+            boxes.critical(message);
         return false;
     }
     const QIcon tableIcon = style()->standardIcon(QStyle::SP_FileDialogDetailedView);
@@ -404,17 +409,22 @@ void frmDBImport::StartImport()
     }
 
     if (run) {
-        ImportEngine engine(m_choices, *this);
-        m_engine = &engine;
+        ImportRunBoxes runBoxes(boxes);
         QString errorText;
-        const bool ok = engine.DoImportJob(errorText);
-        m_engine = nullptr;
+        bool ok = false;
+        {
+            MessageBoxesGuard guard(&runBoxes);
+            ImportEngine engine(m_choices, *this);
+            m_engine = &engine;
+            m_runBoxes = &runBoxes;
+            ok = engine.DoImportJob(errorText);
+            m_engine = nullptr;
+            m_runBoxes = nullptr;
+        }
         if (!ok)
-            MessageBoxes::instance().critical(errorText);
+            boxes.critical(errorText);
     }
 
-    m_closingGuard.reset();
-    m_closingAnswers.reset();
     ui->cmdClose->setText(kCloseCaption);
     ui->cmdPrev->setEnabled(true);
 }
@@ -486,10 +496,7 @@ void frmDBImport::closeEvent(QCloseEvent* event)
             event->ignore();
             return;
         }
-        if (!m_closingAnswers) {
-            m_closingAnswers = std::make_unique<ClosingAnswers>(MessageBoxes::instance());
-            m_closingGuard = std::make_unique<MessageBoxesGuard>(m_closingAnswers.get());
-        }
+        m_runBoxes->setClosing();
         m_engine->requestStop();
         event->accept();
         return;
@@ -532,4 +539,10 @@ void frmDBImport::showNoProgressNotice(const QString& text)
     ui->lblNoProgress->setVisible(true);
 }
 
-void frmDBImport::yieldToEvents() { QCoreApplication::processEvents(); }
+void frmDBImport::yieldToEvents()
+{
+    QCoreApplication::processEvents();
+    // A close agreed to before the record loop began must still stop the loop.
+    if (m_runBoxes && m_runBoxes->closing() && m_engine->importRunning())
+        m_engine->requestStop();
+}

@@ -11,10 +11,9 @@ namespace Ui {
 class frmDBImport;
 }
 
-class ClosingAnswers;
+class ImportRunBoxes;
 class FieldMappingArea;
 class ImportEngine;
-class MessageBoxesGuard;
 class QRadioButton;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
@@ -72,8 +71,6 @@ private:
     std::unique_ptr<FieldMappingArea> m_mapping;
     ImportChoices m_choices;
     bool m_firstActivation = true;
-    ImportEngine* m_engine = nullptr; // the running job, for Cancel
-    // Set when the window was closed during an import: answers the stopping job's questions.
-    std::unique_ptr<ClosingAnswers> m_closingAnswers;
-    std::unique_ptr<MessageBoxesGuard> m_closingGuard;
+    ImportEngine* m_engine = nullptr;     // the running job, for Cancel
+    ImportRunBoxes* m_runBoxes = nullptr; // the job's message boxes while it runs
 };

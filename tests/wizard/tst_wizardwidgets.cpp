@@ -1,0 +1,226 @@
+#include "wizardfixture.h"
+
+#include "wizard/comboboxlistcontrol.h"
+#include "wizard/overridecursorpointer.h"
+#include "wizard/qtmessageboxes.h"
+#include "wizard/wrappingcheckbox.h"
+
+#include <QPushButton>
+
+using namespace wizardtest;
+
+namespace {
+
+// What a shown box looked like, read through its widgets.
+struct SeenBox
+{
+    QString title;
+    QString text;
+    int icon = -1;
+    QStringList buttons;
+    QString defaultButton;
+};
+
+QString withoutMnemonic(QString text) { return text.remove(QLatin1Char('&')); }
+
+// Reads the box named "messageBox" once it is up and presses the button whose caption
+// (without its mnemonic) is press.
+void readAndPress(SeenBox& seen, const QString& press)
+{
+    whenModal(QStringLiteral("messageBox"), [&seen, press](QWidget* box) {
+        seen.title = box->windowTitle();
+        seen.icon = box->property("icon").toInt();
+        if (auto* label = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_label")))
+            seen.text = label->text();
+        QPushButton* target = nullptr;
+        for (QPushButton* button : box->findChildren<QPushButton*>()) {
+            const QString caption = withoutMnemonic(button->text());
+            seen.buttons << caption;
+            if (button->isDefault())
+                seen.defaultButton = caption;
+            if (caption == press)
+                target = button;
+        }
+        seen.buttons.sort();
+        if (target)
+            QTest::mouseClick(target, Qt::LeftButton);
+    });
+}
+
+} // namespace
+
+class tst_WizardWidgets : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup();
+
+    void noticeBoxes_data();
+    void noticeBoxes();
+    void questions_data();
+    void questions();
+    void comboSearch_data();
+    void comboSearch();
+    void comboSelection();
+    void busyPointerIsAState();
+    void wrappingCheckBoxWrapsAndToggles();
+};
+
+void tst_WizardWidgets::cleanup()
+{
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+}
+
+void tst_WizardWidgets::noticeBoxes_data()
+{
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<int>("qtIcon"); // information 1, warning 2, critical 3
+    QTest::newRow("information, program title")
+        << static_cast<int>(MessageBoxes::Icon::Information) << QString() << 1;
+    QTest::newRow("exclamation, own title")
+        << static_cast<int>(MessageBoxes::Icon::Exclamation) << "AddToFieldMap : City" << 2;
+    QTest::newRow("critical") << static_cast<int>(MessageBoxes::Icon::Critical) << QString() << 3;
+}
+
+void tst_WizardWidgets::noticeBoxes()
+{
+    QFETCH(int, kind);
+    QFETCH(QString, title);
+    QFETCH(int, qtIcon);
+    QtMessageBoxes boxes;
+    SeenBox seen;
+    readAndPress(seen, QStringLiteral("OK"));
+    boxes.show(static_cast<MessageBoxes::Icon>(kind),
+               QStringLiteral("A Group by the name: X\r\nalready exists.\r\n\r\nClick OK"), title);
+
+    QCOMPARE(seen.title, title.isEmpty() ? AppTitle() : title);
+    QCOMPARE(seen.icon, qtIcon);
+    QCOMPARE(seen.buttons, QStringList{"OK"});
+    // Windows line breaks show as line breaks, not as stray carriage returns.
+    QCOMPARE(seen.text, QStringLiteral("A Group by the name: X\nalready exists.\n\nClick OK"));
+}
+
+void tst_WizardWidgets::questions_data()
+{
+    QTest::addColumn<bool>("defaultYes");
+    QTest::addColumn<QString>("press");
+    QTest::newRow("default Yes, pressed Yes") << true << "Yes";
+    QTest::newRow("default Yes, pressed No") << true << "No";
+    QTest::newRow("default No, pressed Yes") << false << "Yes";
+    QTest::newRow("default No, pressed No") << false << "No";
+}
+
+void tst_WizardWidgets::questions()
+{
+    QFETCH(bool, defaultYes);
+    QFETCH(QString, press);
+    QtMessageBoxes boxes;
+    SeenBox seen;
+    readAndPress(seen, press);
+    const bool answer = boxes.ask(QStringLiteral("Continue ?"), defaultYes);
+
+    QCOMPARE(answer, press == QLatin1String("Yes"));
+    QCOMPARE(seen.title, AppTitle());
+    QCOMPARE(seen.icon, 4);
+    QCOMPARE(seen.text, QStringLiteral("Continue ?"));
+    QCOMPARE(seen.buttons, (QStringList{"No", "Yes"}));
+    QCOMPARE(seen.defaultButton, QString::fromLatin1(defaultYes ? "Yes" : "No"));
+}
+
+void tst_WizardWidgets::comboSearch_data()
+{
+    QTest::addColumn<QString>("wanted");
+    QTest::addColumn<int>("found");
+    QTest::newRow("same text") << "City" << 1;
+    QTest::newRow("other case") << "CITY" << 1;
+    QTest::newRow("blank entry in capitals") << "(BLANK)" << 0;
+    QTest::newRow("prefix only") << "Cit" << -1;
+    QTest::newRow("longer text") << "City2x" << -1;
+    QTest::newRow("first of two equal") << "name" << 3;
+    QTest::newRow("empty") << "" << -1;
+}
+
+void tst_WizardWidgets::comboSearch()
+{
+    QFETCH(QString, wanted);
+    QFETCH(int, found);
+    QComboBox combo;
+    ComboBoxListControl list(&combo);
+    for (const char* item : {"(blank)", "City", "City2", "Name", "NAME"})
+        list.addItem(QString::fromLatin1(item));
+    QCOMPARE(list.findExact(wanted), found);
+}
+
+void tst_WizardWidgets::comboSelection()
+{
+    QComboBox combo;
+    ComboBoxListControl list(&combo);
+    list.addItem(QStringLiteral("(blank)"));
+    list.addItem(QStringLiteral("Email"));
+    QCOMPARE(list.count(), 2);
+    list.setCurrentIndex(1);
+    QCOMPARE(list.currentIndex(), 1);
+    QCOMPARE(combo.currentText(), QStringLiteral("Email"));
+    list.setCurrentIndex(7);
+    QCOMPARE(list.currentIndex(), -1);
+    QCOMPARE(list.itemText(7), QString());
+    QCOMPARE(list.itemText(-1), QString());
+    list.clear();
+    QCOMPARE(list.count(), 0);
+    QCOMPARE(list.currentIndex(), -1);
+}
+
+void tst_WizardWidgets::busyPointerIsAState()
+{
+    // Someone else's override cursor must survive the busy pointer's comings and goings.
+    QApplication::setOverrideCursor(Qt::PointingHandCursor);
+    {
+        OverrideCursorPointer pointer;
+        MousePointer::install(&pointer);
+        MousePointer::busy();
+        MousePointer::busy();
+        QVERIFY(QApplication::overrideCursor());
+        QCOMPARE(QApplication::overrideCursor()->shape(), Qt::WaitCursor);
+        MousePointer::normal();
+        QCOMPARE(QApplication::overrideCursor()->shape(), Qt::PointingHandCursor);
+        MousePointer::normal();
+        QVERIFY(QApplication::overrideCursor());
+        QCOMPARE(QApplication::overrideCursor()->shape(), Qt::PointingHandCursor);
+        // Going away while busy gives the pointer back.
+        MousePointer::busy();
+        MousePointer::install(nullptr);
+    }
+    QVERIFY(QApplication::overrideCursor());
+    QCOMPARE(QApplication::overrideCursor()->shape(), Qt::PointingHandCursor);
+    QApplication::restoreOverrideCursor();
+    QVERIFY(!QApplication::overrideCursor());
+}
+
+void tst_WizardWidgets::wrappingCheckBoxWrapsAndToggles()
+{
+    QWidget window;
+    auto* box = new WrappingCheckBox(&window);
+    box->setText(QStringLiteral("&Update existing recipients details with the new data in the "
+                                "database (Note: this will slow down the import process by a "
+                                "factor of 10)."));
+    const int oneLine = box->heightForWidth(4000);
+    QVERIFY(box->heightForWidth(220) > oneLine);
+    QVERIFY(box->minimumSizeHint().width() < box->fontMetrics().horizontalAdvance(box->text()));
+
+    box->setGeometry(0, 0, 220, box->heightForWidth(220));
+    window.resize(240, box->height() + 10);
+    window.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&window));
+    // The second line of the caption is part of the button.
+    QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(box->width() / 2, box->height() - 4));
+    QVERIFY(box->isChecked());
+    QTest::mouseClick(box, Qt::LeftButton, {}, QPoint(4, 4));
+    QVERIFY(!box->isChecked());
+    window.close();
+}
+
+QTEST_MAIN(tst_WizardWidgets)
+#include "tst_wizardwidgets.moc"

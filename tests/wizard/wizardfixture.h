@@ -1,0 +1,210 @@
+#pragma once
+
+// What the wizard's tests share: a private data folder and settings file, a contacts
+// database made with real SQLite, and small helpers to find and press the form's controls.
+
+#include "sqlitefixture.h"
+#include "tempfolder.h"
+
+#include "app/connectionstore.h"
+#include "app/importsettings.h"
+#include "import/importchoices.h"
+#include "util/appglobals.h"
+#include "util/scriptedmessageboxes.h"
+#include "wizard/frmDBImport.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QComboBox>
+#include <QDir>
+#include <QLabel>
+#include <QStackedWidget>
+#include <QTest>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+namespace wizardtest {
+
+// Rows of the "Contacts" table besides the valid, distinct addresses.
+constexpr int kIllegalRows = 4;
+constexpr int kDuplicateRows = 3;
+
+// "Contacts": validRows distinct valid addresses (person<i>@example<i%7>.com), then four
+// invalid ones and three that repeat earlier ones (same text, other case, blanks around).
+// "Other Table" has a blank in its name and two columns of its own.
+inline QStringList contactsStatements(int validRows)
+{
+    Q_ASSERT(validRows >= 3);
+    return {
+        QStringLiteral("CREATE TABLE Contacts (ID INTEGER PRIMARY KEY, Email TEXT, "
+                       "\"Full Name\" TEXT, \"First Name\" TEXT, \"Last Name\" TEXT, "
+                       "Company TEXT, City TEXT, Phone TEXT)"),
+        QStringLiteral("WITH RECURSIVE seq(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM seq "
+                       "WHERE i < %1) "
+                       "INSERT INTO Contacts (Email, \"Full Name\", \"First Name\", \"Last Name\", "
+                       "Company, City, Phone) SELECT 'person' || i || '@example' || (i % 7) || "
+                       "'.com', 'Mr Ann' || i || ' Lee', 'Ann' || i, 'Lee', 'Company ' || (i % 13), "
+                       "'City ' || (i % 5), '+44 20 7946 ' || (1000 + i % 9000) FROM seq")
+            .arg(validRows - 1),
+        QStringLiteral("INSERT INTO Contacts (Email, \"Full Name\") VALUES "
+                       "('no-at-sign.example.com', 'No At'), ('user@nodot', 'No Dot'), "
+                       "('user@host.c', 'Short End'), ('', 'Blank Mail'), "
+                       "('person0@example0.com', 'Again Zero'), "
+                       "('PERSON1@EXAMPLE1.COM', 'Upper One'), "
+                       "(' person2@example2.com ', 'Spaced Two')"),
+        QStringLiteral("CREATE TABLE \"Other Table\" (\"Mail Address\" TEXT, Name TEXT)"),
+        QStringLiteral("INSERT INTO \"Other Table\" VALUES ('x@example.org', 'X'), "
+                       "('y@example.org', 'Y')"),
+    };
+}
+
+// A private data folder, settings file and message boxes for one test.
+class Environment
+{
+public:
+    Environment() : m_guard(&boxes)
+    {
+        QDir().mkpath(folder.filePath(QStringLiteral("data")));
+        SetIniFilePath(folder.filePath(QStringLiteral("dbimport.ini")));
+        SetHostDataFolder(HostForm(folder.filePath(QStringLiteral("data"))) + QLatin1Char('\\'));
+    }
+    ~Environment()
+    {
+        SetIniFilePath(QString());
+        SetHostDataFolder(QString());
+    }
+    Environment(const Environment&) = delete;
+    Environment& operator=(const Environment&) = delete;
+
+    // Builds <name>.db with the contacts tables; returns its path ("" and a failure when not).
+    QString makeContacts(const QString& name, int validRows)
+    {
+        const QString path = folder.filePath(name + QStringLiteral(".db"));
+        const QString error = BuildSqliteDatabase(path, contactsStatements(validRows));
+        if (!error.isEmpty()) {
+            QTest::qFail(qPrintable(error), __FILE__, __LINE__);
+            return QString();
+        }
+        return path;
+    }
+
+    static QString sqliteConnection(const QString& file)
+    {
+        return QStringLiteral("Provider=SQLite;Data Source=") + file;
+    }
+
+    void addConnection(const QString& name, const QString& conString)
+    {
+        QString message;
+        if (!MaintainDSN(name, conString, ConnectionAction::Add, message))
+            QTest::qFail(qPrintable(message), __FILE__, __LINE__);
+    }
+
+    // Saves choices for a connection already added.
+    void saveChoices(ImportChoices& choices)
+    {
+        long number = 0;
+        QString message;
+        if (!SaveImportSettings(choices, number, message))
+            QTest::qFail(qPrintable(message), __FILE__, __LINE__);
+    }
+
+    QString dataFile(const QString& name) const
+    {
+        return folder.filePath(QStringLiteral("data/") + name);
+    }
+    QString groupFile(const QString& group) const { return dataFile(group + ".gdb"); }
+    QString logFile() const { return dataFile(QStringLiteral("Database Import Log File.txt")); }
+
+    TempFolder folder;
+    ScriptedMessageBoxes boxes;
+
+private:
+    MessageBoxesGuard m_guard;
+};
+
+// The usual choices: the Contacts table with e-mail, full name, company, city and phone.
+inline ImportChoices contactsChoices(const QString& connection, const QString& group)
+{
+    ImportChoices choices;
+    choices.DSNName = connection;
+    choices.SelectedTable = QStringLiteral("Contacts");
+    choices.FieldMappings.Add(QStringLiteral("EMailAddress"), QStringLiteral("Email"));
+    choices.FieldMappings.Add(QStringLiteral("FullNameMacro"), QStringLiteral("Full Name"));
+    choices.FieldMappings.Add(QStringLiteral("Company"), QStringLiteral("Company"));
+    choices.FieldMappings.Add(QStringLiteral("City"), QStringLiteral("City"));
+    choices.FieldMappings.Add(QStringLiteral("Telephone"), QStringLiteral("Phone"));
+    choices.VTGroup = group;
+    return choices;
+}
+
+template <class T>
+T* control(const QWidget* form, const char* name)
+{
+    T* widget = form->findChild<T*>(QString::fromLatin1(name));
+    if (!widget)
+        qFatal("the form has no %s named %s", T::staticMetaObject.className(), name);
+    return widget;
+}
+
+inline int currentStep(const QWidget* form)
+{
+    return control<QStackedWidget>(form, "stkSteps")->currentIndex();
+}
+
+inline void click(const QWidget* form, const char* button)
+{
+    auto* target = control<QAbstractButton>(form, button);
+    // An option button or check box reacts on its indicator and caption, not on the empty
+    // width a layout may give it: press its indicator.
+    if (target->inherits("QRadioButton") || target->inherits("QCheckBox"))
+        QTest::mouseClick(target, Qt::LeftButton, {}, QPoint(6, target->height() / 2));
+    else
+        QTest::mouseClick(target, Qt::LeftButton);
+}
+
+inline QString text(const QWidget* form, const char* label)
+{
+    return control<QLabel>(form, label)->text();
+}
+
+// Runs action on the modal window named objectName as soon as it is up (the caller then
+// opens it); gives up after a few seconds so a missing dialog fails instead of hanging.
+inline void whenModal(const QString& objectName, std::function<void(QWidget*)> action)
+{
+    auto* timer = new QTimer(qApp);
+    auto* waited = new int(0);
+    QObject::connect(timer, &QTimer::timeout, timer, [=] {
+        QWidget* modal = QApplication::activeModalWidget();
+        if (modal && modal->objectName() == objectName) {
+            timer->stop();
+            timer->deleteLater();
+            delete waited;
+            action(modal);
+        } else if (++*waited > 500) {
+            timer->stop();
+            timer->deleteLater();
+            delete waited;
+        }
+    });
+    timer->start(10);
+}
+
+// Calls action once while the import runs, as soon as at least minProcessed records show
+// in the counter; returns the polling timer so the test can stop it.
+inline QTimer* whenProcessed(const QWidget* form, int minProcessed, std::function<void()> action)
+{
+    auto* timer = new QTimer(qApp);
+    QObject::connect(timer, &QTimer::timeout, timer, [=] {
+        if (text(form, "lblTotalProcessed").toInt() >= minProcessed) {
+            timer->stop();
+            action();
+        }
+    });
+    timer->start(0);
+    return timer;
+}
+
+} // namespace wizardtest
