@@ -48,7 +48,10 @@ QStringList cutCaptions(const QWidget* window, const QWidget* page)
                               ? label->heightForWidth(label->width()) <= label->height()
                               : label->minimumSizeHint().width() <= label->width();
         if (!fits)
-            cut << label->objectName();
+            cut << QStringLiteral("%1 (%2 of %3 wide)")
+                       .arg(label->objectName())
+                       .arg(label->width())
+                       .arg(label->minimumSizeHint().width());
     }
     for (const QAbstractButton* button : page->findChildren<QAbstractButton*>()) {
         if (button->isVisibleTo(window) && button->minimumSizeHint().width() > button->width())
@@ -118,8 +121,12 @@ void tst_WizardTour::everyStepFits()
             click(&form, "cmdNext");
         QCOMPARE(currentStep(&form), step);
         QWidget* page = control<QWidget>(&form, QByteArray("fmeHolder_" + QByteArray::number(step)).constData());
-        QCOMPARE(cutCaptions(&form, page), QStringList());
-        QCOMPARE(cutCaptions(&form, control<QWidget>(&form, "picBanner")), QStringList());
+        // Layouts settle once the events of the step change have run.
+        const auto cutOnStep = [&] {
+            return cutCaptions(&form, page) +
+                   cutCaptions(&form, control<QWidget>(&form, "picBanner"));
+        };
+        QTRY_VERIFY2(cutOnStep().isEmpty(), qPrintable(cutOnStep().join(QStringLiteral(", "))));
         QCOMPARE(control<QAbstractButton>(&form, "cmdNext")->minimumSizeHint().width() <=
                      control<QAbstractButton>(&form, "cmdNext")->width(),
                  true);
@@ -170,7 +177,7 @@ void tst_WizardTour::groupDialogFits()
     });
     click(&form, "cmdCreateNewGroup");
     QTRY_VERIFY(!QApplication::activeModalWidget());
-    QCOMPARE(cut, QStringList());
+    QVERIFY2(cut.isEmpty(), qPrintable(cut.join(QStringLiteral(", "))));
     form.close();
 }
 
