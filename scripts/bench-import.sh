@@ -33,6 +33,7 @@ echo "Generating sources ($rows and $small rows) ..."
 "$bin/dbimport-gensource" "$work/big.db" "$rows" --seed 1 >/dev/null
 "$bin/dbimport-gensource" "$work/other.db" "$rows" --seed 2 >/dev/null
 "$bin/dbimport-gensource" "$work/small.db" "$small" --seed 3 >/dev/null
+rm -f "$data"/*.gdb "$data"/*.gdb-journal
 
 "$bin/dbimport-bench-makeini" "$ini" Big "$work/big.db" New
 "$bin/dbimport-bench-makeini" "$ini" Other "$work/other.db" Full
@@ -51,13 +52,13 @@ measure() {
     read -r "$secs_var" "$kb_var" <"$stats"
 }
 
-cli() { "$bin/dbimport-cli" --data-folder "$data" --ini "$ini" --quiet "$@"; }
+cli=("$bin/dbimport-cli" --data-folder "$data" --ini "$ini" --quiet)
 group() { "$bin/dbimport-cli" --data-folder "$data" --create-group "$1" >/dev/null 2>&1; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "n/a" }'; }
 
 # 1. a new Group against sqlite3's own copy
 group New
-measure t_add m_add cli --connection Big --no-replace
+measure t_add m_add "${cli[@]}" --connection Big --no-replace
 added=$(grep -o 'Recipients Added : [0-9]*' "$work/last.out" | grep -o '[0-9]*$')
 
 columns="Title TEXT, FirstName TEXT, LastName TEXT, EmailAddress TEXT, Initial TEXT, Address1 TEXT, Address2 TEXT, City TEXT, State TEXT, Zip TEXT, Country TEXT, Company TEXT, JobTitle TEXT, WEB TEXT, Telephone TEXT, FAX TEXT, Field1 TEXT, Field2 TEXT, Field3 TEXT, Field4 TEXT, DateAdded TEXT"
@@ -71,15 +72,15 @@ SQL
 measure t_sqlite m_sqlite sqlite3 "$work/baseline.db" ".read $work/baseline.sql"
 
 # 2. replace: the same rows again, every one a duplicate that updates its recipient
-measure t_replace m_replace cli --connection Big --group New --replace
+measure t_replace m_replace "${cli[@]}" --connection Big --group New --replace
 
 # 3. a tenth of the rows into a new Group
 group Small
-measure t_small m_small cli --connection Small --no-replace
+measure t_small m_small "${cli[@]}" --connection Small --no-replace
 
 # 4. peak memory: a second source into a Group already holding the first
 cp "$data/New.gdb" "$data/Full.gdb"
-measure t_full m_full cli --connection Other --no-replace
+measure t_full m_full "${cli[@]}" --connection Other --no-replace
 
 echo
 echo "dbimport-cli import benchmark ($(nproc) CPUs, $(date -u '+%Y-%m-%d %H:%M UTC'))"

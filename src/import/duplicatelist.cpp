@@ -82,12 +82,31 @@ void DuplicateCheckList::grow()
     }
 }
 
+// The lower-cased address as UTF-8. Nearly every address is ASCII: those are lowered in
+// place without building new strings.
+static void lowerUtf8(const QString& address, std::string& key)
+{
+    const qsizetype size = address.size();
+    const QChar* chars = address.constData();
+    key.resize(std::size_t(size));
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t c = chars[i].unicode();
+        if (c >= 0x80) {
+            const QByteArray utf8 = address.toLower().toUtf8();
+            key.assign(utf8.constData(), std::size_t(utf8.size()));
+            return;
+        }
+        key[std::size_t(i)] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : char(c);
+    }
+}
+
 bool DuplicateCheckList::add(const QString& address)
 {
-    const QByteArray key = address.toLower().toUtf8();
-    const std::size_t size = std::size_t(key.size());
-    const std::uint32_t hash = hashOf(key.constData(), size);
-    std::size_t i = probe(key.constData(), size, hash);
+    lowerUtf8(address, m_key);
+    const std::string& key = m_key;
+    const std::size_t size = key.size();
+    const std::uint32_t hash = hashOf(key.data(), size);
+    std::size_t i = probe(key.data(), size, hash);
     if (m_slots[i].offset != 0)
         return false;
 
@@ -98,7 +117,7 @@ bool DuplicateCheckList::add(const QString& address)
     const std::uint32_t length = std::uint32_t(size);
     m_arena.resize(offset + kLengthBytes + size);
     std::memcpy(m_arena.data() + offset, &length, kLengthBytes);
-    std::memcpy(m_arena.data() + offset + kLengthBytes, key.constData(), size);
+    std::memcpy(m_arena.data() + offset + kLengthBytes, key.data(), size);
     m_slots[i] = Slot{std::uint32_t(offset + 1), hash};
     ++m_count;
     // Keep the table at most half full so probe runs stay short.
@@ -109,7 +128,8 @@ bool DuplicateCheckList::add(const QString& address)
 
 bool DuplicateCheckList::contains(const QString& address) const
 {
-    const QByteArray key = address.toLower().toUtf8();
-    const std::uint32_t hash = hashOf(key.constData(), std::size_t(key.size()));
-    return m_slots[probe(key.constData(), std::size_t(key.size()), hash)].offset != 0;
+    std::string key;
+    lowerUtf8(address, key);
+    const std::uint32_t hash = hashOf(key.data(), key.size());
+    return m_slots[probe(key.data(), key.size(), hash)].offset != 0;
 }

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 // The keyed list of lower-cased e-mail addresses the import checks every record against.
@@ -37,6 +38,7 @@ private:
     std::size_t probe(const char* data, std::size_t size, std::uint32_t hash) const;
     void grow();
 
+    std::string m_key; // scratch for the key being looked up
     std::vector<char> m_arena;
     std::vector<Slot> m_slots;
     qint32 m_count = 0;

@@ -1,19 +1,25 @@
 #include "groupstore.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
 
 #include <sqlite3.h>
 
+#include <string>
 #include <vector>
 
 #include "util/apperror.h"
 
 namespace {
 
-constexpr int kDefaultBatchSize = 5000;
+// A transaction is committed after this many rows or this much time, whichever comes
+// first: a killed import loses at most that much work, never a committed row. Each commit
+// rewrites every index page its rows touched, so small batches cost dearly on big Groups.
+constexpr int kDefaultBatchRows = 50000;
+constexpr qint64 kDefaultBatchMilliseconds = 1000;
 
 [[noreturn]] void fail(const QString& description, long number = AppError::GroupStore)
 {
@@ -58,6 +64,23 @@ QString cutToLength(const QString& text, int length)
         ++characters;
     }
     return text.left(i);
+}
+
+// Converts into a buffer whose capacity is reused record after record.
+void assignUtf8(std::string& target, const QString& text)
+{
+    const qsizetype size = text.size();
+    const QChar* chars = text.constData();
+    target.resize(size_t(size));
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t c = chars[i].unicode();
+        if (c >= 0x80) {
+            const QByteArray utf8 = text.toUtf8();
+            target.assign(utf8.constData(), size_t(utf8.size()));
+            return;
+        }
+        target[size_t(i)] = char(c);
+    }
 }
 
 bool isAscii(const QString& text)
@@ -166,15 +189,18 @@ public:
 
     Current current = Current::None;
     sqlite3_int64 rowid = 0;
-    std::vector<QString> values;
-    std::vector<bool> isSet;
+    // The current record as UTF-8, the form the file keeps: no conversion when it is bound.
+    std::vector<std::string> values;
+    std::vector<char> isSet;
     bool dirty = false;
     bool cursorAtEnd = true;
     bool noMatch = false;
 
     bool inTransaction = false;
     int pendingRows = 0;
-    int batchSize = kDefaultBatchSize;
+    int batchRows = kDefaultBatchRows;
+    qint64 batchMilliseconds = kDefaultBatchMilliseconds;
+    QElapsedTimer batchTimer;
 
     void requireOpen() const
     {
@@ -195,6 +221,7 @@ public:
         if (!inTransaction) {
             exec(db, "BEGIN", QStringLiteral("Cannot start writing to the Group"));
             inTransaction = true;
+            batchTimer.start();
         }
     }
 
@@ -219,8 +246,8 @@ public:
         for (int i = 0; i < int(values.size()); ++i) {
             int rc;
             if (isSet[size_t(i)])
-                rc = sqlite3_bind_text16(stmt, i + 1, values[size_t(i)].utf16(),
-                                         int(values[size_t(i)].size() * 2), SQLITE_STATIC);
+                rc = sqlite3_bind_text(stmt, i + 1, values[size_t(i)].data(),
+                                       int(values[size_t(i)].size()), SQLITE_STATIC);
             else
                 rc = sqlite3_bind_null(stmt, i + 1);
             if (rc != SQLITE_OK)
@@ -261,7 +288,8 @@ public:
 
     void afterWrite()
     {
-        if (++pendingRows >= batchSize)
+        if (++pendingRows >= batchRows ||
+            (batchMilliseconds > 0 && batchTimer.elapsed() >= batchMilliseconds))
             commit();
     }
 
@@ -272,7 +300,13 @@ public:
         for (int i = 0; i < int(values.size()); ++i) {
             const bool isNull = sqlite3_column_type(stmt, i + 1) == SQLITE_NULL;
             isSet[size_t(i)] = !isNull;
-            values[size_t(i)] = isNull ? QString() : columnText(stmt, i + 1);
+            if (isNull) {
+                values[size_t(i)].clear();
+            } else {
+                const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, i + 1));
+                values[size_t(i)].assign(text ? text : "",
+                                         size_t(sqlite3_column_bytes(stmt, i + 1)));
+            }
         }
         dirty = false;
     }
@@ -517,7 +551,7 @@ void GroupStore::open(const QString& path)
                                   assignments.join(QLatin1Char(',')) +
                                   QStringLiteral(" WHERE rowid=?%1").arg(d->columns.size() + 1));
         d->finds.resize(size_t(d->columns.size()) * 2);
-        d->values.assign(size_t(d->columns.size()), QString());
+        d->values.assign(size_t(d->columns.size()), std::string());
         d->isSet.assign(size_t(d->columns.size()), false);
         d->current = Private::Current::None;
         d->noMatch = false;
@@ -628,7 +662,8 @@ QString GroupStore::getField(int index)
         return columnText(d->cursor.get(), index + 1);
     case Private::Current::New:
     case Private::Current::Row:
-        return d->values[size_t(index)];
+        return QString::fromUtf8(d->values[size_t(index)].data(),
+                                 qsizetype(d->values[size_t(index)].size()));
     case Private::Current::None:
         break;
     }
@@ -659,7 +694,7 @@ void GroupStore::setField(int index, const QString& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
-    d->values[size_t(index)] = cutToLength(value, d->lengths[size_t(index)]);
+    assignUtf8(d->values[size_t(index)], cutToLength(value, d->lengths[size_t(index)]));
     d->isSet[size_t(index)] = true;
     d->dirty = true;
 }
@@ -703,7 +738,8 @@ bool GroupStore::noMatch() const
     return d->noMatch;
 }
 
-void GroupStore::setBatchSize(int rows)
+void GroupStore::setBatchLimits(int rows, qint64 milliseconds)
 {
-    d->batchSize = rows > 0 ? rows : 1;
+    d->batchRows = rows > 0 ? rows : 1;
+    d->batchMilliseconds = milliseconds;
 }

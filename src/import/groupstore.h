@@ -10,8 +10,8 @@
 // with, an index on EmailAddress without regard to case.
 //
 // There is one current record. Field values set on it are kept in memory and written when
-// the next add, find, move or close needs the row; writes are grouped in transactions of
-// a few thousand rows so that a killed process leaves a valid file holding every committed
+// the next add, find, move or close needs the row; writes are grouped in transactions (see
+// setBatchLimits) so that a killed process leaves a valid file holding every committed
 // batch. Every failure throws AppError(GroupStore).
 //
 // Paths are native paths.
@@ -73,8 +73,9 @@ public:
     void find(const QString& field, const QString& comparison, const QString& value);
     bool noMatch() const;
 
-    // Rows written per transaction (default 5000).
-    void setBatchSize(int rows);
+    // A transaction is committed after rows written or milliseconds since it began (0: no
+    // time limit), whichever comes first. Defaults: 50000 rows, 1000 ms.
+    void setBatchLimits(int rows, qint64 milliseconds);
 
 private:
     class Private;

@@ -425,7 +425,7 @@ void tst_GroupStore::committedBatchesAreVisibleBeforeClose()
     const QString path = newGroup(folder);
     GroupStore store;
     store.open(path);
-    store.setBatchSize(3);
+    store.setBatchLimits(3, 0);
     for (int i = 0; i < 7; ++i) {
         store.addRecord();
         store.setField(QStringLiteral("EmailAddress"), QStringLiteral("b%1@x.org").arg(i));
