@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QList>
 #include <QMutex>
+#include <QRecursiveMutex>
 #include <QSaveFile>
 
 #include <sys/stat.h>
@@ -46,21 +47,26 @@ bool stampOf(const QString& path, Stamp& stamp)
 
 QString fold(const QString& name) { return name.trimmed().toCaseFolded(); }
 
-struct Section
+// A "[name]" line with the lines after it up to the next one; the first block of a file
+// holds the lines before any section and has no header.
+struct Block
 {
-    int header = -1; // line of "[name]"
-    int end = 0;     // one past its last line
-    QHash<QString, int> keys; // folded key -> line; the first occurrence only
+    QByteArray header;        // the "[name]" line as read, with its line end
+    QList<QByteArray> lines;  // each with its own line end, byte for byte
+    QHash<QString, int> keys; // folded key -> index in lines; the first occurrence only
 };
 
-// A file split into its lines (each with its own line end, byte for byte) and an index
-// of the sections and keys that count.
+// A file split into blocks, with an index of the sections that count: when a name occurs
+// twice, only the first block of that name is ever read or written.
 struct Parsed
 {
-    QList<QByteArray> lines;
-    QList<Section> sections;         // the first occurrence of each name
-    QHash<QString, int> sectionIndex; // folded name -> index in sections
+    QList<Block> blocks{Block()};
+    QHash<QString, int> sectionIndex; // folded name -> index in blocks
     Stamp stamp;
+    // Inside a write batch: changed since the file was last written, so it is the copy
+    // that counts, whatever the file says. created: the file did not exist before.
+    bool pending = false;
+    bool created = false;
 };
 
 QByteArray withoutLineEnd(const QByteArray& raw)
@@ -76,88 +82,97 @@ QByteArray withoutLineEnd(const QByteArray& raw)
 bool endsLine(const QByteArray& raw) { return raw.endsWith('\n'); }
 
 // The name of a "[name]" line, or a null string for any other line.
-QString sectionName(const QString& text)
+QString sectionName(const QByteArray& line)
 {
-    const QString t = text.trimmed();
-    if (!t.startsWith(QLatin1Char('[')))
+    const QByteArray t = withoutLineEnd(line).trimmed();
+    if (!t.startsWith('['))
         return QString();
-    const qsizetype close = t.lastIndexOf(QLatin1Char(']'));
+    const qsizetype close = t.lastIndexOf(']');
     if (close < 0)
         return QString();
-    const QString name = t.mid(1, close - 1).trimmed();
-    return name.isNull() ? QStringLiteral("") : name;
+    return Windows1252::decode(t.mid(1, close - 1).trimmed());
 }
 
-// The key of a "key=value" line, or a null string for a comment or a line without one.
-QString keyName(const QString& text, qsizetype* equals = nullptr)
+// Where the '=' of a "key=value" line is, or -1 for a comment or a line without a key.
+qsizetype keyEquals(const QByteArray& line)
 {
-    const QString t = text.trimmed();
-    if (t.startsWith(QLatin1Char(';')))
-        return QString();
-    const qsizetype eq = text.indexOf(QLatin1Char('='));
+    const qsizetype eq = line.indexOf('=');
+    if (eq <= 0)
+        return -1;
+    const QByteArray key = line.left(eq).trimmed();
+    if (key.isEmpty() || key.startsWith(';'))
+        return -1;
+    return eq;
+}
+
+QString keyName(const QByteArray& line, qsizetype eq)
+{
+    return Windows1252::decode(line.left(eq).trimmed());
+}
+
+void indexKey(Block& block, int index)
+{
+    const QByteArray& line = block.lines.at(index);
+    const qsizetype eq = keyEquals(line);
     if (eq < 0)
-        return QString();
-    const QString key = text.left(eq).trimmed();
-    if (key.isEmpty())
-        return QString();
-    if (equals)
-        *equals = eq;
-    return key;
+        return;
+    const QString folded = fold(keyName(line, eq));
+    if (!block.keys.contains(folded))
+        block.keys.insert(folded, index);
 }
 
 Parsed parse(const QByteArray& bytes)
 {
     Parsed p;
+    bool counts = false; // false before any section and inside a repeated one
     qsizetype start = 0;
     while (start < bytes.size()) {
-        qsizetype nl = bytes.indexOf('\n', start);
+        const qsizetype nl = bytes.indexOf('\n', start);
         const qsizetype stop = nl < 0 ? bytes.size() : nl + 1;
-        p.lines.append(bytes.mid(start, stop - start));
+        const QByteArray line = bytes.mid(start, stop - start);
         start = stop;
-    }
 
-    int current = -1;     // index in p.sections of the section being read, -1 if none
-    bool counts = false;  // false inside a repeated section: only the first one counts
-    for (int i = 0; i < p.lines.size(); ++i) {
-        const QString text = Windows1252::decode(withoutLineEnd(p.lines.at(i)));
-        const QString section = sectionName(text);
+        const QString section = sectionName(line);
         if (!section.isNull()) {
-            if (current >= 0)
-                p.sections[current].end = i;
+            Block block;
+            block.header = line;
+            p.blocks.append(block);
             const QString folded = fold(section);
-            if (p.sectionIndex.contains(folded)) {
-                counts = false;
-                current = -1;
-            } else {
-                Section s;
-                s.header = i;
-                p.sections.append(s);
-                current = static_cast<int>(p.sections.size() - 1);
-                p.sectionIndex.insert(folded, current);
-                counts = true;
-            }
+            counts = !p.sectionIndex.contains(folded);
+            if (counts)
+                p.sectionIndex.insert(folded, static_cast<int>(p.blocks.size() - 1));
             continue;
         }
-        if (!counts || current < 0)
-            continue;
-        const QString key = keyName(text);
-        if (!key.isNull()) {
-            const QString folded = fold(key);
-            if (!p.sections[current].keys.contains(folded))
-                p.sections[current].keys.insert(folded, i);
-        }
+        Block& block = p.blocks.last();
+        block.lines.append(line);
+        if (counts)
+            indexKey(block, static_cast<int>(block.lines.size() - 1));
     }
-    if (current >= 0)
-        p.sections[current].end = static_cast<int>(p.lines.size());
     return p;
+}
+
+QByteArray serialise(const Parsed& p)
+{
+    qsizetype size = 0;
+    for (const Block& b : p.blocks) {
+        size += b.header.size();
+        for (const QByteArray& line : b.lines)
+            size += line.size();
+    }
+    QByteArray bytes;
+    bytes.reserve(size);
+    for (const Block& b : p.blocks) {
+        bytes += b.header;
+        for (const QByteArray& line : b.lines)
+            bytes += line;
+    }
+    return bytes;
 }
 
 QString valueOf(const QByteArray& rawLine)
 {
-    const QString text = Windows1252::decode(withoutLineEnd(rawLine));
-    qsizetype eq = -1;
-    keyName(text, &eq);
-    QString value = text.mid(eq + 1).trimmed();
+    const QByteArray line = withoutLineEnd(rawLine);
+    QString value = Windows1252::decode(line.mid(line.indexOf('=') + 1).trimmed());
     if (value.size() >= 2) {
         const QChar first = value.front();
         if ((first == QLatin1Char('"') || first == QLatin1Char('\'')) && value.back() == first)
@@ -166,8 +181,22 @@ QString valueOf(const QByteArray& rawLine)
     return value;
 }
 
-QMutex g_mutex;
+QRecursiveMutex g_mutex;
 QHash<QString, Parsed> g_cache;
+QHash<QString, int> g_batches; // path -> number of open batches
+
+// Makes room in the cache; copies with writes still to come stay.
+void trimCache()
+{
+    if (g_cache.size() < 16)
+        return;
+    for (auto it = g_cache.begin(); it != g_cache.end();) {
+        if (it->pending)
+            ++it;
+        else
+            it = g_cache.erase(it);
+    }
+}
 
 bool readWhole(const QString& path, QByteArray& bytes)
 {
@@ -178,9 +207,13 @@ bool readWhole(const QString& path, QByteArray& bytes)
     return true;
 }
 
-// The parsed file, from the cache when the file has not changed; null when unreadable.
+// The parsed file, from the cache when the file has not changed; null when it is missing
+// or unreadable.
 const Parsed* current(const QString& path)
 {
+    const auto cached = g_cache.constFind(path);
+    if (cached != g_cache.cend() && cached->pending)
+        return &*cached;
     Stamp stamp;
     if (!stampOf(path, stamp)) {
         g_cache.remove(path);
@@ -194,8 +227,7 @@ const Parsed* current(const QString& path)
         g_cache.remove(path);
         return nullptr;
     }
-    if (g_cache.size() >= 16)
-        g_cache.clear();
+    trimCache();
     Parsed parsed = parse(bytes);
     parsed.stamp = stamp;
     return &*g_cache.insert(path, std::move(parsed));
@@ -224,10 +256,73 @@ QByteArray encodeOrThrow(const QString& text, const QString& what, const QString
     return bytes;
 }
 
-void ensureLineEnd(QList<QByteArray>& lines, int index)
+// The last line of the file, so that something can follow it on a line of its own.
+void endLastLine(Parsed& p)
 {
-    if (index >= 0 && index < lines.size() && !endsLine(lines.at(index)))
-        lines[index] += "\r\n";
+    for (qsizetype b = p.blocks.size() - 1; b >= 0; --b) {
+        Block& block = p.blocks[b];
+        if (!block.lines.isEmpty()) {
+            if (!endsLine(block.lines.last()))
+                block.lines.last() += "\r\n";
+            return;
+        }
+        if (!block.header.isEmpty()) {
+            if (!endsLine(block.header))
+                block.header += "\r\n";
+            return;
+        }
+    }
+}
+
+// Puts the line after the last non-blank line of the block (right after its header when
+// there is none), so blank lines that part it from the next section stay where they are.
+void appendToSection(Block& block, const QByteArray& line)
+{
+    int at = 0;
+    for (int i = static_cast<int>(block.lines.size()) - 1; i >= 0; --i) {
+        if (!withoutLineEnd(block.lines.at(i)).trimmed().isEmpty()) {
+            at = i + 1;
+            break;
+        }
+    }
+    if (at > 0 && !endsLine(block.lines.at(at - 1)))
+        block.lines[at - 1] += "\r\n";
+    if (at == 0 && !endsLine(block.header))
+        block.header += "\r\n";
+    block.lines.insert(at, line);
+    for (auto it = block.keys.begin(); it != block.keys.end(); ++it) {
+        if (*it >= at)
+            ++*it;
+    }
+    indexKey(block, at);
+}
+
+// Replaces the file with the copy, atomically, and keeps the copy as the parsed file.
+void save(const QString& nativePath, Parsed& p)
+{
+    QSaveFile out(nativePath);
+    if (!out.open(QIODevice::WriteOnly)) {
+        throw AppError(AppError::PermissionDenied,
+                       QStringLiteral("The settings file \"%1\" cannot be written: %2")
+                           .arg(nativePath, out.errorString()));
+    }
+    // It holds connection strings, passwords among them.
+    if (p.created)
+        out.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    out.write(serialise(p));
+    if (!out.commit()) {
+        throw AppError(AppError::PathFileAccess,
+                       QStringLiteral("The settings file \"%1\" could not be written: %2")
+                           .arg(nativePath, out.errorString()));
+    }
+    p.pending = false;
+    p.created = false;
+    if (stampOf(nativePath, p.stamp)) {
+        trimCache();
+        g_cache.insert(nativePath, std::move(p));
+    } else {
+        g_cache.remove(nativePath);
+    }
 }
 
 } // namespace
@@ -243,11 +338,11 @@ QString read(const QString& nativePath, const QString& section, const QString& k
     const auto s = p->sectionIndex.constFind(fold(section));
     if (s == p->sectionIndex.cend())
         return QString();
-    const Section& sec = p->sections.at(*s);
-    const auto k = sec.keys.constFind(fold(key));
-    if (k == sec.keys.cend())
+    const Block& block = p->blocks.at(*s);
+    const auto k = block.keys.constFind(fold(key));
+    if (k == block.keys.cend())
         return QString();
-    return valueOf(p->lines.at(*k));
+    return valueOf(block.lines.at(*k));
 }
 
 void write(const QString& nativePath, const QString& section, const QString& key,
@@ -271,62 +366,104 @@ void write(const QString& nativePath, const QString& section, const QString& key
                        QStringLiteral("The folder of the settings file \"%1\" does not exist.")
                            .arg(nativePath));
 
-    QByteArray old;
-    if (exists && !readWhole(nativePath, old))
-        throw AppError(AppError::PermissionDenied,
-                       QStringLiteral("The settings file \"%1\" cannot be read.").arg(nativePath));
-    Parsed p = parse(old);
-    QList<QByteArray>& lines = p.lines;
+    // Work on a copy: the cached file stays as it is unless the new one is in place.
+    Parsed p;
+    const auto batched = g_cache.constFind(nativePath);
+    if (batched != g_cache.cend() && batched->pending) {
+        p = *batched;
+    } else if (exists) {
+        const Parsed* cached = current(nativePath);
+        if (!cached)
+            throw AppError(AppError::PermissionDenied,
+                           QStringLiteral("The settings file \"%1\" cannot be read.")
+                               .arg(nativePath));
+        p = *cached;
+    }
 
     const QByteArray newLine = keyBytes + '=' + valueBytes + "\r\n";
     const auto s = p.sectionIndex.constFind(fold(section));
     if (s != p.sectionIndex.cend()) {
-        const Section& sec = p.sections.at(*s);
-        const auto k = sec.keys.constFind(fold(key));
-        if (k != sec.keys.cend()) {
+        Block& block = p.blocks[*s];
+        const auto k = block.keys.constFind(fold(key));
+        if (k != block.keys.cend()) {
             // The key keeps the spelling it has in the file.
-            const QByteArray raw = withoutLineEnd(lines.at(*k));
-            lines[*k] = raw.left(raw.indexOf('=')).trimmed() + '=' + valueBytes + "\r\n";
+            QByteArray& line = block.lines[*k];
+            line = withoutLineEnd(line).left(line.indexOf('=')).trimmed() + '=' + valueBytes +
+                   "\r\n";
         } else {
-            int last = sec.header;
-            for (int i = sec.end - 1; i > sec.header; --i) {
-                if (!withoutLineEnd(lines.at(i)).trimmed().isEmpty()) {
-                    last = i;
-                    break;
-                }
-            }
-            ensureLineEnd(lines, last);
-            lines.insert(last + 1, newLine);
+            appendToSection(block, newLine);
         }
     } else {
-        ensureLineEnd(lines, static_cast<int>(lines.size() - 1));
-        lines.append('[' + sectionBytes + "]\r\n");
-        lines.append(newLine);
+        endLastLine(p);
+        Block block;
+        block.header = '[' + sectionBytes + "]\r\n";
+        block.lines.append(newLine);
+        indexKey(block, 0);
+        p.blocks.append(block);
+        p.sectionIndex.insert(fold(section), static_cast<int>(p.blocks.size() - 1));
     }
 
-    QSaveFile out(nativePath);
-    if (!out.open(QIODevice::WriteOnly)) {
-        throw AppError(AppError::PermissionDenied,
-                       QStringLiteral("The settings file \"%1\" cannot be written: %2")
-                           .arg(nativePath, out.errorString()));
+    // What was just changed is what the next read would parse, unless a line break inside
+    // the text has made more lines of it than were written.
+    const bool oneLine = !newLine.chopped(1).contains('\n') && !sectionBytes.contains('\n');
+    const bool created = p.created || !exists;
+    if (!oneLine)
+        p = parse(serialise(p));
+    p.created = created;
+    if (g_batches.value(nativePath) > 0) {
+        p.pending = true;
+        trimCache();
+        g_cache.insert(nativePath, std::move(p));
+        return;
     }
-    // It holds connection strings, passwords among them.
-    if (!exists)
-        out.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    for (const QByteArray& line : lines)
-        out.write(line);
-    if (!out.commit()) {
-        throw AppError(AppError::PathFileAccess,
-                       QStringLiteral("The settings file \"%1\" could not be written: %2")
-                           .arg(nativePath, out.errorString()));
-    }
-    g_cache.remove(nativePath);
+    save(nativePath, p);
 }
 
 void clearCache()
 {
     QMutexLocker lock(&g_mutex);
-    g_cache.clear();
+    for (auto it = g_cache.begin(); it != g_cache.end();) {
+        if (it->pending)
+            ++it;
+        else
+            it = g_cache.erase(it);
+    }
+}
+
+WriteBatch::WriteBatch(const QString& nativePath) : m_path(nativePath)
+{
+    QMutexLocker lock(&g_mutex);
+    ++g_batches[m_path];
+}
+
+WriteBatch::~WriteBatch()
+{
+    try {
+        commit();
+    } catch (const AppError& e) {
+        qWarning("%s", qPrintable(e.numberAndDescription()));
+    }
+    QMutexLocker lock(&g_mutex);
+    if (--g_batches[m_path] <= 0)
+        g_batches.remove(m_path);
+}
+
+void WriteBatch::commit()
+{
+    QMutexLocker lock(&g_mutex);
+    if (g_batches.value(m_path) > 1)
+        return; // the outermost batch writes
+    auto it = g_cache.find(m_path);
+    if (it == g_cache.end() || !it->pending)
+        return;
+    Parsed p = *it;
+    try {
+        save(m_path, p);
+    } catch (...) {
+        // Nothing is kept back for a second try: the file stays as it was before the batch.
+        g_cache.remove(m_path);
+        throw;
+    }
 }
 
 } // namespace ProfileFile

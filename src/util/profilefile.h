@@ -34,7 +34,27 @@ QString read(const QString& nativePath, const QString& section, const QString& k
 void write(const QString& nativePath, const QString& section, const QString& key,
            const QString& value);
 
-// Forgets every parsed copy (tests).
+// Forgets every parsed copy that has no writes pending (tests).
 void clearCache();
+
+// Gathers the writes to one file while it lives: each write changes the parsed copy only
+// (reads see it at once), and commit() - or the destructor - replaces the file once with
+// all of them. A routine that writes many keys in a row thus writes the file once instead
+// of once a key. Writes still refuse bad text at once; only errors of the file itself wait
+// for commit(), which throws AppError (the file then stays as it was before the batch; the
+// destructor only logs). Batches on one file nest; the outermost one writes.
+class WriteBatch final
+{
+public:
+    explicit WriteBatch(const QString& nativePath);
+    ~WriteBatch();
+    WriteBatch(const WriteBatch&) = delete;
+    WriteBatch& operator=(const WriteBatch&) = delete;
+
+    void commit();
+
+private:
+    QString m_path;
+};
 
 } // namespace ProfileFile

@@ -40,6 +40,10 @@ private slots:
     void newFileIsPrivateAndExistingModeKept();
     void changesByOthersAreSeen();
     void hostFormPathsReachTheSameFile();
+    void batchWritesTheFileOnce();
+    void batchesNest();
+    void batchCreatesAPrivateFileOnlyOnCommit();
+    void batchCommitFailureLeavesTheFile();
 };
 
 static quint64 inodeOf(const QString& path)
@@ -137,6 +141,10 @@ void TestProfileFile::writesAreByteExact_data()
     QTest::newRow("a commented-out key is not the key")
         << QByteArray("[A]\r\n;k=old\r\n") << QList<IniWrite>{{"A", "k", "new"}}
         << QByteArray("[A]\r\n;k=old\r\nk=new\r\n");
+    QTest::newRow("line break inside a value makes more lines")
+        << QByteArray("[S]\r\n")
+        << QList<IniWrite>{{"S", "k", "first\r\nsecond=2"}, {"S", "second", "3"}}
+        << QByteArray("[S]\r\nk=first\r\nsecond=3\r\n");
     QTest::newRow("Windows-1252 bytes")
         << QByteArray() << QList<IniWrite>{{"S", "k", QString::fromUtf8("€ café ÿ")}}
         << QByteArray("[S]\r\nk=\x80 caf\xe9 \xff\r\n");
@@ -154,6 +162,15 @@ void TestProfileFile::writesAreByteExact()
     for (const IniWrite& w : writes)
         WriteIniString(ini, w.section, w.key, w.value);
     QCOMPARE(folder.readFile("settings.ini"), after);
+
+    // The copy kept from the writes reads as the file itself does.
+    QStringList kept, fresh;
+    for (const IniWrite& w : writes)
+        kept << ProfileFile::read(ini, w.section, w.key);
+    ProfileFile::clearCache();
+    for (const IniWrite& w : writes)
+        fresh << ProfileFile::read(ini, w.section, w.key);
+    QCOMPARE(kept, fresh);
 }
 
 void TestProfileFile::reads_data()
@@ -409,6 +426,100 @@ void TestProfileFile::hostFormPathsReachTheSameFile()
     WriteIniString(HostForm(ini), "S", "k", "v");
     QCOMPARE(folder.readFile("dbimport.ini"), QByteArray("[S]\r\nk=v\r\n"));
     QCOMPARE(ReadIniString(HostForm(ini), "S", "k", ""), QString("v"));
+}
+
+// The same writes, one by one and in a batch, give the same bytes; in the batch the file
+// is replaced once, at commit, and reads see the pending values before.
+void TestProfileFile::batchWritesTheFileOnce()
+{
+    TempFolder folder;
+    const QByteArray before = "; kept\r\n[DSN]\r\nDSNName1=Ann\r\n\r\n[Other]\r\nx=1\r\n";
+    const QString single = folder.writeFile("single.ini", before);
+    const QString batched = folder.writeFile("batched.ini", before);
+    const QList<IniWrite> writes = {{"DSN", "DSNName1", ""},      {"DSN", "DSNName2", "Bob"},
+                                    {"FieldMap1", "VTField1", "Email"}, {"other", "X", "2"},
+                                    {"DSN", "dsnname2", "Bill"},  {"FieldMap1", "DBField1", "Mail"}};
+    for (const IniWrite& w : writes)
+        WriteIniString(single, w.section, w.key, w.value);
+
+    const quint64 inode = inodeOf(batched);
+    {
+        ProfileFile::WriteBatch batch(batched);
+        for (const IniWrite& w : writes)
+            WriteIniString(batched, w.section, w.key, w.value);
+        QCOMPARE(folder.readFile("batched.ini"), before);
+        QCOMPARE(inodeOf(batched), inode);
+        QCOMPARE(ReadIniString(batched, "DSN", "DSNName2", ""), QString("Bill"));
+        QCOMPARE(ReadIniString(batched, "DSN", "DSNName1", "gone"), QString("gone"));
+        // Bad text is refused at once, and what came before stays pending.
+        QVERIFY_THROWS_EXCEPTION(AppError,
+                                 WriteIniString(batched, "DSN", "k", QString::fromUtf8("Ł")));
+        batch.commit();
+        QVERIFY(inodeOf(batched) != inode);
+        QCOMPARE(folder.readFile("batched.ini"), folder.readFile("single.ini"));
+        // Written once; later writes in the same batch go to the file at the next commit.
+        WriteIniString(batched, "DSN", "DSNName3", "Cy");
+    }
+    QCOMPARE(ReadIniString(batched, "DSN", "DSNName3", ""), QString("Cy"));
+    ProfileFile::clearCache();
+    QCOMPARE(ReadIniString(batched, "DSN", "DSNName3", ""), QString("Cy"));
+    QCOMPARE(ReadIniString(batched, "FieldMap1", "DBField1", ""), QString("Mail"));
+}
+
+void TestProfileFile::batchesNest()
+{
+    TempFolder folder;
+    const QString ini = folder.writeFile("n.ini", "[S]\r\n");
+    {
+        ProfileFile::WriteBatch outer(ini);
+        {
+            ProfileFile::WriteBatch inner(ini);
+            WriteIniString(ini, "S", "a", "1");
+            inner.commit();
+        }
+        QCOMPARE(folder.readFile("n.ini"), QByteArray("[S]\r\n"));
+        WriteIniString(ini, "S", "b", "2");
+    }
+    QCOMPARE(folder.readFile("n.ini"), QByteArray("[S]\r\na=1\r\nb=2\r\n"));
+    // Without a batch every write goes straight to the file again.
+    WriteIniString(ini, "S", "c", "3");
+    QCOMPARE(folder.readFile("n.ini"), QByteArray("[S]\r\na=1\r\nb=2\r\nc=3\r\n"));
+}
+
+void TestProfileFile::batchCreatesAPrivateFileOnlyOnCommit()
+{
+    TempFolder folder;
+    const QString ini = folder.filePath("new.ini");
+    {
+        ProfileFile::WriteBatch batch(ini);
+        WriteIniString(ini, "A", "k", "1");
+        WriteIniString(ini, "B", "k", "2");
+        QVERIFY(!QFile::exists(ini));
+        QCOMPARE(ReadIniString(ini, "B", "k", ""), QString("2"));
+    }
+    QCOMPARE(folder.readFile("new.ini"), QByteArray("[A]\r\nk=1\r\n[B]\r\nk=2\r\n"));
+    struct stat st;
+    QCOMPARE(::stat(QFile::encodeName(ini).constData(), &st), 0);
+    QCOMPARE(st.st_mode & 0777, mode_t(0600));
+}
+
+void TestProfileFile::batchCommitFailureLeavesTheFile()
+{
+    TempFolder folder;
+    const QString ini = folder.writeFile("sub/f.ini", "[S]\r\nk=old\r\n");
+    ProfileFile::WriteBatch batch(ini);
+    WriteIniString(ini, "S", "k", "new");
+    // The file turns into a folder before the commit: nothing can replace it.
+    QVERIFY(QFile::remove(ini));
+    QVERIFY(QDir().mkdir(ini));
+    try {
+        batch.commit();
+        QFAIL("the commit succeeded");
+    } catch (const AppError& e) {
+        QVERIFY2(e.description().contains(ini), qPrintable(e.description()));
+    }
+    // The pending value is gone with the failed commit.
+    QCOMPARE(ReadIniString(ini, "S", "k", "none"), QString("none"));
 }
 
 QTEST_GUILESS_MAIN(TestProfileFile)
