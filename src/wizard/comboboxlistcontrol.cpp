@@ -2,15 +2,30 @@
 
 #include <QComboBox>
 
-void ComboBoxListControl::clear() { m_combo->clear(); }
+void ComboBoxListControl::clear()
+{
+    m_combo->clear();
+}
 
-void ComboBoxListControl::addItem(const QString& text) { m_combo->addItem(text); }
+void ComboBoxListControl::addItem(const QString& text)
+{
+    m_combo->addItem(text);
+}
 
-int ComboBoxListControl::count() const { return m_combo->count(); }
+int ComboBoxListControl::count() const
+{
+    return m_combo->count();
+}
 
-QString ComboBoxListControl::itemText(int index) const { return m_combo->itemText(index); }
+QString ComboBoxListControl::itemText(int index) const
+{
+    return m_combo->itemText(index);
+}
 
-int ComboBoxListControl::currentIndex() const { return m_combo->currentIndex(); }
+int ComboBoxListControl::currentIndex() const
+{
+    return m_combo->currentIndex();
+}
 
 void ComboBoxListControl::setCurrentIndex(int index)
 {

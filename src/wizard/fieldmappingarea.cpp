@@ -133,7 +133,10 @@ void FieldMappingArea::updateScrollRange()
     scrollTo(m_scrollBar->value());
 }
 
-void FieldMappingArea::scrollTo(int value) { m_area->move(0, -value); }
+void FieldMappingArea::scrollTo(int value)
+{
+    m_area->move(0, -value);
+}
 
 void FieldMappingArea::ensureVisible(QWidget* widget)
 {

@@ -37,7 +37,10 @@ frmAddModGroup::frmAddModGroup(QWidget* parent)
     RegisterLoadedForm(kFormName);
 }
 
-frmAddModGroup::~frmAddModGroup() { UnregisterLoadedForm(kFormName); }
+frmAddModGroup::~frmAddModGroup()
+{
+    UnregisterLoadedForm(kFormName);
+}
 
 bool frmAddModGroup::acceptTypedCharacter(QChar character)
 {
@@ -45,8 +48,9 @@ bool frmAddModGroup::acceptTypedCharacter(QChar character)
         return true;
     MessageBoxes& boxes = MessageBoxes::instance();
     boxes.beep();
-    boxes.information(QStringLiteral("Please enter valid characters only.\r\n\r\nThese include: ") +
-                      QStringLiteral("Spaces, letters a to z and A to Z, Numbers 0 to 9 and Hyphens"));
+    boxes.information(
+        QStringLiteral("Please enter valid characters only.\r\n\r\nThese include: ") +
+        QStringLiteral("Spaces, letters a to z and A to Z, Numbers 0 to 9 and Hyphens"));
     return false;
 }
 

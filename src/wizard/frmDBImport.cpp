@@ -119,8 +119,7 @@ private:
     bool m_closing = false;
 };
 
-frmDBImport::frmDBImport(QWidget* parent)
-    : QWidget(parent), ui(std::make_unique<Ui::frmDBImport>())
+frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique<Ui::frmDBImport>())
 {
     ui->setupUi(this);
     RegisterLoadedForm(kFormName);
@@ -184,7 +183,10 @@ frmDBImport::frmDBImport(QWidget* parent)
     ResetChoices();
 }
 
-frmDBImport::~frmDBImport() { UnregisterLoadedForm(kFormName); }
+frmDBImport::~frmDBImport()
+{
+    UnregisterLoadedForm(kFormName);
+}
 
 QRadioButton* frmDBImport::optFilterMethod(int index) const
 {
@@ -193,8 +195,8 @@ QRadioButton* frmDBImport::optFilterMethod(int index) const
 
 void frmDBImport::notAvailableYet(const QString& feature)
 {
-    MessageBoxes::instance().information(
-        feature + QStringLiteral(" is not available in this version yet."));
+    MessageBoxes::instance().information(feature +
+                                         QStringLiteral(" is not available in this version yet."));
 }
 
 void frmDBImport::UpdateDSNList()
@@ -208,9 +210,15 @@ void frmDBImport::UpdateDSNList()
         ui->lvwDSN->setCurrentItem(ui->lvwDSN->topLevelItem(0));
 }
 
-void frmDBImport::ResetChoices() { m_choices.reset(); }
+void frmDBImport::ResetChoices()
+{
+    m_choices.reset();
+}
 
-int frmDBImport::currentStep() const { return ui->stkSteps->currentIndex(); }
+int frmDBImport::currentStep() const
+{
+    return ui->stkSteps->currentIndex();
+}
 
 void frmDBImport::ChangeStep(int direction)
 {
@@ -303,9 +311,8 @@ bool frmDBImport::leaveRecordsStep(int direction)
         boxes.information(QStringLiteral("A valid SQL Statement must be entered."));
         return false;
     }
-    if (m_choices.FilterMethod == 0 &&
-        (tableSql == QLatin1String("select * from ") ||
-         tableSql == QLatin1String("select * from []"))) {
+    if (m_choices.FilterMethod == 0 && (tableSql == QLatin1String("select * from ") ||
+                                        tableSql == QLatin1String("select * from []"))) {
         boxes.information(QStringLiteral("A Table name must be selected from the list."));
         return false;
     }
@@ -341,9 +348,9 @@ bool frmDBImport::leaveMappingStep(int direction)
     LoadGroups();
     // A saved Group that is gone is not replaced by another: the user picks one.
     ui->icmbGroups->setCurrentIndex(
-        m_choices.VTGroup.isEmpty() ? -1
-                                    : ui->icmbGroups->findText(m_choices.VTGroup,
-                                                               Qt::MatchFixedString));
+        m_choices.VTGroup.isEmpty()
+            ? -1
+            : ui->icmbGroups->findText(m_choices.VTGroup, Qt::MatchFixedString));
     ui->chkReplace->setChecked(m_choices.ReplaceExisting);
     if (direction > 0)
         ui->cmdNext->setText(kStartCaption);
@@ -365,8 +372,8 @@ bool frmDBImport::leaveGroupStep(int direction)
         ui->prgProcess->setVisible(true);
         ui->lblNoProgress->setVisible(false);
         ui->lblCommand->clear();
-        for (QLabel* counter : {ui->lblTotalProcessed, ui->lblAdded, ui->lblDuplicates,
-                                ui->lblIllegal})
+        for (QLabel* counter :
+             {ui->lblTotalProcessed, ui->lblAdded, ui->lblDuplicates, ui->lblIllegal})
             counter->setText(QStringLiteral("0"));
         ui->lblImportingFrom->setText(QStringLiteral("Database - ") + m_choices.DSNName);
         ui->lblImportingTo->setText(QStringLiteral("Veltrano Group - ") + m_choices.VTGroup);
@@ -442,11 +449,10 @@ void frmDBImport::LoadGroups()
 void frmDBImport::optFilterMethod_Click(int index)
 {
     const bool table = index == 0;
-    for (QWidget* w : {static_cast<QWidget*>(ui->lblTableCaption),
-                       static_cast<QWidget*>(ui->icmbTables),
-                       static_cast<QWidget*>(ui->lblCaption_1),
-                       static_cast<QWidget*>(ui->cmdQueryBuilder),
-                       static_cast<QWidget*>(ui->lblQueryBuilderRules)})
+    for (QWidget* w :
+         {static_cast<QWidget*>(ui->lblTableCaption), static_cast<QWidget*>(ui->icmbTables),
+          static_cast<QWidget*>(ui->lblCaption_1), static_cast<QWidget*>(ui->cmdQueryBuilder),
+          static_cast<QWidget*>(ui->lblQueryBuilderRules)})
         w->setEnabled(table);
     ui->cmdAdvancedQuery->setEnabled(!table);
 }
@@ -507,7 +513,10 @@ void frmDBImport::closeEvent(QCloseEvent* event)
     event->accept();
 }
 
-void frmDBImport::setStatus(const QString& text) { ui->lblCommand->setText(text); }
+void frmDBImport::setStatus(const QString& text)
+{
+    ui->lblCommand->setText(text);
+}
 
 void frmDBImport::setCounters(qint32 totalProcessed, qint32 added, qint32 duplicates,
                               qint32 illegal)
@@ -528,7 +537,10 @@ void frmDBImport::setProgressValue(int value)
     ui->prgProcess->setValue(qBound(ui->prgProcess->minimum(), value, ui->prgProcess->maximum()));
 }
 
-void frmDBImport::setProgressVisible(bool visible) { ui->prgProcess->setVisible(visible); }
+void frmDBImport::setProgressVisible(bool visible)
+{
+    ui->prgProcess->setVisible(visible);
+}
 
 void frmDBImport::showNoProgressNotice(const QString& text)
 {

@@ -37,14 +37,16 @@ QString displayText(QString text)
     return text;
 }
 
-QString boxTitle(const QString& title) { return title.isEmpty() ? AppTitle() : title; }
+QString boxTitle(const QString& title)
+{
+    return title.isEmpty() ? AppTitle() : title;
+}
 
 } // namespace
 
 void QtMessageBoxes::show(Icon icon, const QString& text, const QString& title)
 {
-    QMessageBox box(qtIcon(icon), boxTitle(title), displayText(text), QMessageBox::Ok,
-                    boxParent());
+    QMessageBox box(qtIcon(icon), boxTitle(title), displayText(text), QMessageBox::Ok, boxParent());
     box.setObjectName(QStringLiteral("messageBox"));
     box.setTextFormat(Qt::PlainText);
     box.exec();
@@ -61,4 +63,7 @@ bool QtMessageBoxes::ask(const QString& text, bool defaultYes, const QString& ti
     return box.exec() == QMessageBox::Yes;
 }
 
-void QtMessageBoxes::beep() { QApplication::beep(); }
+void QtMessageBoxes::beep()
+{
+    QApplication::beep();
+}

@@ -7,6 +7,7 @@ class QtMessageBoxes final : public MessageBoxes
 {
 public:
     void show(Icon icon, const QString& text, const QString& title = QString()) override;
-    bool ask(const QString& text, bool defaultYes = true, const QString& title = QString()) override;
+    bool ask(const QString& text, bool defaultYes = true,
+             const QString& title = QString()) override;
     void beep() override;
 };

@@ -48,7 +48,10 @@ QSize WrappingCheckBox::minimumSizeHint() const
     return {width, heightForWidth(width)};
 }
 
-bool WrappingCheckBox::hitButton(const QPoint& pos) const { return rect().contains(pos); }
+bool WrappingCheckBox::hitButton(const QPoint& pos) const
+{
+    return rect().contains(pos);
+}
 
 void WrappingCheckBox::paintEvent(QPaintEvent*)
 {
@@ -61,8 +64,8 @@ void WrappingCheckBox::paintEvent(QPaintEvent*)
     const int indicatorHeight = style()->pixelMetric(QStyle::PM_IndicatorHeight, nullptr, this);
     const int lineHeight = fontMetrics().height();
     QStyleOptionButton indicator = option;
-    indicator.rect = QRect(0, 2 + qMax(0, (lineHeight - indicatorHeight) / 2), indicatorWidth,
-                           indicatorHeight);
+    indicator.rect =
+        QRect(0, 2 + qMax(0, (lineHeight - indicatorHeight) / 2), indicatorWidth, indicatorHeight);
     painter.drawPrimitive(QStyle::PE_IndicatorCheckBox, indicator);
 
     const QRect textRect(textIndent(), 2, width() - textIndent(), height() - 2);

@@ -45,8 +45,8 @@ QStringList comboItems(const QComboBox* combo)
 // The wizard on its Group step, with the Groups named already created.
 std::unique_ptr<frmDBImport> wizardOnGroupStep(Environment& env, const QStringList& groups)
 {
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QString());
     env.saveChoices(saved);
     for (const QString& group : groups) {
@@ -130,11 +130,15 @@ void tst_frmAddModGroup::typedCharacters_data()
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("kept");
     QTest::addColumn<int>("refused");
-    QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ" << "Ab 19-zZ" << 0;
-    QTest::newRow("hash") << "a#b" << "ab" << 1;
-    QTest::newRow("underscore and full stop") << "x_y.z" << "xyz" << 2;
+    QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ"
+                                                    << "Ab 19-zZ" << 0;
+    QTest::newRow("hash") << "a#b"
+                          << "ab" << 1;
+    QTest::newRow("underscore and full stop") << "x_y.z"
+                                              << "xyz" << 2;
     QTest::newRow("accented letter") << QStringLiteral("caf\u00e9") << "caf" << 1;
-    QTest::newRow("slash and backslash") << "a/b\\c" << "abc" << 2;
+    QTest::newRow("slash and backslash") << "a/b\\c"
+                                         << "abc" << 2;
 }
 
 void tst_frmAddModGroup::typedCharacters()
@@ -195,9 +199,11 @@ void tst_frmAddModGroup::refusedNames_data()
     QTest::newRow("blanks only") << "   " << exclamation << "Please enter a Group name.";
     QTest::newRow("All Groups") << "All Groups" << exclamation << reserved;
     QTest::newRow("Search Results") << "Search Results" << exclamation << reserved;
-    QTest::newRow("Exclusion List, blanks around") << "  Exclusion List " << exclamation << reserved;
-    QTest::newRow("existing Group") << "Members" << static_cast<int>(MessageBoxes::Icon::Information)
-                                    << "A Group by the name: Members\r\nalready exists.";
+    QTest::newRow("Exclusion List, blanks around")
+        << "  Exclusion List " << exclamation << reserved;
+    QTest::newRow("existing Group")
+        << "Members" << static_cast<int>(MessageBoxes::Icon::Information)
+        << "A Group by the name: Members\r\nalready exists.";
 }
 
 void tst_frmAddModGroup::refusedNames()

@@ -67,7 +67,8 @@ void pickWithKeys(QComboBox* combo, int index)
 
 int countRows(const QString& groupFile)
 {
-    const QStringList values = SqliteColumn(groupFile, QStringLiteral("SELECT count(*) FROM Recipients"));
+    const QStringList values =
+        SqliteColumn(groupFile, QStringLiteral("SELECT count(*) FROM Recipients"));
     return values.size() == 1 ? values.first().toInt() : -1;
 }
 
@@ -127,7 +128,8 @@ void tst_frmDBImport::opensOnTheConnectionStep()
     Environment env;
     const QString source = env.makeContacts(QStringLiteral("contacts"), 3);
     env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(source));
-    env.addConnection(QStringLiteral("Members"), QStringLiteral("Provider=SQLite;Data Source=/x.db"));
+    env.addConnection(QStringLiteral("Members"),
+                      QStringLiteral("Provider=SQLite;Data Source=/x.db"));
 
     auto form = openForm();
     QCOMPARE(form->windowTitle(), QStringLiteral("Veltrano - Database Import v") + AppVersion());
@@ -208,8 +210,8 @@ void tst_frmDBImport::nextWithoutConnectionsIsRefused()
 void tst_frmDBImport::unreadableConnectionIsRefused()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Gone"), Environment::sqliteConnection(
-                                                  env.folder.filePath(QStringLiteral("missing.db"))));
+    env.addConnection(QStringLiteral("Gone"), Environment::sqliteConnection(env.folder.filePath(
+                                                  QStringLiteral("missing.db"))));
     auto form = openForm();
     click(form.get(), "cmdNext");
     QCOMPARE(currentStep(form.get()), 0);
@@ -233,15 +235,17 @@ void tst_frmDBImport::recordsStepRefusals_data()
 
     const int info = static_cast<int>(MessageBoxes::Icon::Information);
     const int critical = static_cast<int>(MessageBoxes::Icon::Critical);
-    QTest::newRow("advanced without SQL") << true << QString() << false << info
-                                          << QStringLiteral("A valid SQL Statement must be entered.");
+    QTest::newRow("advanced without SQL")
+        << true << QString() << false << info
+        << QStringLiteral("A valid SQL Statement must be entered.");
     QTest::newRow("advanced not a SELECT")
         << true << QStringLiteral("delete from Contacts") << false << critical
         << QStringLiteral("The SQL must be a valid SELECT statement.");
     QTest::newRow("advanced on a missing table")
         << true << QStringLiteral("select * from Nowhere") << false << critical << QString();
-    QTest::newRow("no table chosen") << false << QString() << true << info
-                                     << QStringLiteral("A Table name must be selected from the list.");
+    QTest::newRow("no table chosen")
+        << false << QString() << true << info
+        << QStringLiteral("A Table name must be selected from the list.");
 }
 
 void tst_frmDBImport::recordsStepRefusals()
@@ -253,8 +257,8 @@ void tst_frmDBImport::recordsStepRefusals()
     QFETCH(QString, message);
 
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     ImportChoices saved;
     saved.DSNName = QStringLiteral("Sales");
     saved.AdvancedSQLString = sql;
@@ -281,8 +285,8 @@ void tst_frmDBImport::recordsStepRefusals()
 void tst_frmDBImport::filterMethodEnablesItsControls()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     QVERIFY(nextTo(form.get(), 1));
     const char* tableControls[] = {"lblTableCaption", "icmbTables", "lblCaption_1",
@@ -300,8 +304,8 @@ void tst_frmDBImport::filterMethodEnablesItsControls()
 void tst_frmDBImport::tableWithBlankInItsName()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     QVERIFY(nextTo(form.get(), 1));
     auto* tables = control<QComboBox>(form.get(), "icmbTables");
@@ -321,8 +325,8 @@ void tst_frmDBImport::tableWithBlankInItsName()
 void tst_frmDBImport::missingEmailMappingIsRefusedGoingOnly()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     QVERIFY(nextTo(form.get(), 2));
     QCOMPARE(mappingCombo(form.get(), "EMailAddress")->currentText(), QStringLiteral("(blank)"));
@@ -350,8 +354,8 @@ void tst_frmDBImport::missingEmailMappingIsRefusedGoingOnly()
 void tst_frmDBImport::missingGroupIsRefused()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Gone Group"));
     env.saveChoices(saved);
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
@@ -364,8 +368,7 @@ void tst_frmDBImport::missingGroupIsRefused()
     env.boxes.clear();
     click(form.get(), "cmdNext");
     QCOMPARE(currentStep(form.get()), 3);
-    QCOMPARE(env.boxes.texts(),
-             QStringList{"A Group must be selected to import the data into."});
+    QCOMPARE(env.boxes.texts(), QStringList{"A Group must be selected to import the data into."});
     QCOMPARE(countRows(env.groupFile(QStringLiteral("Members"))), 0);
     form->close();
 }
@@ -373,8 +376,8 @@ void tst_frmDBImport::missingGroupIsRefused()
 void tst_frmDBImport::buttonsAndBannerFollowTheStep()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QString());
     env.saveChoices(saved);
 
@@ -411,8 +414,8 @@ void tst_frmDBImport::buttonsAndBannerFollowTheStep()
 void tst_frmDBImport::savedChoicesAreShown()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     QVERIFY(CreateGroup(QStringLiteral("Alpha"), HostDataFolder()));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("members"));
@@ -423,7 +426,8 @@ void tst_frmDBImport::savedChoicesAreShown()
 
     auto form = openForm();
     QVERIFY(nextTo(form.get(), 1));
-    QCOMPARE(control<QComboBox>(form.get(), "icmbTables")->currentText(), QStringLiteral("Contacts"));
+    QCOMPARE(control<QComboBox>(form.get(), "icmbTables")->currentText(),
+             QStringLiteral("Contacts"));
     QCOMPARE(text(form.get(), "lblQueryBuilderRules"), QStringLiteral("1 filters defined"));
     QVERIFY(control<QRadioButton>(form.get(), "optFilterMethod_0")->isChecked());
 
@@ -434,7 +438,8 @@ void tst_frmDBImport::savedChoicesAreShown()
     QCOMPARE(mappingCombo(form.get(), "FirstName")->currentText(), QStringLiteral("(blank)"));
 
     QVERIFY(nextTo(form.get(), 3));
-    QCOMPARE(control<QComboBox>(form.get(), "icmbGroups")->currentText(), QStringLiteral("Members"));
+    QCOMPARE(control<QComboBox>(form.get(), "icmbGroups")->currentText(),
+             QStringLiteral("Members"));
     QVERIFY(control<QCheckBox>(form.get(), "chkReplace")->isChecked());
     QVERIFY(env.boxes.shown().isEmpty());
     form->close();
@@ -443,10 +448,10 @@ void tst_frmDBImport::savedChoicesAreShown()
 void tst_frmDBImport::otherConnectionReplacesAllChoices()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("a"), 3)));
-    env.addConnection(QStringLiteral("Members"), Environment::sqliteConnection(
-                                                     env.makeContacts(QStringLiteral("b"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("a"), 3)));
+    env.addConnection(QStringLiteral("Members"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("b"), 3)));
     QVERIFY(CreateGroup(QStringLiteral("Alpha"), HostDataFolder()));
     QVERIFY(CreateGroup(QStringLiteral("Beta"), HostDataFolder()));
     ImportChoices first = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Alpha"));
@@ -480,7 +485,8 @@ void tst_frmDBImport::otherConnectionReplacesAllChoices()
     QCOMPARE(now.FieldMappings.Count(), 1);
     QVERIFY(!now.ReplaceExisting);
     QCOMPARE(text(form.get(), "lblQueryBuilderRules"), QStringLiteral("0 filters defined"));
-    QCOMPARE(control<QComboBox>(form.get(), "icmbTables")->currentText(), QStringLiteral("Other Table"));
+    QCOMPARE(control<QComboBox>(form.get(), "icmbTables")->currentText(),
+             QStringLiteral("Other Table"));
     QVERIFY(nextTo(form.get(), 3));
     QCOMPARE(mappingCombo(form.get(), "FullNameMacro")->currentIndex(), 0);
     QCOMPARE(control<QComboBox>(form.get(), "icmbGroups")->currentText(), QStringLiteral("Beta"));
@@ -499,8 +505,8 @@ void tst_frmDBImport::nameExclusion()
 {
     QFETCH(QString, part);
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     QVERIFY(nextTo(form.get(), 2));
     // Contacts columns: ID, Email, Full Name, First Name, Last Name, Company, City, Phone.
@@ -547,8 +553,8 @@ void tst_frmDBImport::nameExclusion()
 void tst_frmDBImport::mappingAreaScrolls()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     form->resize(720, 460);
     QVERIFY(nextTo(form.get(), 2));
@@ -581,8 +587,8 @@ void tst_frmDBImport::wholeImport()
 {
     const int valid = 300;
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), valid)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), valid)));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Members"));
     env.saveChoices(saved);
@@ -614,10 +620,10 @@ void tst_frmDBImport::wholeImport()
 
     const QString group = env.groupFile(QStringLiteral("Members"));
     QCOMPARE(countRows(group), valid);
-    QCOMPARE(SqliteColumn(group, QStringLiteral(
-                                     "SELECT Title || '|' || FirstName || '|' || LastName || '|' "
-                                     "|| Company || '|' || City || '|' || Telephone FROM "
-                                     "Recipients WHERE EmailAddress = 'person12@example5.com'")),
+    QCOMPARE(SqliteColumn(
+                 group, QStringLiteral("SELECT Title || '|' || FirstName || '|' || LastName || '|' "
+                                       "|| Company || '|' || City || '|' || Telephone FROM "
+                                       "Recipients WHERE EmailAddress = 'person12@example5.com'")),
              QStringList{"Mr|Ann12|Lee|Company 12|City 2|+44 20 7946 1012"});
     QCOMPARE(SqliteColumn(group, QStringLiteral("SELECT count(*) FROM Recipients WHERE "
                                                 "lower(EmailAddress) = 'person1@example1.com'")),
@@ -629,12 +635,14 @@ void tst_frmDBImport::wholeImport()
     QVERIFY(log.contains(QStringLiteral("#   Total Processed  : %1\r\n").arg(total)));
     QVERIFY(log.contains(QStringLiteral("#   Recipients Added : %1\r\n").arg(valid)));
     QCOMPARE(log.count(QStringLiteral("**  IGNORED: Invalid email (")), kIllegalRows);
-    QVERIFY(log.contains(QStringLiteral("**  IGNORED: Duplicate email, Email=PERSON1@EXAMPLE1.COM")));
+    QVERIFY(
+        log.contains(QStringLiteral("**  IGNORED: Duplicate email, Email=PERSON1@EXAMPLE1.COM")));
     QVERIFY(log.contains(QStringLiteral("#   Database Import Ended : ")));
 
     // Start saved the choices of the run for the connection.
-    QCOMPARE(ReadIniString(IniFilePath(), QStringLiteral("DSN1"), QStringLiteral("VTGroup"), QString()),
-             QStringLiteral("Members"));
+    QCOMPARE(
+        ReadIniString(IniFilePath(), QStringLiteral("DSN1"), QStringLiteral("VTGroup"), QString()),
+        QStringLiteral("Members"));
 
     // Back from the finished import: the Group step, still ready to start again.
     click(form.get(), "cmdPrev");
@@ -647,8 +655,8 @@ void tst_frmDBImport::savedRuleNarrowsTheImport()
 {
     const int valid = 100;
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), valid)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), valid)));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Members"));
     saved.Rules.Add(QStringLiteral("City"), QStringLiteral("Equals"), QStringLiteral("="),
@@ -741,8 +749,8 @@ void tst_frmDBImport::cancelDuringImport()
 {
     const int valid = 20000;
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), valid)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), valid)));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Members"));
     env.saveChoices(saved);
@@ -760,8 +768,8 @@ void tst_frmDBImport::cancelDuringImport()
         captionWhileRunning = control<QAbstractButton>(form.get(), "cmdClose")->text();
         firstCancelAt = text(form.get(), "lblTotalProcessed").toInt();
         click(form.get(), "cmdClose");
-        second = whenProcessed(form.get(), firstCancelAt + 1000,
-                               [&] { click(form.get(), "cmdClose"); });
+        second =
+            whenProcessed(form.get(), firstCancelAt + 1000, [&] { click(form.get(), "cmdClose"); });
     });
     click(form.get(), "cmdNext");
     delete first;
@@ -775,7 +783,8 @@ void tst_frmDBImport::cancelDuringImport()
     QVERIFY2(processed < valid, qPrintable(QString::number(processed)));
     QCOMPARE(countRows(env.groupFile(QStringLiteral("Members"))), added);
     QCOMPARE(text(form.get(), "lblCommand"), QStringLiteral("Import Complete ..."));
-    QVERIFY(readLog(env.logFile()).contains(QStringLiteral("#   Total Processed  : %1\r\n").arg(processed)));
+    QVERIFY(readLog(env.logFile())
+                .contains(QStringLiteral("#   Total Processed  : %1\r\n").arg(processed)));
     QCOMPARE(control<QAbstractButton>(form.get(), "cmdClose")->text(), QStringLiteral("&Close"));
     QVERIFY(form->isVisible());
     form->close();
@@ -785,8 +794,8 @@ void tst_frmDBImport::closeDuringImport()
 {
     const int valid = 20000;
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), valid)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), valid)));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QStringLiteral("Members"));
     env.saveChoices(saved);
@@ -814,15 +823,16 @@ void tst_frmDBImport::closeDuringImport()
     QCOMPARE(env.boxes.texts(), (QStringList{kCloseQuestion, kCloseQuestion}));
     const int processed = text(form.get(), "lblTotalProcessed").toInt();
     QVERIFY2(processed >= 1000 && processed < valid, qPrintable(QString::number(processed)));
-    QCOMPARE(countRows(env.groupFile(QStringLiteral("Members"))), text(form.get(), "lblAdded").toInt());
+    QCOMPARE(countRows(env.groupFile(QStringLiteral("Members"))),
+             text(form.get(), "lblAdded").toInt());
     QVERIFY(!form->importInProgress());
 }
 
 void tst_frmDBImport::closeSavesChoicesWhenIdle()
 {
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
     ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QString());
     env.saveChoices(saved);
@@ -839,8 +849,9 @@ void tst_frmDBImport::closeSavesChoicesWhenIdle()
     const QString ini = IniFilePath();
     QCOMPARE(ReadIniString(ini, QStringLiteral("DSN1"), QStringLiteral("VTGroup"), QString()),
              QStringLiteral("Members"));
-    QCOMPARE(ReadIniString(ini, QStringLiteral("DSN1"), QStringLiteral("ReplaceExisting"), QString()),
-             QStringLiteral("True"));
+    QCOMPARE(
+        ReadIniString(ini, QStringLiteral("DSN1"), QStringLiteral("ReplaceExisting"), QString()),
+        QStringLiteral("True"));
 }
 
 void tst_frmDBImport::futureFeaturesSaySo_data()
@@ -858,8 +869,8 @@ void tst_frmDBImport::futureFeaturesSaySo()
     QFETCH(QByteArray, button);
     QFETCH(int, step);
     Environment env;
-    env.addConnection(QStringLiteral("Sales"), Environment::sqliteConnection(
-                                                   env.makeContacts(QStringLiteral("c"), 3)));
+    env.addConnection(QStringLiteral("Sales"),
+                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
     auto form = openForm();
     QVERIFY(nextTo(form.get(), step));
     if (button == "cmdAdvancedQuery")

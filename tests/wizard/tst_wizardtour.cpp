@@ -23,7 +23,10 @@ using namespace wizardtest;
 
 namespace {
 
-QString screenshotDir() { return qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR"); }
+QString screenshotDir()
+{
+    return qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR");
+}
 
 void saveShot(QWidget* widget, const QString& name)
 {
@@ -75,7 +78,8 @@ void prepare(Environment& env, const QString& source, const QString& conString =
         if (!CreateGroup(QString::fromLatin1(group), HostDataFolder()))
             QTest::qFail("cannot create a Group", __FILE__, __LINE__);
     }
-    ImportChoices saved = contactsChoices(QStringLiteral("Demo contacts"), QStringLiteral("Customers"));
+    ImportChoices saved =
+        contactsChoices(QStringLiteral("Demo contacts"), QStringLiteral("Customers"));
     env.saveChoices(saved);
 }
 
@@ -120,7 +124,8 @@ void tst_WizardTour::everyStepFits()
         if (step > 0)
             click(&form, "cmdNext");
         QCOMPARE(currentStep(&form), step);
-        QWidget* page = control<QWidget>(&form, QByteArray("fmeHolder_" + QByteArray::number(step)).constData());
+        QWidget* page = control<QWidget>(
+            &form, QByteArray("fmeHolder_" + QByteArray::number(step)).constData());
         // Layouts settle once the events of the step change have run.
         const auto cutOnStep = [&] {
             return cutCaptions(&form, page) +
@@ -170,7 +175,8 @@ void tst_WizardTour::groupDialogFits()
 
     QStringList cut{"not checked"};
     whenModal(QStringLiteral("frmAddModGroup"), [&](QWidget* dialog) {
-        QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"), QStringLiteral("Spring Leads 2024"));
+        QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"),
+                         QStringLiteral("Spring Leads 2024"));
         cut = cutCaptions(dialog, dialog);
         saveShot(dialog, QStringLiteral("group-dialog"));
         click(dialog, "cmdCancel");
@@ -216,8 +222,9 @@ void tst_WizardTour::timedImport()
     QCOMPARE(count.size(), 1);
     QCOMPARE(text(&form, "lblTotalProcessed"), count.first());
     QCOMPARE(text(&form, "lblCommand"), QStringLiteral("Import Complete ..."));
-    QCOMPARE(SqliteColumn(HostDataFolder().isEmpty() ? QString() : NativePath(HostDataFolder()) +
-                                                                      QStringLiteral("Customers.gdb"),
+    QCOMPARE(SqliteColumn(HostDataFolder().isEmpty()
+                              ? QString()
+                              : NativePath(HostDataFolder()) + QStringLiteral("Customers.gdb"),
                           QStringLiteral("SELECT count(*) FROM Recipients")),
              QStringList{text(&form, "lblAdded")});
     qInfo("wizard import: %s records in %lld ms", qPrintable(count.first()), elapsed);

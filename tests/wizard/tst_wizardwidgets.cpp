@@ -21,7 +21,10 @@ struct SeenBox
     QString defaultButton;
 };
 
-QString withoutMnemonic(QString text) { return text.remove(QLatin1Char('&')); }
+QString withoutMnemonic(QString text)
+{
+    return text.remove(QLatin1Char('&'));
+}
 
 // Reads the box named "messageBox" once it is up and presses the button whose caption
 // (without its mnemonic) is press.

@@ -41,12 +41,13 @@ inline QStringList contactsStatements(int validRows)
         QStringLiteral("CREATE TABLE Contacts (ID INTEGER PRIMARY KEY, Email TEXT, "
                        "\"Full Name\" TEXT, \"First Name\" TEXT, \"Last Name\" TEXT, "
                        "Company TEXT, City TEXT, Phone TEXT)"),
-        QStringLiteral("WITH RECURSIVE seq(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM seq "
-                       "WHERE i < %1) "
-                       "INSERT INTO Contacts (Email, \"Full Name\", \"First Name\", \"Last Name\", "
-                       "Company, City, Phone) SELECT 'person' || i || '@example' || (i % 7) || "
-                       "'.com', 'Mr Ann' || i || ' Lee', 'Ann' || i, 'Lee', 'Company ' || (i % 13), "
-                       "'City ' || (i % 5), '+44 20 7946 ' || (1000 + i % 9000) FROM seq")
+        QStringLiteral(
+            "WITH RECURSIVE seq(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM seq "
+            "WHERE i < %1) "
+            "INSERT INTO Contacts (Email, \"Full Name\", \"First Name\", \"Last Name\", "
+            "Company, City, Phone) SELECT 'person' || i || '@example' || (i % 7) || "
+            "'.com', 'Mr Ann' || i || ' Lee', 'Ann' || i, 'Lee', 'Company ' || (i % 13), "
+            "'City ' || (i % 5), '+44 20 7946 ' || (1000 + i % 9000) FROM seq")
             .arg(validRows - 1),
         QStringLiteral("INSERT INTO Contacts (Email, \"Full Name\") VALUES "
                        "('no-at-sign.example.com', 'No At'), ('user@nodot', 'No Dot'), "
@@ -140,8 +141,7 @@ inline ImportChoices contactsChoices(const QString& connection, const QString& g
     return choices;
 }
 
-template <class T>
-T* control(const QWidget* form, const char* name)
+template <class T> T* control(const QWidget* form, const char* name)
 {
     T* widget = form->findChild<T*>(QString::fromLatin1(name));
     if (!widget)
