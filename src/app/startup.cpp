@@ -20,8 +20,8 @@ bool run(const QString& cmd, const QString& programFolder, const std::function<v
 {
     // The host's command line carries its data folder after a "G". The test is loose on
     // purpose: any ":\" and any capital G anywhere in the line will do.
-    if (!cmd.contains(QLatin1String(":\\"), Qt::CaseSensitive)
-        || !cmd.contains(QLatin1Char('G'), Qt::CaseSensitive)) {
+    if (!cmd.contains(QLatin1String(":\\"), Qt::CaseSensitive) ||
+        !cmd.contains(QLatin1Char('G'), Qt::CaseSensitive)) {
         MessageBoxes::instance().critical(
             QStringLiteral("Sorry but this component can only be launched from the Plug-in "
                            "menu in Corbanis Veltrano Plus."));

@@ -118,8 +118,8 @@ const Entry* findEntry(const QList<Entry>& entries, const QString& key)
 
 bool isAdoOnlyKey(const QString& key)
 {
-    return key.compare(QLatin1String("Provider"), Qt::CaseInsensitive) == 0
-           || key.compare(QLatin1String("Persist Security Info"), Qt::CaseInsensitive) == 0;
+    return key.compare(QLatin1String("Provider"), Qt::CaseInsensitive) == 0 ||
+           key.compare(QLatin1String("Persist Security Info"), Qt::CaseInsensitive) == 0;
 }
 
 // ODBC wants braces around a value that would otherwise be cut or misread.
@@ -159,8 +159,7 @@ bool ParseConnectionString(const QString& conString, QList<QPair<QString, QStrin
     return true;
 }
 
-bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
-                             QString& message)
+bool ResolveConnectionString(const QString& conString, ConnectionTarget& target, QString& message)
 {
     QList<Entry> entries;
     if (!splitEntries(conString, entries, message))
@@ -197,8 +196,8 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
     if (provider && msdasql.match(providerName).hasMatch() && dataSource) {
         QString odbc = QStringLiteral("DSN=") + odbcValue(dataSource->value) + QLatin1Char(';');
         for (const Entry& e : entries) {
-            if (&e == dataSource || isAdoOnlyKey(e.key)
-                || e.key.compare(QLatin1String("DSN"), Qt::CaseInsensitive) == 0)
+            if (&e == dataSource || isAdoOnlyKey(e.key) ||
+                e.key.compare(QLatin1String("DSN"), Qt::CaseInsensitive) == 0)
                 continue;
             odbc += odbcKey(e.key) + QLatin1Char('=') + odbcValue(e.value) + QLatin1Char(';');
         }
@@ -238,8 +237,8 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
 
 QString QtOdbcDatabaseName(const QString& odbcString)
 {
-    if (odbcString.contains(QLatin1String("DRIVER="), Qt::CaseInsensitive)
-        || odbcString.contains(QLatin1String("SERVER="), Qt::CaseInsensitive))
+    if (odbcString.contains(QLatin1String("DRIVER="), Qt::CaseInsensitive) ||
+        odbcString.contains(QLatin1String("SERVER="), Qt::CaseInsensitive))
         return odbcString;
     QList<Entry> entries;
     QString message;

@@ -20,8 +20,7 @@ bool ParseConnectionString(const QString& conString, QList<QPair<QString, QStrin
 // Resolves the string to a driver: Provider=SQLite (the file must exist; it is never
 // created), Provider=MSDASQL, or any string holding DSN= or Driver=. False with a clear
 // message for anything else.
-bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
-                             QString& message);
+bool ResolveConnectionString(const QString& conString, ConnectionTarget& target, QString& message);
 
 // Qt's ODBC driver puts "DSN=" in front of a database name that holds neither "DRIVER="
 // nor "SERVER=". Returns the name to give QSqlDatabase::setDatabaseName so that the

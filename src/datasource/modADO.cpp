@@ -23,7 +23,8 @@ namespace {
 const QChar ListSeparator(0x00AC);
 
 // ADO DataTypeEnum codes used below.
-enum AdoType : int {
+enum AdoType : int
+{
     adEmpty = 0,
     adSmallInt = 2,
     adInteger = 3,
@@ -56,7 +57,8 @@ enum AdoType : int {
 };
 
 // ODBC SQL data types (sql.h, sqlext.h), spelled out so this layer needs no ODBC headers.
-enum OdbcType : int {
+enum OdbcType : int
+{
     SqlGuid = -11,
     SqlWLongVarChar = -10,
     SqlWVarChar = -9,
@@ -118,7 +120,10 @@ QStringList joinedAndSplit(const QStringList& items)
     return items.join(ListSeparator).split(ListSeparator);
 }
 
-bool isSqlite(const QSqlDatabase& db) { return db.driverName() == QLatin1String("QSQLITE"); }
+bool isSqlite(const QSqlDatabase& db)
+{
+    return db.driverName() == QLatin1String("QSQLITE");
+}
 
 QString sqliteQuoted(const QString& name)
 {
@@ -252,8 +257,7 @@ void tableFields(const QSqlDatabase& db, const QString& table, QStringList& name
         // The driver's column catalogue takes the name as a pattern and may miss it; the
         // columns of an empty result describe the table as well.
         const QString quoted = db.driver()->escapeIdentifier(table, QSqlDriver::TableName);
-        statementFields(db, QStringLiteral("SELECT * FROM %1 WHERE 1=0").arg(quoted), names,
-                        types);
+        statementFields(db, QStringLiteral("SELECT * FROM %1 WHERE 1=0").arg(quoted), names, types);
         return;
     }
     for (int i = 0; i < record.count(); ++i) {
@@ -273,8 +277,8 @@ void openOrThrow(SourceConnection& connection, const QString& conString)
 
 bool IsADOInstalled()
 {
-    return QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))
-           && QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC"));
+    return QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE")) &&
+           QSqlDatabase::isDriverAvailable(QStringLiteral("QODBC"));
 }
 
 bool GetTables(QStringList& tables, const QString& conString, QString& message)
@@ -307,8 +311,7 @@ bool GetTables(QStringList& tables, const QString& conString, QString& message)
     return false;
 }
 
-bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber,
-                 QString& message)
+bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber, QString& message)
 {
     if (!sql.toUpper().contains(QLatin1String("SELECT"))) {
         message = QStringLiteral("The SQL must be a valid SELECT statement.");
@@ -376,9 +379,9 @@ QString ShortTableName(const QString& folder, const QString& tableName)
     if (folder.isEmpty())
         return QString();
     const QString sep = folder.endsWith(QLatin1Char('\\')) ? QString() : QStringLiteral("\\");
-    const QStringList matches =
-        QDir(NativePath(folder)).entryList({tableName + QStringLiteral(".*")},
-                                           QDir::Files | QDir::Hidden, QDir::Unsorted);
+    const QStringList matches = QDir(NativePath(folder))
+                                    .entryList({tableName + QStringLiteral(".*")},
+                                               QDir::Files | QDir::Hidden, QDir::Unsorted);
     const QString shortPath = GetShortName(folder + sep + matches.value(0));
     const qsizetype p = shortPath.indexOf(QLatin1Char('.')) + 1; // 1-based, 0 = none
     if (p <= 0)
@@ -392,20 +395,40 @@ QString ShortTableName(const QString& folder, const QString& tableName)
 QString ADOTypeName(short code)
 {
     switch (code) {
-    case 131: case 4: case 16: case 17: case 20: case 21: case 2: case 18: case 14: case 3:
-    case 19: case 5:
+    case 131:
+    case 4:
+    case 16:
+    case 17:
+    case 20:
+    case 21:
+    case 2:
+    case 18:
+    case 14:
+    case 3:
+    case 19:
+    case 5:
         return QStringLiteral("Number");
-    case 128: case 205: case 204:
+    case 128:
+    case 205:
+    case 204:
         return QStringLiteral("Binary");
     case 11:
         return QStringLiteral("Boolean");
-    case 129: case 200: case 8: case 201: case 203: case 202: case 130:
+    case 129:
+    case 200:
+    case 8:
+    case 201:
+    case 203:
+    case 202:
+    case 130:
         return QStringLiteral("Text");
     case 6:
         return QStringLiteral("Currency");
-    case 7: case 133:
+    case 7:
+    case 133:
         return QStringLiteral("Date");
-    case 134: case 135:
+    case 134:
+    case 135:
         return QStringLiteral("Time");
     case 132:
         return QStringLiteral("User Defined");
@@ -426,33 +449,55 @@ int AdoTypeFromOdbcSqlType(int odbcSqlType)
 {
     // As the OLE DB provider for ODBC maps them.
     switch (odbcSqlType) {
-    case SqlChar: return adChar;
-    case SqlVarChar: return adVarChar;
-    case SqlLongVarChar: return adLongVarChar;
-    case SqlWChar: return adWChar;
-    case SqlWVarChar: return adVarWChar;
-    case SqlWLongVarChar: return adLongVarWChar;
+    case SqlChar:
+        return adChar;
+    case SqlVarChar:
+        return adVarChar;
+    case SqlLongVarChar:
+        return adLongVarChar;
+    case SqlWChar:
+        return adWChar;
+    case SqlWVarChar:
+        return adVarWChar;
+    case SqlWLongVarChar:
+        return adLongVarWChar;
     case SqlNumeric:
-    case SqlDecimal: return adNumeric;
-    case SqlSmallInt: return adSmallInt;
-    case SqlInteger: return adInteger;
-    case SqlReal: return adSingle;
+    case SqlDecimal:
+        return adNumeric;
+    case SqlSmallInt:
+        return adSmallInt;
+    case SqlInteger:
+        return adInteger;
+    case SqlReal:
+        return adSingle;
     case SqlFloat:
-    case SqlDouble: return adDouble;
-    case SqlBit: return adBoolean;
-    case SqlTinyInt: return adUnsignedTinyInt;
-    case SqlBigInt: return adBigInt;
-    case SqlBinary: return adBinary;
-    case SqlVarBinary: return adVarBinary;
-    case SqlLongVarBinary: return adLongVarBinary;
+    case SqlDouble:
+        return adDouble;
+    case SqlBit:
+        return adBoolean;
+    case SqlTinyInt:
+        return adUnsignedTinyInt;
+    case SqlBigInt:
+        return adBigInt;
+    case SqlBinary:
+        return adBinary;
+    case SqlVarBinary:
+        return adVarBinary;
+    case SqlLongVarBinary:
+        return adLongVarBinary;
     case SqlDateTime:
-    case SqlTypeDate: return adDBDate;
+    case SqlTypeDate:
+        return adDBDate;
     case SqlTime2:
-    case SqlTypeTime: return adDBTime;
+    case SqlTypeTime:
+        return adDBTime;
     case SqlTimestamp2:
-    case SqlTypeTimestamp: return adDBTimeStamp;
-    case SqlGuid: return adGUID;
-    default: return adVariant;
+    case SqlTypeTimestamp:
+        return adDBTimeStamp;
+    case SqlGuid:
+        return adGUID;
+    default:
+        return adVariant;
     }
 }
 
@@ -482,8 +527,8 @@ int AdoTypeFromSqliteDeclaredType(const QString& declaredType)
         return adDBTime;
     if (t.contains(QLatin1String("GUID")) || t.contains(QLatin1String("UUID")))
         return adGUID;
-    if (t.startsWith(QLatin1String("NCHAR")) || t.startsWith(QLatin1String("NATIONAL CHAR"))
-        || t.startsWith(QLatin1String("NVARCHAR")))
+    if (t.startsWith(QLatin1String("NCHAR")) || t.startsWith(QLatin1String("NATIONAL CHAR")) ||
+        t.startsWith(QLatin1String("NVARCHAR")))
         return adVarWChar;
     if (base == QLatin1String("CHAR") || base == QLatin1String("CHARACTER"))
         return adChar;
@@ -495,8 +540,8 @@ int AdoTypeFromSqliteDeclaredType(const QString& declaredType)
         return adLongVarBinary;
     if (t.contains(QLatin1String("MONEY")) || t.contains(QLatin1String("CURRENCY")))
         return adCurrency;
-    if (t.contains(QLatin1String("REAL")) || t.contains(QLatin1String("FLOA"))
-        || t.contains(QLatin1String("DOUB")))
+    if (t.contains(QLatin1String("REAL")) || t.contains(QLatin1String("FLOA")) ||
+        t.contains(QLatin1String("DOUB")))
         return adDouble;
     if (t.contains(QLatin1String("DEC")))
         return adDecimal;

@@ -48,10 +48,12 @@ SourceConnection::SourceConnection()
     : m_name(QStringLiteral("dbimport-source-%1-%2")
                  .arg(g_counter.fetchAndAddRelaxed(1))
                  .arg(reinterpret_cast<quintptr>(this), 0, 16))
-{
-}
+{}
 
-SourceConnection::~SourceConnection() { close(); }
+SourceConnection::~SourceConnection()
+{
+    close();
+}
 
 bool SourceConnection::open(const QString& conString, QString& errorText)
 {
@@ -98,7 +100,10 @@ bool SourceConnection::isOpen() const
     return QSqlDatabase::contains(m_name) && QSqlDatabase::database(m_name, false).isOpen();
 }
 
-QSqlDatabase SourceConnection::database() const { return QSqlDatabase::database(m_name, false); }
+QSqlDatabase SourceConnection::database() const
+{
+    return QSqlDatabase::database(m_name, false);
+}
 
 void SourceConnection::close()
 {

@@ -26,7 +26,10 @@ const QChar ListSeparator(0x00AC);
 QHash<QString, int> g_loadedForms; // upper-cased name -> number of loaded instances
 ShellLauncher g_launcher;
 
-QString formKey(const QString& name) { return name.trimmed().toUpper(); }
+QString formKey(const QString& name)
+{
+    return name.trimmed().toUpper();
+}
 
 // What the shell's launcher reports: above 32 when the document was handed to its
 // program, 2 when the file does not exist, 31 when no program takes it.
@@ -76,9 +79,15 @@ void WriteIniString(const QString& file, const QString& section, const QString& 
     ProfileFile::write(NativePath(file), section, key, value);
 }
 
-QString ScrambleConString(const QString& text) { return shifted(text, +1); }
+QString ScrambleConString(const QString& text)
+{
+    return shifted(text, +1);
+}
 
-QString UnscrambleConString(const QString& text) { return shifted(text, -1); }
+QString UnscrambleConString(const QString& text)
+{
+    return shifted(text, -1);
+}
 
 bool ListFiles(const QString& folder, const QString& extension, QStringList& names)
 {
@@ -89,9 +98,8 @@ bool ListFiles(const QString& folder, const QString& extension, QStringList& nam
     const QDir dir(native.isEmpty() ? QStringLiteral(".") : native);
 
     // Windows compares names without regard to case, so "*.gdb" finds "A.GDB" too.
-    const QStringList found =
-        dir.entryList({QStringLiteral("*.") + extension},
-                      QDir::Files | QDir::Hidden, QDir::Unsorted);
+    const QStringList found = dir.entryList({QStringLiteral("*.") + extension},
+                                            QDir::Files | QDir::Hidden, QDir::Unsorted);
     if (found.isEmpty())
         return false;
     names = found.join(ListSeparator).split(ListSeparator);
@@ -104,7 +112,10 @@ bool FileExists(const QString& path)
     return info.exists() && info.isFile();
 }
 
-QString GetShortName(const QString& /*path*/) { return QString(); }
+QString GetShortName(const QString& /*path*/)
+{
+    return QString();
+}
 
 long FindComboItem(const ListControl& combo, const QString& text)
 {
@@ -126,7 +137,10 @@ bool IsFormLoaded(const QString& formName)
     return g_loadedForms.value(formKey(formName)) > 0;
 }
 
-void RegisterLoadedForm(const QString& formName) { ++g_loadedForms[formKey(formName)]; }
+void RegisterLoadedForm(const QString& formName)
+{
+    ++g_loadedForms[formKey(formName)];
+}
 
 void UnregisterLoadedForm(const QString& formName)
 {
@@ -145,4 +159,7 @@ long ShellOpen(const QString& file, const QString& /*parameters*/, int /*showMod
     return g_launcher ? g_launcher(native, verb) : desktopLaunch(native, verb);
 }
 
-void SetShellLauncher(ShellLauncher launcher) { g_launcher = std::move(launcher); }
+void SetShellLauncher(ShellLauncher launcher)
+{
+    g_launcher = std::move(launcher);
+}

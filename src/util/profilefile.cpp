@@ -27,8 +27,8 @@ struct Stamp
 
     bool operator==(const Stamp& o) const
     {
-        return size == o.size && mtimeSec == o.mtimeSec && mtimeNsec == o.mtimeNsec
-               && inode == o.inode && device == o.device;
+        return size == o.size && mtimeSec == o.mtimeSec && mtimeNsec == o.mtimeNsec &&
+               inode == o.inode && device == o.device;
     }
 };
 
@@ -45,7 +45,10 @@ bool stampOf(const QString& path, Stamp& stamp)
     return true;
 }
 
-QString fold(const QString& name) { return name.trimmed().toCaseFolded(); }
+QString fold(const QString& name)
+{
+    return name.trimmed().toCaseFolded();
+}
 
 // A "[name]" line with the lines after it up to the next one; the first block of a file
 // holds the lines before any section and has no header.
@@ -79,7 +82,10 @@ QByteArray withoutLineEnd(const QByteArray& raw)
     return raw.left(n);
 }
 
-bool endsLine(const QByteArray& raw) { return raw.endsWith('\n'); }
+bool endsLine(const QByteArray& raw)
+{
+    return raw.endsWith('\n');
+}
 
 // The name of a "[name]" line, or a null string for any other line.
 QString sectionName(const QByteArray& line)
@@ -240,13 +246,12 @@ QByteArray encodeOrThrow(const QString& text, const QString& what, const QString
     if (!Windows1252::encode(text, bytes, &bad)) {
         char32_t ucs = text.at(bad).unicode();
         QString shown(text.at(bad));
-        if (text.at(bad).isHighSurrogate() && bad + 1 < text.size()
-            && text.at(bad + 1).isLowSurrogate()) {
+        if (text.at(bad).isHighSurrogate() && bad + 1 < text.size() &&
+            text.at(bad + 1).isLowSurrogate()) {
             ucs = QChar::surrogateToUcs4(text.at(bad), text.at(bad + 1));
             shown = text.mid(bad, 2);
         }
-        const QString code =
-            QString::number(ucs, 16).toUpper().rightJustified(4, QLatin1Char('0'));
+        const QString code = QString::number(ucs, 16).toUpper().rightJustified(4, QLatin1Char('0'));
         throw AppError(AppError::Encoding,
                        QStringLiteral("%1 holds the character \"%2\" (U+%3), which cannot be "
                                       "written to the settings file \"%4\": it accepts only "
@@ -352,8 +357,8 @@ void write(const QString& nativePath, const QString& section, const QString& key
         encodeOrThrow(section, QStringLiteral("The section name \"%1\"").arg(section), nativePath);
     const QByteArray keyBytes =
         encodeOrThrow(key, QStringLiteral("The key name \"%1\"").arg(key), nativePath);
-    const QByteArray valueBytes = encodeOrThrow(
-        value, QStringLiteral("The value of [%1] %2").arg(section, key), nativePath);
+    const QByteArray valueBytes =
+        encodeOrThrow(value, QStringLiteral("The value of [%1] %2").arg(section, key), nativePath);
 
     QMutexLocker lock(&g_mutex);
     const QFileInfo info(nativePath);
@@ -374,9 +379,9 @@ void write(const QString& nativePath, const QString& section, const QString& key
     } else if (exists) {
         const Parsed* cached = current(nativePath);
         if (!cached)
-            throw AppError(AppError::PermissionDenied,
-                           QStringLiteral("The settings file \"%1\" cannot be read.")
-                               .arg(nativePath));
+            throw AppError(
+                AppError::PermissionDenied,
+                QStringLiteral("The settings file \"%1\" cannot be read.").arg(nativePath));
         p = *cached;
     }
 
@@ -388,8 +393,8 @@ void write(const QString& nativePath, const QString& section, const QString& key
         if (k != block.keys.cend()) {
             // The key keeps the spelling it has in the file.
             QByteArray& line = block.lines[*k];
-            line = withoutLineEnd(line).left(line.indexOf('=')).trimmed() + '=' + valueBytes +
-                   "\r\n";
+            line =
+                withoutLineEnd(line).left(line.indexOf('=')).trimmed() + '=' + valueBytes + "\r\n";
         } else {
             appendToSection(block, newLine);
         }

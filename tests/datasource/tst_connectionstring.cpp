@@ -44,17 +44,24 @@ void TestConnectionString::parse_data()
     QTest::newRow("blanks around keys and values")
         << "  Provider = MSDASQL.1 ;  Data Source =  Contacts ;"
         << "Provider|MSDASQL.1#Data Source|Contacts";
-    QTest::newRow("braces keep separators")
-        << "Driver={PostgreSQL Unicode};Pwd={a;b=c};" << "Driver|PostgreSQL Unicode#Pwd|a;b=c";
-    QTest::newRow("doubled closing brace") << "Pwd={x}}y}" << "Pwd|x}y";
+    QTest::newRow("braces keep separators") << "Driver={PostgreSQL Unicode};Pwd={a;b=c};"
+                                            << "Driver|PostgreSQL Unicode#Pwd|a;b=c";
+    QTest::newRow("doubled closing brace") << "Pwd={x}}y}"
+                                           << "Pwd|x}y";
     QTest::newRow("double quotes") << "Data Source=\"/tmp/my; file.db\";Provider=SQLite"
                                    << "Data Source|/tmp/my; file.db#Provider|SQLite";
-    QTest::newRow("single quotes with doubled quote") << "Pwd='it''s'" << "Pwd|it's";
-    QTest::newRow("quote inside an unquoted value") << "Uid=O'Neil" << "Uid|O'Neil";
-    QTest::newRow("equals inside a value") << "ConnSettings=SET a=1" << "ConnSettings|SET a=1";
-    QTest::newRow("empty entries skipped") << ";;DSN=x;; ;" << "DSN|x";
-    QTest::newRow("empty value") << "DSN=x;Pwd=;" << "DSN|x#Pwd|";
-    QTest::newRow("empty string") << "" << "";
+    QTest::newRow("single quotes with doubled quote") << "Pwd='it''s'"
+                                                      << "Pwd|it's";
+    QTest::newRow("quote inside an unquoted value") << "Uid=O'Neil"
+                                                    << "Uid|O'Neil";
+    QTest::newRow("equals inside a value") << "ConnSettings=SET a=1"
+                                           << "ConnSettings|SET a=1";
+    QTest::newRow("empty entries skipped") << ";;DSN=x;; ;"
+                                           << "DSN|x";
+    QTest::newRow("empty value") << "DSN=x;Pwd=;"
+                                 << "DSN|x#Pwd|";
+    QTest::newRow("empty string") << ""
+                                  << "";
 }
 
 void TestConnectionString::parse()
@@ -72,13 +79,20 @@ void TestConnectionString::parseRefuses_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("messagePart");
 
-    QTest::newRow("open brace") << "Driver={SQLite3;Database=x" << "never closed";
-    QTest::newRow("open double quote") << "Data Source=\"abc" << "never closed";
-    QTest::newRow("open single quote") << "Pwd='abc;DSN=x" << "never closed";
-    QTest::newRow("stray closing brace") << "Driver=SQLite3};DSN=x" << "unbalanced braces";
-    QTest::newRow("text after closing brace") << "Driver={a}b;DSN=x" << "after its closing";
-    QTest::newRow("no key") << "=value;DSN=x" << "without a key";
-    QTest::newRow("no equals sign") << "DSN=x;garbage" << "\"garbage\"";
+    QTest::newRow("open brace") << "Driver={SQLite3;Database=x"
+                                << "never closed";
+    QTest::newRow("open double quote") << "Data Source=\"abc"
+                                       << "never closed";
+    QTest::newRow("open single quote") << "Pwd='abc;DSN=x"
+                                       << "never closed";
+    QTest::newRow("stray closing brace") << "Driver=SQLite3};DSN=x"
+                                         << "unbalanced braces";
+    QTest::newRow("text after closing brace") << "Driver={a}b;DSN=x"
+                                              << "after its closing";
+    QTest::newRow("no key") << "=value;DSN=x"
+                            << "without a key";
+    QTest::newRow("no equals sign") << "DSN=x;garbage"
+                                    << "\"garbage\"";
 }
 
 void TestConnectionString::parseRefuses()
@@ -124,10 +138,10 @@ void TestConnectionString::resolveOdbc_data()
     QTest::newRow("ADO-only keys taken out, rest untouched")
         << "Provider=MSDASQL;Driver={SQLite3};Persist Security Info=True;Database=/x y.db;"
         << "Driver={SQLite3};Database=/x y.db;";
-    QTest::newRow("other provider with a driver")
-        << "Provider=SQLOLEDB;DSN=Sales" << "DSN=Sales";
+    QTest::newRow("other provider with a driver") << "Provider=SQLOLEDB;DSN=Sales"
+                                                  << "DSN=Sales";
     QTest::newRow("driver key in another case") << "DRIVER=SQLite3;database=/a.db"
-                                               << "DRIVER=SQLite3;database=/a.db";
+                                                << "DRIVER=SQLite3;database=/a.db";
 }
 
 void TestConnectionString::resolveOdbc()
@@ -146,8 +160,7 @@ void TestConnectionString::resolveSqliteFile()
     TempFolder folder;
     const QString file = folder.writeFile("my contacts.db", QByteArray());
     const QStringList texts = {
-        "Provider=SQLite;Data Source=" + file,
-        "provider=sqlite;data source={" + file + "}",
+        "Provider=SQLite;Data Source=" + file, "provider=sqlite;data source={" + file + "}",
         "Data Source=\"" + file + "\";Provider=SQLite;",
         "Provider=SQLite;Data Source=" + HostForm(file), // the host's Windows form
     };
@@ -166,9 +179,12 @@ void TestConnectionString::resolveSqliteRefuses_data()
     QTest::addColumn<QString>("name"); // relative to a fresh folder; empty = no Data Source
     QTest::addColumn<QString>("messagePart");
 
-    QTest::newRow("missing file") << "absent.db" << "does not exist";
-    QTest::newRow("folder") << "sub" << "is not a file";
-    QTest::newRow("no data source") << "" << "names no database file";
+    QTest::newRow("missing file") << "absent.db"
+                                  << "does not exist";
+    QTest::newRow("folder") << "sub"
+                            << "is not a file";
+    QTest::newRow("no data source") << ""
+                                    << "names no database file";
 }
 
 void TestConnectionString::resolveSqliteRefuses()
@@ -178,8 +194,8 @@ void TestConnectionString::resolveSqliteRefuses()
     TempFolder folder;
     folder.writeFile("sub/keep", "x");
     const QString file = folder.filePath(name);
-    const QString text = name.isEmpty() ? QString("Provider=SQLite")
-                                        : "Provider=SQLite;Data Source=" + file;
+    const QString text =
+        name.isEmpty() ? QString("Provider=SQLite") : "Provider=SQLite;Data Source=" + file;
     ConnectionTarget target;
     QString message;
     QVERIFY(!ResolveConnectionString(text, target, message));
@@ -200,8 +216,10 @@ void TestConnectionString::resolveRefuses_data()
                                       << "\"Microsoft.Jet.OLEDB.4.0\"";
     QTest::newRow("MSDASQL without a data source") << "Provider=MSDASQL.1;Uid=ann"
                                                    << "MSDASQL.1";
-    QTest::newRow("no provider at all") << "Server=x;Database=y" << "names no provider";
-    QTest::newRow("empty") << "" << "names no provider";
+    QTest::newRow("no provider at all") << "Server=x;Database=y"
+                                        << "names no provider";
+    QTest::newRow("empty") << ""
+                           << "names no provider";
 }
 
 void TestConnectionString::resolveRefuses()
@@ -221,8 +239,10 @@ void TestConnectionString::qtOdbcDatabaseName_data()
 
     QTest::newRow("driver string kept") << "Driver={SQLite3};Database=/a.db;"
                                         << "Driver={SQLite3};Database=/a.db;";
-    QTest::newRow("server string kept") << "Server=db1;DSN=x" << "Server=db1;DSN=x";
-    QTest::newRow("lone DSN") << "DSN=Contacts;" << "Contacts;";
+    QTest::newRow("server string kept") << "Server=db1;DSN=x"
+                                        << "Server=db1;DSN=x";
+    QTest::newRow("lone DSN") << "DSN=Contacts;"
+                              << "Contacts;";
     QTest::newRow("DSN not first") << "UID=ann;DSN=Contacts;PWD={a;b}"
                                    << "Contacts;UID=ann;PWD={a;b};";
     QTest::newRow("driver key with blanks") << "Driver = SQLite3 ;Database=/a.db"

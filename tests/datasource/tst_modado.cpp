@@ -79,8 +79,7 @@ private slots:
 private:
     void addSourceColumn();
     // Prepares the source named by the "source" column, or skips the row.
-    bool prepare(Source& s, const QStringList& extraSqlite = {},
-                 const QStringList& extraPg = {});
+    bool prepare(Source& s, const QStringList& extraSqlite = {}, const QStringList& extraPg = {});
 
     std::unique_ptr<OdbcEnvironment> m_odbc;
     RecordingPointer m_pointer;
@@ -147,16 +146,35 @@ void TestModADO::sqliteDeclaredTypes_data()
     QTest::addColumn<QString>("name");
 
     const QList<QPair<QString, QString>> rows = {
-        {"INTEGER", "Number"},       {"int", "Number"},           {"BIGINT", "Number"},
-        {"UNSIGNED BIG INT", "Number"}, {"SMALLINT", "Number"},   {"TINYINT", "Number"},
-        {"NUMERIC(10,2)", "Number"}, {"DECIMAL(5)", "Number"},    {"REAL", "Number"},
-        {"DOUBLE PRECISION", "Number"}, {"FLOAT", "Number"},      {"VARCHAR(50)", "Text"},
-        {"NVARCHAR(20)", "Text"},    {"CHARACTER(20)", "Text"},   {"NATIONAL CHAR(2)", "Text"},
-        {"TEXT", "Text"},            {"CLOB", "Text"},            {"", "Text"},
-        {"DATE", "Date"},            {"DATETIME", "Time"},        {"TIMESTAMP", "Time"},
-        {"TIME", "Time"},            {"BOOLEAN", "Boolean"},      {"bool", "Boolean"},
-        {"BLOB", "Binary"},          {"VARBINARY(16)", "Binary"}, {"MONEY", "Currency"},
-        {"GUID", "DBTYPE_GUID"},     {"SOMETHING ELSE", "Number"},
+        {"INTEGER", "Number"},
+        {"int", "Number"},
+        {"BIGINT", "Number"},
+        {"UNSIGNED BIG INT", "Number"},
+        {"SMALLINT", "Number"},
+        {"TINYINT", "Number"},
+        {"NUMERIC(10,2)", "Number"},
+        {"DECIMAL(5)", "Number"},
+        {"REAL", "Number"},
+        {"DOUBLE PRECISION", "Number"},
+        {"FLOAT", "Number"},
+        {"VARCHAR(50)", "Text"},
+        {"NVARCHAR(20)", "Text"},
+        {"CHARACTER(20)", "Text"},
+        {"NATIONAL CHAR(2)", "Text"},
+        {"TEXT", "Text"},
+        {"CLOB", "Text"},
+        {"", "Text"},
+        {"DATE", "Date"},
+        {"DATETIME", "Time"},
+        {"TIMESTAMP", "Time"},
+        {"TIME", "Time"},
+        {"BOOLEAN", "Boolean"},
+        {"bool", "Boolean"},
+        {"BLOB", "Binary"},
+        {"VARBINARY(16)", "Binary"},
+        {"MONEY", "Currency"},
+        {"GUID", "DBTYPE_GUID"},
+        {"SOMETHING ELSE", "Number"},
     };
     for (const auto& row : rows)
         QTest::newRow(row.first.isEmpty() ? "(none)" : qPrintable(row.first))
@@ -222,8 +240,7 @@ void TestModADO::addSourceColumn()
     QTest::addColumn<QString>("source");
 }
 
-bool TestModADO::prepare(Source& s, const QStringList& extraSqlite,
-                         const QStringList& extraPg)
+bool TestModADO::prepare(Source& s, const QStringList& extraSqlite, const QStringList& extraPg)
 {
     QFETCH(QString, source);
     const QString kind = source;
@@ -257,11 +274,11 @@ bool TestModADO::prepare(Source& s, const QStringList& extraSqlite,
     return true;
 }
 
-#define PREPARE_SOURCE(source, extraSqlite, extraPg)                                       \
-    Source source;                                                                         \
-    if (!prepare(source, extraSqlite, extraPg))                                                 \
-        QSKIP("no PostgreSQL test server (DBIMPORT_TEST_PG_* not set); scripts/test.sh "  \
-              "starts one");                                                               \
+#define PREPARE_SOURCE(source, extraSqlite, extraPg)                                               \
+    Source source;                                                                                 \
+    if (!prepare(source, extraSqlite, extraPg))                                                    \
+        QSKIP("no PostgreSQL test server (DBIMPORT_TEST_PG_* not set); scripts/test.sh "           \
+              "starts one");                                                                       \
     QVERIFY2(source.error.isEmpty(), qPrintable(source.error))
 
 void TestModADO::tables_data()
@@ -269,12 +286,12 @@ void TestModADO::tables_data()
     addSourceColumn();
     QTest::addColumn<QStringList>("expected");
     QTest::newRow("SQLite file") << "qsqlite" << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("SQLite through ODBC") << "sqlite-odbc"
-                                         << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn"
-                                                << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("PostgreSQL through ODBC") << "postgres"
-                                             << QStringList{"Order Lines", "customers"};
+    QTest::newRow("SQLite through ODBC")
+        << "sqlite-odbc" << QStringList{"Customers", "Order Lines"};
+    QTest::newRow("SQLite through an ODBC DSN")
+        << "sqlite-dsn" << QStringList{"Customers", "Order Lines"};
+    QTest::newRow("PostgreSQL through ODBC")
+        << "postgres" << QStringList{"Order Lines", "customers"};
 }
 
 void TestModADO::tables()
@@ -298,31 +315,33 @@ void TestModADO::tableFields_data()
     QTest::addColumn<QStringList>("names");
     QTest::addColumn<QStringList>("types");
 
-    const QStringList customerTypes = {"Number", "Text", "Text", "Number",
+    const QStringList customerTypes = {"Number", "Text", "Text",    "Number",
                                        "Date",   "Time", "Boolean", "Binary"};
-    const QStringList customerNames = {"ID", "Name", "Email", "Balance",
+    const QStringList customerNames = {"ID",     "Name",     "Email",  "Balance",
                                        "Joined", "LastSeen", "Active", "Photo"};
     QStringList lower;
     for (const QString& n : customerNames)
         lower << n.toLower();
-    QTest::newRow("SQLite file") << "qsqlite" << "Customers" << customerNames << customerTypes;
+    QTest::newRow("SQLite file") << "qsqlite"
+                                 << "Customers" << customerNames << customerTypes;
     QTest::newRow("SQLite file, table name in other case")
-        << "qsqlite" << "CUSTOMERS" << customerNames << customerTypes;
+        << "qsqlite"
+        << "CUSTOMERS" << customerNames << customerTypes;
     QTest::newRow("SQLite file, blanks in names")
-        << "qsqlite" << "Order Lines" << QStringList{"Line No", "Item"}
-        << QStringList{"Number", "Text"};
-    QTest::newRow("SQLite through ODBC") << "sqlite-odbc" << "Customers" << customerNames
-                                         << customerTypes;
+        << "qsqlite"
+        << "Order Lines" << QStringList{"Line No", "Item"} << QStringList{"Number", "Text"};
+    QTest::newRow("SQLite through ODBC") << "sqlite-odbc"
+                                         << "Customers" << customerNames << customerTypes;
     QTest::newRow("SQLite through ODBC, blanks in names")
-        << "sqlite-odbc" << "Order Lines" << QStringList{"Line No", "Item"}
-        << QStringList{"Number", "Text"};
-    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn" << "Customers" << customerNames
-                                                << customerTypes;
-    QTest::newRow("PostgreSQL through ODBC") << "postgres" << "customers" << lower
-                                             << customerTypes;
+        << "sqlite-odbc"
+        << "Order Lines" << QStringList{"Line No", "Item"} << QStringList{"Number", "Text"};
+    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn"
+                                                << "Customers" << customerNames << customerTypes;
+    QTest::newRow("PostgreSQL through ODBC") << "postgres"
+                                             << "customers" << lower << customerTypes;
     QTest::newRow("PostgreSQL through ODBC, blanks in names")
-        << "postgres" << "Order Lines" << QStringList{"Line No", "item"}
-        << QStringList{"Number", "Text"};
+        << "postgres"
+        << "Order Lines" << QStringList{"Line No", "item"} << QStringList{"Number", "Text"};
 }
 
 void TestModADO::tableFields()
@@ -353,9 +372,8 @@ void TestModADO::statementFields_data()
             << (pg ? QStringList{"name", "balance", "joined", "active"}
                    : QStringList{"Name", "Balance", "Joined", "Active"})
             << QStringList{"Text", "Number", "Date", "Boolean"};
-        QTest::addRow("%s, a count", kind)
-            << kind << "SELECT COUNT(*) AS N FROM Customers" << QStringList{pg ? "n" : "N"}
-            << QStringList{"Number"};
+        QTest::addRow("%s, a count", kind) << kind << "SELECT COUNT(*) AS N FROM Customers"
+                                           << QStringList{pg ? "n" : "N"} << QStringList{"Number"};
         QTest::addRow("%s, no rows", kind)
             << kind << "SELECT Email FROM Customers WHERE 1 = 0"
             << QStringList{pg ? "email" : "Email"} << QStringList{"Text"};
@@ -389,12 +407,11 @@ void TestModADO::validateSQL_data()
         QTest::addRow("%s, not a select", kind)
             << kind << "UPDATE Customers SET Name = 'x'" << false
             << "The SQL must be a valid SELECT statement.";
-        QTest::addRow("%s, empty", kind) << kind << "" << false
-                                         << "The SQL must be a valid SELECT statement.";
+        QTest::addRow("%s, empty", kind)
+            << kind << "" << false << "The SQL must be a valid SELECT statement.";
         QTest::addRow("%s, unknown table", kind)
             << kind << "SELECT * FROM NoSuchTable" << false << "";
-        QTest::addRow("%s, syntax error", kind)
-            << kind << "SELECT FROM WHERE" << false << "";
+        QTest::addRow("%s, syntax error", kind) << kind << "SELECT FROM WHERE" << false << "";
     }
 }
 
@@ -424,8 +441,7 @@ void TestModADO::writingStatementsLeaveEveryRow_data()
     addSourceColumn();
     QTest::addColumn<QString>("sql");
     for (const char* kind : {"qsqlite", "sqlite-odbc", "sqlite-dsn", "postgres"}) {
-        QTest::addRow("%s, delete", kind)
-            << kind << "DELETE FROM Customers WHERE Name = 'SELECT'";
+        QTest::addRow("%s, delete", kind) << kind << "DELETE FROM Customers WHERE Name = 'SELECT'";
         QTest::addRow("%s, update", kind)
             << kind << "UPDATE Customers SET Name = 'SELECT' WHERE ID > 0";
         QTest::addRow("%s, drop", kind) << kind << "DROP TABLE Customers -- SELECT";
@@ -485,9 +501,10 @@ void TestModADO::unusableConnectionIsReportedByGetTables_data()
 {
     QTest::addColumn<QString>("conString");
     QTest::addColumn<QString>("textPart");
-    QTest::newRow("missing SQLite file")
-        << "Provider=SQLite;Data Source=/nonexistent/folder/x.db" << "/nonexistent/folder/x.db";
-    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchDsn" << " - ";
+    QTest::newRow("missing SQLite file") << "Provider=SQLite;Data Source=/nonexistent/folder/x.db"
+                                         << "/nonexistent/folder/x.db";
+    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchDsn"
+                                 << " - ";
     QTest::newRow("unsupported provider") << "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=x"
                                           << "Microsoft.Jet.OLEDB.4.0";
 }

@@ -225,7 +225,8 @@ void TestSourceConnection::refusedConnectionsReportNumberAndText_data()
                                  << "NoSuchSource";
     QTest::newRow("unknown driver") << "Driver={No Such Driver};Database=x"
                                     << "No Such Driver";
-    QTest::newRow("unsupported provider") << "Provider=Foo.Bar;Data Source=x" << "\"Foo.Bar\"";
+    QTest::newRow("unsupported provider") << "Provider=Foo.Bar;Data Source=x"
+                                          << "\"Foo.Bar\"";
 }
 
 void TestSourceConnection::refusedConnectionsReportNumberAndText()

@@ -32,7 +32,8 @@ void restore(const char* name, const QByteArray& value, bool had)
 
 } // namespace
 
-OdbcEnvironment::OdbcEnvironment() : m_dir(QDir::tempPath() + QStringLiteral("/dbimport-odbc-XXXXXX"))
+OdbcEnvironment::OdbcEnvironment()
+    : m_dir(QDir::tempPath() + QStringLiteral("/dbimport-odbc-XXXXXX"))
 {
     if (!m_dir.isValid())
         return;
@@ -40,16 +41,12 @@ OdbcEnvironment::OdbcEnvironment() : m_dir(QDir::tempPath() + QStringLiteral("/d
     remember("ODBCINI", m_oldIni, m_hadIni);
     remember("ODBCINSTINI", m_oldInstIni, m_hadInstIni);
 
-    const QByteArray drivers = QByteArray("[") + SqliteDriverName + "]\n"
-                               + "Description=SQLite3 ODBC Driver\n"
-                               + "Driver=" + SqliteDriverPath + "\n"
-                               + "Setup=" + SqliteDriverPath + "\n"
-                               + "UsageCount=1\n\n"
-                               + "[" + PostgresDriverName + "]\n"
-                               + "Description=PostgreSQL ODBC driver (Unicode version)\n"
-                               + "Driver=" + PostgresDriverPath + "\n"
-                               + "Setup=/usr/lib/x86_64-linux-gnu/odbc/libodbcpsqlS.so\n"
-                               + "UsageCount=1\n";
+    const QByteArray drivers =
+        QByteArray("[") + SqliteDriverName + "]\n" + "Description=SQLite3 ODBC Driver\n" +
+        "Driver=" + SqliteDriverPath + "\n" + "Setup=" + SqliteDriverPath + "\n" +
+        "UsageCount=1\n\n" + "[" + PostgresDriverName + "]\n" +
+        "Description=PostgreSQL ODBC driver (Unicode version)\n" + "Driver=" + PostgresDriverPath +
+        "\n" + "Setup=/usr/lib/x86_64-linux-gnu/odbc/libodbcpsqlS.so\n" + "UsageCount=1\n";
     writeText(m_dir.filePath(QStringLiteral("odbcinst.ini")), drivers);
     writeOdbcIni();
 
@@ -71,10 +68,9 @@ OdbcEnvironment::~OdbcEnvironment()
 
 void OdbcEnvironment::addSqliteDsn(const QString& dsn, const QString& file)
 {
-    m_dsnText += "[" + dsn.toUtf8() + "]\n"
-                 + "Driver=" + SqliteDriverName + "\n"
-                 + "Database=" + QFile::encodeName(QFileInfo(file).absoluteFilePath()) + "\n"
-                 + "Timeout=2000\n\n";
+    m_dsnText += "[" + dsn.toUtf8() + "]\n" + "Driver=" + SqliteDriverName + "\n" +
+                 "Database=" + QFile::encodeName(QFileInfo(file).absoluteFilePath()) + "\n" +
+                 "Timeout=2000\n\n";
     writeOdbcIni();
 }
 
@@ -82,13 +78,10 @@ void OdbcEnvironment::addPostgresDsn(const QString& dsn, const QString& host, in
                                      const QString& database, const QString& user,
                                      const QString& password)
 {
-    m_dsnText += "[" + dsn.toUtf8() + "]\n"
-                 + "Driver=" + PostgresDriverName + "\n"
-                 + "Servername=" + host.toUtf8() + "\n"
-                 + "Port=" + QByteArray::number(port) + "\n"
-                 + "Database=" + database.toUtf8() + "\n"
-                 + "Username=" + user.toUtf8() + "\n"
-                 + "Password=" + password.toUtf8() + "\n\n";
+    m_dsnText += "[" + dsn.toUtf8() + "]\n" + "Driver=" + PostgresDriverName + "\n" +
+                 "Servername=" + host.toUtf8() + "\n" + "Port=" + QByteArray::number(port) + "\n" +
+                 "Database=" + database.toUtf8() + "\n" + "Username=" + user.toUtf8() + "\n" +
+                 "Password=" + password.toUtf8() + "\n\n";
     writeOdbcIni();
 }
 

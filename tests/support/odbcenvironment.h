@@ -25,9 +25,8 @@ public:
     // Adds a data source name for a SQLite file through the SQLite 3 ODBC driver.
     void addSqliteDsn(const QString& dsn, const QString& file);
     // Adds a data source name for a PostgreSQL database through the Unicode driver.
-    void addPostgresDsn(const QString& dsn, const QString& host, int port,
-                        const QString& database, const QString& user,
-                        const QString& password);
+    void addPostgresDsn(const QString& dsn, const QString& host, int port, const QString& database,
+                        const QString& user, const QString& password);
 
     // "Driver={SQLite3};Database=<file>;"
     static QString sqliteDriverString(const QString& file);

@@ -15,8 +15,7 @@ const char* const DriverPath = "/usr/lib/x86_64-linux-gnu/odbc/psqlodbcw.so";
 QString adminString(const PgTestServer& s, const QString& db)
 {
     return QStringLiteral("Driver=%1;Server=%2;Port=%3;Database=%4;Uid=%5;Pwd={%6};")
-        .arg(QLatin1String(DriverPath), s.host, QString::number(s.port), db, s.user,
-             s.password);
+        .arg(QLatin1String(DriverPath), s.host, QString::number(s.port), db, s.user, s.password);
 }
 
 QString runOn(const PgTestServer& s, const QString& db, const QStringList& statements,

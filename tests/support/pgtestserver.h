@@ -54,9 +54,9 @@ private:
 // unquoted, so they fold to lower case; "Order Lines" keeps its blank).
 QStringList PgSampleCustomerStatements();
 
-#define DBIMPORT_REQUIRE_PG(server)                                                        \
-    do {                                                                                   \
-        QString pgSkipReason_;                                                             \
-        if (!PgTestServer::fromEnvironment(server, pgSkipReason_))                         \
-            QSKIP(qPrintable(pgSkipReason_));                                              \
+#define DBIMPORT_REQUIRE_PG(server)                                                                \
+    do {                                                                                           \
+        QString pgSkipReason_;                                                                     \
+        if (!PgTestServer::fromEnvironment(server, pgSkipReason_))                                 \
+            QSKIP(qPrintable(pgSkipReason_));                                                      \
     } while (false)

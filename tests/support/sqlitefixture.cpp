@@ -9,8 +9,7 @@ QString BuildSqliteDatabase(const QString& file, const QStringList& statements)
     sqlite3* db = nullptr;
     const QByteArray name = QFile::encodeName(file);
     if (sqlite3_open_v2(name.constData(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                        nullptr)
-        != SQLITE_OK) {
+                        nullptr) != SQLITE_OK) {
         const QString error = QString::fromUtf8(sqlite3_errmsg(db));
         sqlite3_close(db);
         return QStringLiteral("cannot open %1: %2").arg(file, error);
@@ -18,8 +17,8 @@ QString BuildSqliteDatabase(const QString& file, const QStringList& statements)
     QString result;
     for (const QString& statement : statements) {
         char* error = nullptr;
-        if (sqlite3_exec(db, statement.toUtf8().constData(), nullptr, nullptr, &error)
-            != SQLITE_OK) {
+        if (sqlite3_exec(db, statement.toUtf8().constData(), nullptr, nullptr, &error) !=
+            SQLITE_OK) {
             result = QStringLiteral("%1: %2").arg(statement, QString::fromUtf8(error));
             sqlite3_free(error);
             break;
@@ -60,9 +59,10 @@ QStringList SqliteColumn(const QString& file, const QString& query)
 QStringList SampleCustomerStatements()
 {
     return {
-        QStringLiteral("CREATE TABLE Customers (ID INTEGER PRIMARY KEY AUTOINCREMENT, Name VARCHAR(50), "
-                       "Email TEXT, Balance NUMERIC(10,2), Joined DATE, LastSeen TIMESTAMP, "
-                       "Active BOOLEAN, Photo BLOB)"),
+        QStringLiteral(
+            "CREATE TABLE Customers (ID INTEGER PRIMARY KEY AUTOINCREMENT, Name VARCHAR(50), "
+            "Email TEXT, Balance NUMERIC(10,2), Joined DATE, LastSeen TIMESTAMP, "
+            "Active BOOLEAN, Photo BLOB)"),
         QStringLiteral("INSERT INTO Customers (Name, Email, Balance, Joined, LastSeen, Active) "
                        "VALUES ('Ann Smith', 'ann@example.com', 12.5, '2020-01-31', "
                        "'2021-02-03 04:05:06', 1)"),

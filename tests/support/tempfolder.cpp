@@ -6,7 +6,10 @@
 
 TempFolder::TempFolder() : m_dir(QDir::tempPath() + QStringLiteral("/dbimport-test-XXXXXX")) {}
 
-QString TempFolder::hostPath() const { return HostForm(path() + QLatin1Char('/')); }
+QString TempFolder::hostPath() const
+{
+    return HostForm(path() + QLatin1Char('/'));
+}
 
 QString TempFolder::writeFile(const QString& name, const QByteArray& bytes) const
 {

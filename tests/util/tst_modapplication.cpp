@@ -76,16 +76,16 @@ void TestModApplication::scramble_data()
     QTest::addColumn<QString>("plain");
     QTest::addColumn<QString>("stored"); // empty: refused
 
-    QTest::newRow("letters and separators")
-        << "Provider=SQLite;Data Source=/x.db" << "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec";
-    QTest::newRow("empty") << "" << "";
+    QTest::newRow("letters and separators") << "Provider=SQLite;Data Source=/x.db"
+                                            << "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec";
+    QTest::newRow("empty") << ""
+                           << "";
     QTest::newRow("euro moves into an undefined code")
         << QString::fromUtf8("€") << QString(QChar(0x0081));
     QTest::newRow("into the euro") << QString(QChar(0x007F)) << QString::fromUtf8("€");
     QTest::newRow("across the C1 block") << QString::fromUtf8("Ÿ") << QString(QChar(0x00A0));
     QTest::newRow("code 254") << QString::fromUtf8("þ") << QString::fromUtf8("ÿ");
-    QTest::newRow("code 255 empties the whole result")
-        << QString::fromUtf8("abcÿdef") << QString();
+    QTest::newRow("code 255 empties the whole result") << QString::fromUtf8("abcÿdef") << QString();
     QTest::newRow("a character without a code empties the result")
         << QString::fromUtf8("abcΩ") << QString();
 }

@@ -114,8 +114,7 @@ void TestProfileFile::writesAreByteExact_data()
                       "[Rules1]\r\n"
                       "Count=2\r\n");
     QTest::newRow("key keeps its spelling, names compare without case")
-        << QByteArray("[dsn]\r\ndsnname1=old\r\n")
-        << QList<IniWrite>{{"DSN", "DSNNAME1", "new"}}
+        << QByteArray("[dsn]\r\ndsnname1=old\r\n") << QList<IniWrite>{{"DSN", "DSNNAME1", "new"}}
         << QByteArray("[dsn]\r\ndsnname1=new\r\n");
     QTest::newRow("bare LF lines kept, written lines end in CR LF")
         << QByteArray("[A]\nx=1\ny=2\n\n[B]\nz=3\n")
@@ -132,8 +131,7 @@ void TestProfileFile::writesAreByteExact_data()
         << QByteArray("[A]\r\nk=1") << QList<IniWrite>{{"B", "m", "2"}}
         << QByteArray("[A]\r\nk=1\r\n[B]\r\nm=2\r\n");
     QTest::newRow("value with blanks, quotes and equals signs written as given")
-        << QByteArray()
-        << QList<IniWrite>{{"S", "k", " a = \"b\" "}}
+        << QByteArray() << QList<IniWrite>{{"S", "k", " a = \"b\" "}}
         << QByteArray("[S]\r\nk= a = \"b\" \r\n");
     QTest::newRow("empty section keeps its place")
         << QByteArray("[A]\r\n[B]\r\nx=1\r\n") << QList<IniWrite>{{"A", "k", "v"}}
@@ -199,27 +197,61 @@ void TestProfileFile::reads_data()
                             "OnlyLater=hidden\r\n"
                             "[Bytes]\r\n"
                             "Euro=\x80\x81\x9f\xa0\xff\r\n";
-    QTest::newRow("blanks around key and value") << file << "DSN" << "name1" << "Ann Smith";
-    QTest::newRow("section case") << file << "dSn" << "NAME1" << "Ann Smith";
-    QTest::newRow("matching quotes taken off") << file << "DSN" << "Quoted" << "  padded  ";
-    QTest::newRow("single quotes") << file << "DSN" << "Single" << "x";
-    QTest::newRow("unmatched quote kept") << file << "DSN" << "Half" << "\"open";
-    QTest::newRow("equals in value") << file << "DSN" << "Equals" << "a=b=c";
-    QTest::newRow("empty value") << file << "DSN" << "Empty" << "";
-    QTest::newRow("first duplicate key") << file << "DSN" << "Dup" << "first";
-    QTest::newRow("comment is no key") << file << "DSN" << "Commented" << "<null>";
-    QTest::newRow(";key is no key either") << file << "DSN" << ";Commented" << "<null>";
-    QTest::newRow("tabs trimmed") << file << "DSN" << "Tab" << "v";
-    QTest::newRow("blanks in section line") << file << "spaced section" << "k" << "spaced";
-    QTest::newRow("keys of a repeated section are not seen") << file << "DSN" << "OnlyLater"
+    QTest::newRow("blanks around key and value") << file << "DSN"
+                                                 << "name1"
+                                                 << "Ann Smith";
+    QTest::newRow("section case") << file << "dSn"
+                                  << "NAME1"
+                                  << "Ann Smith";
+    QTest::newRow("matching quotes taken off") << file << "DSN"
+                                               << "Quoted"
+                                               << "  padded  ";
+    QTest::newRow("single quotes") << file << "DSN"
+                                   << "Single"
+                                   << "x";
+    QTest::newRow("unmatched quote kept") << file << "DSN"
+                                          << "Half"
+                                          << "\"open";
+    QTest::newRow("equals in value") << file << "DSN"
+                                     << "Equals"
+                                     << "a=b=c";
+    QTest::newRow("empty value") << file << "DSN"
+                                 << "Empty"
+                                 << "";
+    QTest::newRow("first duplicate key") << file << "DSN"
+                                         << "Dup"
+                                         << "first";
+    QTest::newRow("comment is no key") << file << "DSN"
+                                       << "Commented"
+                                       << "<null>";
+    QTest::newRow(";key is no key either") << file << "DSN"
+                                           << ";Commented"
+                                           << "<null>";
+    QTest::newRow("tabs trimmed") << file << "DSN"
+                                  << "Tab"
+                                  << "v";
+    QTest::newRow("blanks in section line") << file << "spaced section"
+                                            << "k"
+                                            << "spaced";
+    QTest::newRow("keys of a repeated section are not seen") << file << "DSN"
+                                                             << "OnlyLater"
                                                              << "<null>";
-    QTest::newRow("line before any section") << file << "" << "top" << "<null>";
-    QTest::newRow("missing key") << file << "DSN" << "Nope" << "<null>";
-    QTest::newRow("missing section") << file << "Nope" << "Name1" << "<null>";
-    QTest::newRow("Windows-1252 decoding") << file << "Bytes" << "Euro"
-                                           << QString::fromUtf8("€\u0081Ÿ\u00a0ÿ");
-    QTest::newRow("bare LF file") << QByteArray("[A]\nk = v \n[B]\nk=w\n") << "B" << "K" << "w";
-    QTest::newRow("bare LF file, no last line end") << QByteArray("[A]\nk=v") << "A" << "k"
+    QTest::newRow("line before any section") << file << ""
+                                             << "top"
+                                             << "<null>";
+    QTest::newRow("missing key") << file << "DSN"
+                                 << "Nope"
+                                 << "<null>";
+    QTest::newRow("missing section") << file << "Nope"
+                                     << "Name1"
+                                     << "<null>";
+    QTest::newRow("Windows-1252 decoding") << file << "Bytes"
+                                           << "Euro" << QString::fromUtf8("€\u0081Ÿ\u00a0ÿ");
+    QTest::newRow("bare LF file") << QByteArray("[A]\nk = v \n[B]\nk=w\n") << "B"
+                                  << "K"
+                                  << "w";
+    QTest::newRow("bare LF file, no last line end") << QByteArray("[A]\nk=v") << "A"
+                                                    << "k"
                                                     << "v";
 }
 
@@ -257,8 +289,7 @@ void TestProfileFile::readIniStringBuffer()
     const QString ini = folder.writeFile("b.ini", "[S]\r\nk=" + value + "\r\n");
     QCOMPARE(ReadIniString(ini, "S", "k", "DEFAULT"), expected);
     QCOMPARE(ReadIniString(ini, "S", "missing", "DEFAULT"), QString("DEFAULT"));
-    QCOMPARE(ReadIniString(folder.filePath("absent.ini"), "S", "k", "DEFAULT"),
-             QString("DEFAULT"));
+    QCOMPARE(ReadIniString(folder.filePath("absent.ini"), "S", "k", "DEFAULT"), QString("DEFAULT"));
 }
 
 void TestProfileFile::everyWindows1252CharacterRoundTrips()
@@ -290,14 +321,17 @@ void TestProfileFile::textOutsideWindows1252IsRefused_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("shown"); // the character the message names
 
-    QTest::newRow("value, Polish letter") << "DSN" << "DSNName1" << QString::fromUtf8("Łódź")
-                                          << QString::fromUtf8("Ł");
-    QTest::newRow("value, emoji") << "DSN" << "DSNName1" << QString::fromUtf8("ok 😀")
+    QTest::newRow("value, Polish letter")
+        << "DSN"
+        << "DSNName1" << QString::fromUtf8("Łódź") << QString::fromUtf8("Ł");
+    QTest::newRow("value, emoji") << "DSN"
+                                  << "DSNName1" << QString::fromUtf8("ok 😀")
                                   << QString::fromUtf8("😀");
-    QTest::newRow("value, C1 control without a code") << "DSN" << "k" << QString(QChar(0x80))
-                                                      << QString(QChar(0x80));
-    QTest::newRow("section name") << QString::fromUtf8("Ωmega") << "k" << "v"
-                                  << QString::fromUtf8("Ω");
+    QTest::newRow("value, C1 control without a code")
+        << "DSN"
+        << "k" << QString(QChar(0x80)) << QString(QChar(0x80));
+    QTest::newRow("section name") << QString::fromUtf8("Ωmega") << "k"
+                                  << "v" << QString::fromUtf8("Ω");
     QTest::newRow("key name") << "DSN" << QString::fromUtf8("ключ") << "v"
                               << QString::fromUtf8("к");
 }
@@ -406,8 +440,8 @@ void TestProfileFile::changesByOthersAreSeen()
         QVERIFY(o.open(QIODevice::ReadWrite));
         o.setFileTime(oldTime.addSecs(1), QFileDevice::FileModificationTime);
     }
-    QVERIFY(::rename(QFile::encodeName(other).constData(), QFile::encodeName(ini).constData())
-            == 0);
+    QVERIFY(::rename(QFile::encodeName(other).constData(), QFile::encodeName(ini).constData()) ==
+            0);
     QCOMPARE(ReadIniString(ini, "S", "k", ""), QString("six"));
 
     // A longer text.
@@ -436,9 +470,9 @@ void TestProfileFile::batchWritesTheFileOnce()
     const QByteArray before = "; kept\r\n[DSN]\r\nDSNName1=Ann\r\n\r\n[Other]\r\nx=1\r\n";
     const QString single = folder.writeFile("single.ini", before);
     const QString batched = folder.writeFile("batched.ini", before);
-    const QList<IniWrite> writes = {{"DSN", "DSNName1", ""},      {"DSN", "DSNName2", "Bob"},
-                                    {"FieldMap1", "VTField1", "Email"}, {"other", "X", "2"},
-                                    {"DSN", "dsnname2", "Bill"},  {"FieldMap1", "DBField1", "Mail"}};
+    const QList<IniWrite> writes = {
+        {"DSN", "DSNName1", ""}, {"DSN", "DSNName2", "Bob"},  {"FieldMap1", "VTField1", "Email"},
+        {"other", "X", "2"},     {"DSN", "dsnname2", "Bill"}, {"FieldMap1", "DBField1", "Mail"}};
     for (const IniWrite& w : writes)
         WriteIniString(single, w.section, w.key, w.value);
 
