@@ -137,6 +137,7 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
     titleFont.setPointSizeF(titleFont.pointSizeF() * 1.25);
     ui->lblBannerTitle->setFont(titleFont);
     ui->picBannerIcon->setPixmap(bannerPixmap(44, palette()));
+    setWindowIcon(QIcon(bannerPixmap(32, palette())));
     QFont startFont = ui->lblStartImport->font();
     startFont.setBold(true);
     ui->lblStartImport->setFont(startFont);
