@@ -187,6 +187,11 @@ inline void whenModal(const QString& objectName, std::function<void(QWidget*)> a
             timer->stop();
             timer->deleteLater();
             delete waited;
+            // Whatever else is open would keep the test waiting for ever.
+            if (modal)
+                modal->close();
+            QTest::qFail(qPrintable(objectName + QStringLiteral(" did not open")), __FILE__,
+                         __LINE__);
         }
     });
     timer->start(10);
