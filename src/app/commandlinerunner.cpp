@@ -89,6 +89,9 @@ public:
     }
     ~TerminalImportView() override { endBar(); }
 
+    // Ends a progress bar line before the closing figures are printed.
+    void finish() { endBar(); }
+
     void setStatus(const QString& text) override
     {
         endBar();
@@ -271,7 +274,7 @@ int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& e
     ImportEngine engine(choices, view);
     QString errorText;
     const bool ok = engine.DoImportJob(errorText);
-    view.setStatus(QString()); // ends a progress bar line
+    view.finish();
     if (!ok) {
         err << "dbimport-cli: the import failed: " << errorText << Qt::endl;
         return kExitFailed;

@@ -30,6 +30,7 @@ private slots:
     void currentRecordSurvivesAddFindAndClose();
     void sequentialReading();
     void committedBatchesAreVisibleBeforeClose();
+    void manyNewRecordsKeepTheirOrderAndAreFound();
     void openRefusesNonGroupFiles();
 
 private:
@@ -436,6 +437,36 @@ void tst_GroupStore::committedBatchesAreVisibleBeforeClose()
     store.close();
     QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
              QStringList{"7"});
+}
+
+void tst_GroupStore::manyNewRecordsKeepTheirOrderAndAreFound()
+{
+    TempFolder folder;
+    const QString path = newGroup(folder);
+    GroupStore store;
+    store.open(path);
+    for (int i = 0; i < 100; ++i) {
+        store.addRecord();
+        store.setField(QStringLiteral("EmailAddress"), QStringLiteral("r%1@x.org").arg(i));
+        store.setField(QStringLiteral("Zip"), QString::number(i));
+    }
+    // Records added last, not yet written, are counted and found like any other.
+    QCOMPARE(store.recordCount(), 100);
+    for (int i : {0, 31, 32, 95, 98, 99}) {
+        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="),
+                   QStringLiteral("R%1@X.ORG").arg(i));
+        QVERIFY(!store.noMatch());
+        QCOMPARE(store.getField(QStringLiteral("Zip")), QString::number(i));
+    }
+    store.setField(QStringLiteral("City"), QStringLiteral("Found"));
+    store.close();
+    QStringList expected;
+    for (int i = 0; i < 100; ++i)
+        expected << QString::number(i);
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT Zip FROM Recipients ORDER BY rowid")),
+             expected);
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT Zip FROM Recipients WHERE City = 'Found'")),
+             QStringList{"99"});
 }
 
 void tst_GroupStore::openRefusesNonGroupFiles()
