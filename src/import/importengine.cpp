@@ -3,10 +3,7 @@
 #include <QDate>
 #include <QDateTime>
 #include <QLocale>
-#include <QSqlError>
 #include <QSqlQuery>
-#include <QSqlRecord>
-#include <QStringConverter>
 #include <QTime>
 
 #include <limits>
@@ -18,6 +15,7 @@
 #include "importchoices.h"
 #include "importlog.h"
 #include "importview.h"
+#include "sourcerows.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
 #include "util/apperror.h"
@@ -30,12 +28,6 @@
 namespace {
 
 const QString kLogFileName = QStringLiteral("Database Import Log File.txt");
-
-// A failure reported by the data source, already in "<number> - <description>" form.
-struct SourceFailure
-{
-    QString text;
-};
 
 // The record loop's field list. Its order matters: a full name split overwrites a mapped
 // Title, and mapped FirstName, Initial and LastName overwrite the split in turn.
@@ -62,42 +54,6 @@ QString trimBlanks(const QString& text)
 QString timeStamp()
 {
     return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("ddd hh:mm:ss"));
-}
-
-// A source value as the text a Group field holds.
-QString sourceText(const QVariant& value)
-{
-    if (value.isNull())
-        return QString();
-    switch (value.typeId()) {
-    case QMetaType::QString:
-        return value.toString();
-    case QMetaType::Bool:
-        return value.toBool() ? QStringLiteral("True") : QStringLiteral("False");
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return QString::number(value.toDouble(), 'g', 15);
-    case QMetaType::QDate:
-        return value.toDate().toString(Qt::ISODate);
-    case QMetaType::QTime:
-        return value.toTime().toString(QStringLiteral("HH:mm:ss"));
-    case QMetaType::QDateTime: {
-        const QDateTime dt = value.toDateTime();
-        return dt.time() == QTime(0, 0) ? dt.date().toString(Qt::ISODate)
-                                        : dt.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
-    }
-    case QMetaType::QByteArray: {
-        // A blob holding text is taken as its text; anything else is shown as hex bytes.
-        const QByteArray bytes = value.toByteArray();
-        auto decoder = QStringDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-        const QString text = decoder.decode(bytes);
-        if (!decoder.hasError())
-            return text;
-        return QStringLiteral("0x") + QString::fromLatin1(bytes.toHex().toUpper());
-    }
-    default:
-        return value.toString();
-    }
 }
 
 } // namespace
@@ -243,7 +199,7 @@ public:
     GroupStore store;
     DuplicateCheckList duplicates;
     std::unique_ptr<SourceConnection> source;
-    std::unique_ptr<QSqlQuery> records;
+    std::unique_ptr<SourceRows> records;
     qint64 recordCount = -1;
     bool importRunning = false;
     Totals totals;
@@ -281,8 +237,8 @@ public:
     std::vector<CopyStep> copySteps;
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
-    void prepareCopy(const QSqlRecord& record);
-    QVariant sourceValue(const QString& field, int index) const;
+    void prepareCopy();
+    QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
 };
@@ -490,13 +446,13 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
             return failed(message);
     }
 
-    records = std::make_unique<QSqlQuery>(source->database());
-    // Forward-only before exec, or the driver caches every row it has read.
-    records->setForwardOnly(true);
-    if (!records->exec(sql))
-        return failed(SourceConnection::errorText(records->lastError()));
+    try {
+        records = SourceRows::open(source->database(), sql);
+    } catch (const SourceFailure& e) {
+        return failed(e.text);
+    }
     MousePointer::normal();
-    return records->isActive();
+    return records != nullptr;
 }
 
 void ImportEngine::Private::showCounters()
@@ -505,13 +461,10 @@ void ImportEngine::Private::showCounters()
     view.setProgressValue(totals.totalProcessed);
 }
 
-void ImportEngine::Private::prepareCopy(const QSqlRecord& record)
+void ImportEngine::Private::prepareCopy()
 {
     copySteps.clear();
-    auto sourceIndex = [&](const QString& field) {
-        const int index = record.indexOf(field);
-        return index;
-    };
+    auto sourceIndex = [&](const QString& field) { return records->indexOf(field); };
     for (const QString& name : recipientFieldNames()) {
         const CMapping* mapping = choices.FieldMappings.Item(name);
         if (!mapping || mapping->DBField.isEmpty())
@@ -536,13 +489,13 @@ void ImportEngine::Private::prepareCopy(const QSqlRecord& record)
     lastNameIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("LastName")) : -1;
 }
 
-QVariant ImportEngine::Private::sourceValue(const QString& field, int index) const
+QString ImportEngine::Private::sourceValue(const QString& field, int index) const
 {
     if (index < 0)
         throw AppError(3265, QStringLiteral("Item cannot be found in the collection corresponding "
                                             "to the requested name or ordinal. (") +
                                  field + QLatin1Char(')'));
-    return records->value(index);
+    return records->text(index);
 }
 
 void ImportEngine::Private::setGroupField(const QString& name, int index, const QString& value)
@@ -558,7 +511,7 @@ void ImportEngine::Private::copyMappedFields(const QString& email)
     for (const CopyStep& step : copySteps) {
         switch (step.kind) {
         case CopyStep::FullName: {
-            QString fullName = sourceText(sourceValue(step.sourceField, step.sourceIndex));
+            QString fullName = (sourceValue(step.sourceField, step.sourceIndex));
             QString title, firstName, initial, lastName;
             SplitName(fullName, title, firstName, initial, lastName);
             setGroupField(QStringLiteral("Title"), titleIndex, title);
@@ -575,7 +528,7 @@ void ImportEngine::Private::copyMappedFields(const QString& email)
             break;
         case CopyStep::Plain:
             setGroupField(step.groupField, step.groupIndex,
-                          sourceText(sourceValue(step.sourceField, step.sourceIndex)));
+                          (sourceValue(step.sourceField, step.sourceIndex)));
             break;
         }
     }
@@ -590,8 +543,6 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 
         bool hasRecord = records->next();
         if (!hasRecord) {
-            if (records->lastError().isValid())
-                throw SourceFailure{SourceConnection::errorText(records->lastError())};
             MessageBoxes::instance().information(QStringLiteral(
                 "The criteria specified did not return any records from the database."));
             return true;
@@ -613,11 +564,10 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         view.setStatus(QStringLiteral("Importing ..."));
         importRunning = true;
 
-        const QSqlRecord record = records->record();
-        prepareCopy(record);
+        prepareCopy();
         const CMapping* emailMapping = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
         const QString emailField = emailMapping ? emailMapping->DBField : QString();
-        const int emailSource = record.indexOf(emailField);
+        const int emailSource = records->indexOf(emailField);
         const int dateAddedIndex =
             store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
         const QString today =
@@ -625,7 +575,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         MessageBoxes& boxes = MessageBoxes::instance();
 
         while (hasRecord) {
-            const QString email = trimBlanks(sourceText(sourceValue(emailField, emailSource)));
+            const QString email = trimBlanks((sourceValue(emailField, emailSource)));
             QString reason;
             if (!IsEmailValid(email, reason)) {
                 ++totals.illegal;
@@ -657,8 +607,6 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             if (totals.totalProcessed % 50 == 0)
                 view.yieldToEvents();
             hasRecord = records->next();
-            if (!hasRecord && records->lastError().isValid())
-                throw SourceFailure{SourceConnection::errorText(records->lastError())};
 
             if (!importRunning) {
                 showCounters();

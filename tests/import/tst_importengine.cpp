@@ -97,6 +97,7 @@ private slots:
     void logThatCannotBeOpened();
     void advancedSqlAndUnknownCount();
     void replaceTargetMissingWarns();
+    void statementThatWouldChangeTheSource();
     void reviewOfTheLog_data();
     void reviewOfTheLog();
     void importFromPostgresOverOdbc();
@@ -660,6 +661,23 @@ void tst_ImportEngine::replaceTargetMissingWarns()
         QStringLiteral(
             "Warning: A record was found in the duplicates list, but could not be found in the "
             "Veltrano database to replace."));
+}
+
+void tst_ImportEngine::statementThatWouldChangeTheSource()
+{
+    const QString source = createSource({"'a@x.org', 'A', 'B', 'C', NULL"});
+    createGroup(QStringLiteral("G"));
+    ImportChoices choices = choicesFor(source, QStringLiteral("G"), false);
+    choices.FilterMethod = 1;
+    choices.AdvancedSQLString = QStringLiteral("DELETE FROM People");
+    RecordingView view;
+    ImportEngine engine(choices, view);
+    QString errorText;
+    QVERIFY(!engine.DoImportJob(errorText));
+    QVERIFY(!errorText.isEmpty());
+    QCOMPARE(logLines().last(), QStringLiteral("#   Error - Retrieval of records from DSN failed"));
+    QCOMPARE(view.statuses.last(), QStringLiteral("Import Terminated due to error ..."));
+    QCOMPARE(SqliteColumn(source, QStringLiteral("SELECT COUNT(*) FROM People")), QStringList{"1"});
 }
 
 void tst_ImportEngine::reviewOfTheLog_data()

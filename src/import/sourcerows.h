@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+class QSqlDatabase;
+
+// The rows of the import's statement, read forward once. Values come as the text a Group
+// field holds: NULL as empty text, numbers in decimal, dates in ISO form, booleans as True
+// or False, a blob holding UTF-8 as its text and any other blob as hex ("0x...").
+class SourceRows
+{
+public:
+    virtual ~SourceRows() = default;
+
+    // Runs sql on the open source connection db. Throws SourceFailure when the statement
+    // is refused.
+    static std::unique_ptr<SourceRows> open(const QSqlDatabase& db, const QString& sql);
+
+    // Moves to the next row (the first on the first call); false past the last one.
+    // Throws SourceFailure when the source fails while reading.
+    virtual bool next() = 0;
+    // The column of that name (compared without regard to case); -1 when there is none.
+    virtual int indexOf(const QString& name) const = 0;
+    virtual QString text(int index) const = 0;
+};
+
+// A failure reported by the data source, in "<number> - <description>" form.
+struct SourceFailure
+{
+    QString text;
+};
