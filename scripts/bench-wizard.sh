@@ -2,13 +2,13 @@
 # Times one import of many records (100,000 valid ones by default, plus a few invalid and
 # duplicate addresses) through the wizard, its buttons pressed under the offscreen platform,
 # and the very same import through dbimport-cli, and prints both times and their ratio.
-# Each side runs three times into a fresh, empty Group; the best time of each counts.
+# Each side runs five times into a fresh, empty Group; the best time of each counts.
 #   bash scripts/bench-wizard.sh [records]
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 rows=${1:-100000}
-runs=3
+runs=5
 
 build=${DBIMPORT_BUILD_DIR:-build} # another build folder than build/ if set
 

@@ -23,6 +23,7 @@
 #include <QStyle>
 
 #include <array>
+#include <functional>
 
 namespace {
 
@@ -98,13 +99,18 @@ QPixmap bannerPixmap(int size, const QPalette& palette)
 class ImportRunBoxes final : public MessageBoxes
 {
 public:
-    explicit ImportRunBoxes(MessageBoxes& next) : m_next(next) {}
+    // beforeShowing brings the step's counters up to date, so a box never shows stale ones.
+    ImportRunBoxes(MessageBoxes& next, std::function<void()> beforeShowing)
+        : m_next(next), m_beforeShowing(std::move(beforeShowing))
+    {}
     void show(Icon icon, const QString& text, const QString& title) override
     {
+        m_beforeShowing();
         m_next.show(icon, text, title);
     }
     bool ask(const QString& text, bool defaultYes, const QString& title) override
     {
+        m_beforeShowing();
         if (m_closing)
             return text == kCancelConfirmation;
         return m_next.ask(text, defaultYes, title);
@@ -116,6 +122,7 @@ public:
 
 private:
     MessageBoxes& m_next;
+    std::function<void()> m_beforeShowing;
     bool m_closing = false;
 };
 
@@ -138,6 +145,11 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
     ui->lblBannerTitle->setFont(titleFont);
     ui->picBannerIcon->setPixmap(bannerPixmap(44, palette()));
     setWindowIcon(QIcon(bannerPixmap(32, palette())));
+    // The counters change every few records while an import runs; a fixed size keeps each
+    // change from laying out the whole step again.
+    const int counterWidth = fontMetrics().horizontalAdvance(QStringLiteral("-2147483648")) + 8;
+    for (QLabel* counter : {ui->lblTotalProcessed, ui->lblAdded, ui->lblDuplicates, ui->lblIllegal})
+        counter->setFixedSize(counterWidth, counter->sizeHint().height());
     QFont startFont = ui->lblStartImport->font();
     startFont.setBold(true);
     ui->lblStartImport->setFont(startFont);
@@ -417,7 +429,7 @@ void frmDBImport::StartImport()
     }
 
     if (run) {
-        ImportRunBoxes runBoxes(boxes);
+        ImportRunBoxes runBoxes(boxes, [this] { showPendingProgress(); });
         QString errorText;
         bool ok = false;
         {
@@ -425,9 +437,11 @@ void frmDBImport::StartImport()
             ImportEngine engine(m_choices, *this);
             m_engine = &engine;
             m_runBoxes = &runBoxes;
+            m_sinceShown.start();
             ok = engine.DoImportJob(errorText);
             m_engine = nullptr;
             m_runBoxes = nullptr;
+            showPendingProgress();
         }
         if (!ok)
             boxes.critical(errorText);
@@ -516,35 +530,45 @@ void frmDBImport::closeEvent(QCloseEvent* event)
 
 void frmDBImport::setStatus(const QString& text)
 {
+    showPendingProgress();
     ui->lblCommand->setText(text);
 }
 
 void frmDBImport::setCounters(qint32 totalProcessed, qint32 added, qint32 duplicates,
                               qint32 illegal)
 {
-    ui->lblTotalProcessed->setText(QString::number(totalProcessed));
-    ui->lblAdded->setText(QString::number(added));
-    ui->lblDuplicates->setText(QString::number(duplicates));
-    ui->lblIllegal->setText(QString::number(illegal));
+    m_pending.counters = true;
+    m_pending.totalProcessed = totalProcessed;
+    m_pending.added = added;
+    m_pending.duplicates = duplicates;
+    m_pending.illegal = illegal;
+    if (!m_engine)
+        showPendingProgress();
 }
 
 void frmDBImport::setProgressRange(int minimum, int maximum)
 {
+    showPendingProgress();
     ui->prgProcess->setRange(minimum, maximum);
 }
 
 void frmDBImport::setProgressValue(int value)
 {
-    ui->prgProcess->setValue(qBound(ui->prgProcess->minimum(), value, ui->prgProcess->maximum()));
+    m_pending.value = true;
+    m_pending.progressValue = value;
+    if (!m_engine)
+        showPendingProgress();
 }
 
 void frmDBImport::setProgressVisible(bool visible)
 {
+    showPendingProgress();
     ui->prgProcess->setVisible(visible);
 }
 
 void frmDBImport::showNoProgressNotice(const QString& text)
 {
+    showPendingProgress();
     QFont bold = ui->lblNoProgress->font();
     bold.setBold(true);
     ui->lblNoProgress->setFont(bold);
@@ -552,8 +576,29 @@ void frmDBImport::showNoProgressNotice(const QString& text)
     ui->lblNoProgress->setVisible(true);
 }
 
+void frmDBImport::showPendingProgress()
+{
+    if (m_pending.counters) {
+        ui->lblTotalProcessed->setText(QString::number(m_pending.totalProcessed));
+        ui->lblAdded->setText(QString::number(m_pending.added));
+        ui->lblDuplicates->setText(QString::number(m_pending.duplicates));
+        ui->lblIllegal->setText(QString::number(m_pending.illegal));
+    }
+    if (m_pending.value) {
+        QProgressBar* bar = ui->prgProcess;
+        bar->setValue(qBound(bar->minimum(), m_pending.progressValue, bar->maximum()));
+    }
+    m_pending.counters = false;
+    m_pending.value = false;
+    m_sinceShown.restart();
+}
+
 void frmDBImport::yieldToEvents()
 {
+    // About 30 pictures a second is all the eye can follow; drawing more slows the import.
+    constexpr qint64 kRedrawMs = 33;
+    if (m_sinceShown.elapsed() >= kRedrawMs)
+        showPendingProgress();
     QCoreApplication::processEvents();
     // A close agreed to before the record loop began must still stop the loop.
     if (m_runBoxes && m_runBoxes->closing() && m_engine->importRunning())

@@ -3,6 +3,7 @@
 #include "import/importchoices.h"
 #include "import/importview.h"
 
+#include <QElapsedTimer>
 #include <QWidget>
 
 #include <memory>
@@ -73,4 +74,16 @@ private:
     bool m_firstActivation = true;
     ImportEngine* m_engine = nullptr;     // the running job, for Cancel
     ImportRunBoxes* m_runBoxes = nullptr; // the job's message boxes while it runs
+
+    // While a job runs, counters and bar position are kept here and drawn a few dozen
+    // times a second, not every ten records; anything else the job shows draws them first.
+    void showPendingProgress();
+    struct PendingProgress
+    {
+        bool counters = false;
+        qint32 totalProcessed = 0, added = 0, duplicates = 0, illegal = 0;
+        bool value = false;
+        int progressValue = 0;
+    } m_pending;
+    QElapsedTimer m_sinceShown;
 };

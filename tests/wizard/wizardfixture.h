@@ -197,19 +197,27 @@ inline void whenModal(const QString& objectName, std::function<void(QWidget*)> a
     timer->start(10);
 }
 
-// Calls action once while the import runs, as soon as at least minProcessed records show
-// in the counter; returns the polling timer so the test can stop it.
-inline QTimer* whenProcessed(const QWidget* form, int minProcessed, std::function<void()> action)
+// Calls action once, at the first turn of the event loop on which condition holds (during an
+// import: at one of its yields); returns the polling timer so the test can delete it.
+inline QTimer* whenTrue(std::function<bool()> condition, std::function<void()> action)
 {
     auto* timer = new QTimer(qApp);
     QObject::connect(timer, &QTimer::timeout, timer, [=] {
-        if (text(form, "lblTotalProcessed").toInt() >= minProcessed) {
+        if (condition()) {
             timer->stop();
             action();
         }
     });
     timer->start(0);
     return timer;
+}
+
+// Calls action once while the import runs, as soon as at least minProcessed records show
+// in the counter.
+inline QTimer* whenProcessed(const QWidget* form, int minProcessed, std::function<void()> action)
+{
+    return whenTrue([=] { return text(form, "lblTotalProcessed").toInt() >= minProcessed; },
+                    std::move(action));
 }
 
 } // namespace wizardtest
