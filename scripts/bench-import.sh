@@ -3,7 +3,9 @@
 # prints, for dbimport-cli:
 #   1. 1,000,000 rows into a new Group, against sqlite3's own INSERT INTO ... SELECT of the
 #      same rows into a Group-shaped table with the same index (target: ratio <= 1.5);
-#   2. the same rows again with --replace into the now full Group, against 1. (target <= 2x);
+#   2. the same rows again with --replace into the now full Group, against 1. (target <= 2x),
+#      once unchanged (rows whose values are the same are not rewritten) and once with two
+#      columns changed in every row;
 #   3. 100,000 against 1,000,000 rows (about tenfold);
 #   4. peak memory of 1,000,000 rows into a Group already holding 1,000,000 (target <= 300 MB).
 # Options through the environment: BUILD_DIR, WORK_DIR (default: a temporary folder), ROWS.
@@ -34,10 +36,14 @@ echo "Generating sources ($rows and $small rows) ..."
 "$bin/dbimport-gensource" "$work/other.db" "$rows" --seed 2 >/dev/null
 "$bin/dbimport-gensource" "$work/small.db" "$small" --seed 3 >/dev/null
 rm -f "$data"/*.gdb "$data"/*.gdb-journal
+# The same people with a changed city and telephone, for a replace that rewrites every row.
+cp "$work/big.db" "$work/changed.db"
+sqlite3 "$work/changed.db" "UPDATE Contacts SET City = upper(City), Telephone = Telephone || '9';"
 
 "$bin/dbimport-bench-makeini" "$ini" Big "$work/big.db" New
 "$bin/dbimport-bench-makeini" "$ini" Other "$work/other.db" Full
 "$bin/dbimport-bench-makeini" "$ini" Small "$work/small.db" Small
+"$bin/dbimport-bench-makeini" "$ini" Changed "$work/changed.db" New
 
 # seconds (wall) and peak resident kB of one command, into the named variables
 measure() {
@@ -71,8 +77,10 @@ SELECT Title, FirstName, LastName, trim(Email), Initial, Address1, Address2, Cit
 SQL
 measure t_sqlite m_sqlite sqlite3 "$work/baseline.db" ".read $work/baseline.sql"
 
-# 2. replace: the same rows again, every one a duplicate that updates its recipient
+# 2. replace: the same rows again, every one a duplicate that updates its recipient; first
+#    with unchanged values (nothing to rewrite), then with two changed columns in every row
 measure t_replace m_replace "${cli[@]}" --connection Big --group New --replace
+measure t_changed m_changed "${cli[@]}" --connection Changed --group New --replace
 
 # 3. a tenth of the rows into a new Group
 group Small
@@ -89,6 +97,8 @@ printf '  %-58s %8.2f s\n' "   sqlite3 INSERT INTO ... SELECT, same rows and ind
 printf '  %-58s %8s    (target <= 1.5)\n' "   ratio" "$(ratio "$t_add" "$t_sqlite")"
 printf '  %-58s %8.2f s\n' "2. --replace, the same rows again (all duplicates)" "$t_replace"
 printf '  %-58s %8s    (target <= 2)\n' "   replace / add" "$(ratio "$t_replace" "$t_add")"
+printf '  %-58s %8.2f s\n' "   --replace, city and telephone changed in every row" "$t_changed"
+printf '  %-58s %8s    (target <= 2)\n' "   replace (changed) / add" "$(ratio "$t_changed" "$t_add")"
 printf '  %-58s %8.2f s\n' "3. dbimport-cli, $small rows into a new Group" "$t_small"
 printf '  %-58s %8s    (about 10)\n' "   $rows rows / $small rows" "$(ratio "$t_add" "$t_small")"
 printf '  %-58s %8.2f s\n' "4. $rows rows into a Group holding $added" "$t_full"

@@ -8,6 +8,8 @@
 
 #include <sqlite3.h>
 
+#include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -183,7 +185,10 @@ public:
     QHash<QString, int> indexByLowerName;
 
     Statement insert;
-    Statement update;
+    // UPDATE statements by the set of columns they change ('1' = changed).
+    std::map<std::string, std::unique_ptr<Statement>> updates;
+    std::string changed;
+    std::string scratch;
     Statement cursor;
     std::vector<std::unique_ptr<Statement>> finds;
 
@@ -356,11 +361,35 @@ public:
             dirty = false;
             afterWrite();
         } else if (current == Current::Row && dirty) {
+            // Only the columns whose value changed: an unchanged address keeps its index entry.
             begin();
-            bindValues(update.get());
-            if (sqlite3_bind_int64(update.get(), int(values.size()) + 1, rowid) != SQLITE_OK)
+            auto& update = updates[changed];
+            if (!update) {
+                QStringList assignments;
+                for (int i = 0; i < columns.size(); ++i) {
+                    if (changed[size_t(i)] == '1')
+                        assignments << quoted(columns.at(i)) + QStringLiteral("=?");
+                }
+                update = std::make_unique<Statement>();
+                update->prepare(db, QStringLiteral("UPDATE Recipients SET ") +
+                                        assignments.join(QLatin1Char(',')) +
+                                        QStringLiteral(" WHERE rowid=?"));
+            }
+            sqlite3_stmt* stmt = update->get();
+            int parameter = 0;
+            for (size_t i = 0; i < values.size(); ++i) {
+                if (changed[i] != '1')
+                    continue;
+                const int rc = isSet[i] ? sqlite3_bind_text(stmt, ++parameter, values[i].data(),
+                                                            int(values[i].size()), SQLITE_STATIC)
+                                        : sqlite3_bind_null(stmt, ++parameter);
+                if (rc != SQLITE_OK)
+                    failSqlite(db, QStringLiteral("Cannot write to the Group"));
+            }
+            if (sqlite3_bind_int64(stmt, ++parameter, rowid) != SQLITE_OK)
                 failSqlite(db, QStringLiteral("Cannot write to the Group"));
-            runWrite(update.get());
+            runWrite(stmt);
+            changed.assign(values.size(), '0');
             dirty = false;
             afterWrite();
         }
@@ -388,6 +417,7 @@ public:
                                          size_t(sqlite3_column_bytes(stmt, i + 1)));
             }
         }
+        changed.assign(values.size(), '0');
         dirty = false;
     }
 
@@ -454,7 +484,7 @@ public:
         insert.reset();
         insertQueue.reset();
         queuedRows = 0;
-        update.reset();
+        updates.clear();
         cursor.reset();
         finds.clear();
         if (db)
@@ -620,21 +650,18 @@ void GroupStore::open(const QString& path)
         }
         sqlite3_finalize(fieldsStmt);
 
-        QStringList names, params, assignments;
+        QStringList names, params;
         for (int i = 0; i < d->columns.size(); ++i) {
             names << quoted(d->columns.at(i));
             params << QStringLiteral("?%1").arg(i + 1);
-            assignments << quoted(d->columns.at(i)) + QStringLiteral("=?%1").arg(i + 1);
         }
         d->insert.prepare(db, QStringLiteral("INSERT INTO Recipients (") +
                                   names.join(QLatin1Char(',')) + QStringLiteral(") VALUES (") +
                                   params.join(QLatin1Char(',')) + QLatin1Char(')'));
-        d->update.prepare(db, QStringLiteral("UPDATE Recipients SET ") +
-                                  assignments.join(QLatin1Char(',')) +
-                                  QStringLiteral(" WHERE rowid=?%1").arg(d->columns.size() + 1));
         d->finds.resize(size_t(d->columns.size()) * 2);
         d->values.assign(size_t(d->columns.size()), std::string());
         d->isSet.assign(size_t(d->columns.size()), false);
+        d->changed.assign(size_t(d->columns.size()), '0');
         d->current = Private::Current::None;
         d->noMatch = false;
     } catch (...) {
@@ -778,8 +805,18 @@ void GroupStore::setField(int index, const QString& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
-    assignUtf8(d->values[size_t(index)], cutToLength(value, d->lengths[size_t(index)]));
-    d->isSet[size_t(index)] = true;
+    const size_t i = size_t(index);
+    if (d->current == Private::Current::New) {
+        assignUtf8(d->values[i], cutToLength(value, d->lengths[i]));
+        d->isSet[i] = true;
+        return;
+    }
+    assignUtf8(d->scratch, cutToLength(value, d->lengths[i]));
+    if (d->isSet[i] && d->scratch == d->values[i])
+        return;
+    d->values[i].swap(d->scratch);
+    d->isSet[i] = true;
+    d->changed[i] = '1';
     d->dirty = true;
 }
 
