@@ -76,6 +76,11 @@ INSERT INTO Recipients (Title, FirstName, LastName, EmailAddress, Initial, Addre
 SELECT Title, FirstName, LastName, trim(Email), Initial, Address1, Address2, City, State, Zip, Country, Company, JobTitle, Web, Telephone, Fax, date('now') FROM source.Contacts;
 SQL
 measure t_sqlite m_sqlite sqlite3 "$work/baseline.db" ".read $work/baseline.sql"
+# the same copy of the small source, to see how SQLite itself scales
+rm -f "$work/baseline-small.db"
+sqlite3 "$work/baseline-small.db" "CREATE TABLE Recipients ($columns); CREATE INDEX RecipientsEmailAddress ON Recipients (EmailAddress COLLATE NOCASE);"
+sed "s|$work/big.db|$work/small.db|" "$work/baseline.sql" >"$work/baseline-small.sql"
+measure t_sqlite_small m_sqlite_small sqlite3 "$work/baseline-small.db" ".read $work/baseline-small.sql"
 
 # 2. replace: the same rows again, every one a duplicate that updates its recipient; first
 #    with unchanged values (nothing to rewrite), then with two changed columns in every row
@@ -101,6 +106,8 @@ printf '  %-58s %8.2f s\n' "   --replace, city and telephone changed in every ro
 printf '  %-58s %8s    (target <= 2)\n' "   replace (changed) / add" "$(ratio "$t_changed" "$t_add")"
 printf '  %-58s %8.2f s\n' "3. dbimport-cli, $small rows into a new Group" "$t_small"
 printf '  %-58s %8s    (about 10)\n' "   $rows rows / $small rows" "$(ratio "$t_add" "$t_small")"
+printf '  %-58s %8s    (sqlite3 INSERT ... SELECT itself: %.2f s / %.2f s)\n' "   the same for sqlite3's own copy" \
+    "$(ratio "$t_sqlite" "$t_sqlite_small")" "$t_sqlite" "$t_sqlite_small"
 printf '  %-58s %8.2f s\n' "4. $rows rows into a Group holding $added" "$t_full"
 printf '  %-58s %8d MB  (target <= 300)\n' "   peak resident memory" "$((m_full / 1024))"
 printf '  %-58s %8d MB\n' "   (peak memory of 1.: new Group)" "$((m_add / 1024))"
