@@ -1,6 +1,9 @@
 // The Group store on real SQLite files: format, reading, writing, finding, batching.
 #include <QtTest>
 
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "import/groupstore.h"
@@ -8,6 +11,48 @@
 
 #include "sqlitefixture.h"
 #include "tempfolder.h"
+
+namespace {
+
+// A folder nobody may create files in. The owner's write permission is taken away; root
+// ignores that, so for root the folder is also marked immutable, which binds root too.
+class ReadOnlyFolder
+{
+public:
+    explicit ReadOnlyFolder(const QString& path) : m_path(path)
+    {
+        QDir().mkpath(path);
+        QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
+        if (::geteuid() == 0)
+            m_immutable = setImmutable(true);
+    }
+    ~ReadOnlyFolder()
+    {
+        if (m_immutable)
+            setImmutable(false);
+        QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    }
+    bool isReadOnly() const { return !QFileInfo(m_path).isWritable(); }
+
+private:
+    bool setImmutable(bool on)
+    {
+        const int fd = ::open(QFile::encodeName(m_path).constData(), O_RDONLY | O_DIRECTORY);
+        if (fd < 0)
+            return false;
+        int flags = 0;
+        bool ok = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
+        flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+        ok = ok && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
+        ::close(fd);
+        return ok;
+    }
+
+    QString m_path;
+    bool m_immutable = false;
+};
+
+} // namespace
 
 class tst_GroupStore : public QObject
 {
@@ -128,15 +173,13 @@ void tst_GroupStore::createRefusesExistingAndUnwritable()
         path = folder.filePath(QStringLiteral("missing/G.gdb"));
     } else if (kind == QLatin1String("fileasfolder")) {
         path = folder.writeFile(QStringLiteral("plain"), "x") + QStringLiteral("/G.gdb");
-    } else {
-        const QString sub = folder.filePath(QStringLiteral("ro"));
-        QVERIFY(QDir().mkdir(sub));
-        QVERIFY(QFile::setPermissions(sub, QFile::ReadOwner | QFile::ExeOwner));
-        if (QFileInfo(sub).isWritable() || ::geteuid() == 0) {
-            QFile::setPermissions(sub, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-            QSKIP("Running with rights that ignore folder permissions");
-        }
-        path = sub + QStringLiteral("/G.gdb");
+    }
+    std::unique_ptr<ReadOnlyFolder> readOnly;
+    if (kind == QLatin1String("readonly")) {
+        readOnly = std::make_unique<ReadOnlyFolder>(folder.filePath(QStringLiteral("ro")));
+        if (!readOnly->isReadOnly())
+            QSKIP("cannot make a folder read-only here");
+        path = folder.filePath(QStringLiteral("ro/G.gdb"));
     }
     try {
         GroupStore::createFile(path, GroupStore::groupFields());
