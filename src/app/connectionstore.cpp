@@ -3,6 +3,8 @@
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
+#include "util/nativepath.h"
+#include "util/profilefile.h"
 #include "util/windows1252.h"
 
 namespace {
@@ -90,6 +92,35 @@ void clearSlot(int n)
     }
 }
 
+// Finds the slot and changes it; the writes go to the caller's batch.
+void maintainSlots(const QString& name, const QString& conString, ConnectionAction action,
+                   const QString& oldName, const QString& oldConString)
+{
+    // Names are matched as stored, case and blanks included; the lower slot wins when
+    // two hold the same entry.
+    for (int n = 1; n <= kSlots; ++n) {
+        const QString storedName = readDsn(numbered("DSNName", n));
+        if (storedName.isEmpty()) {
+            if (action == ConnectionAction::Add) {
+                writeSlot(n, name, conString);
+                return;
+            }
+            continue;
+        }
+        if (action == ConnectionAction::Delete && storedName == name) {
+            if (UnscrambleConString(readDsn(numbered("DSNString", n))) == conString) {
+                clearSlot(n);
+                return;
+            }
+        } else if (action == ConnectionAction::Modify && storedName == oldName) {
+            if (UnscrambleConString(readDsn(numbered("DSNString", n))) == oldConString) {
+                writeSlot(n, name, conString);
+                return;
+            }
+        }
+    }
+}
+
 } // namespace
 
 bool MaintainDSN(const QString& name, const QString& conString, ConnectionAction action,
@@ -100,30 +131,10 @@ bool MaintainDSN(const QString& name, const QString& conString, ConnectionAction
             errorMessage = QStringLiteral("There is no database connection selected.");
             return false;
         }
-
-        // Names are matched as stored, case and blanks included; the lower slot wins when
-        // two hold the same entry.
-        for (int n = 1; n <= kSlots; ++n) {
-            const QString storedName = readDsn(numbered("DSNName", n));
-            if (storedName.isEmpty()) {
-                if (action == ConnectionAction::Add) {
-                    writeSlot(n, name, conString);
-                    return true;
-                }
-                continue;
-            }
-            if (action == ConnectionAction::Delete && storedName == name) {
-                if (UnscrambleConString(readDsn(numbered("DSNString", n))) == conString) {
-                    clearSlot(n);
-                    return true;
-                }
-            } else if (action == ConnectionAction::Modify && storedName == oldName) {
-                if (UnscrambleConString(readDsn(numbered("DSNString", n))) == oldConString) {
-                    writeSlot(n, name, conString);
-                    return true;
-                }
-            }
-        }
+        // One replace of the file for all the keys a delete clears.
+        ProfileFile::WriteBatch batch(NativePath(IniFilePath()));
+        maintainSlots(name, conString, action, oldName, oldConString);
+        batch.commit();
         // A full store, or nothing to modify or delete: nothing changes and the caller
         // refreshes its list as after any success.
         return true;

@@ -5,6 +5,8 @@
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
+#include "util/nativepath.h"
+#include "util/profilefile.h"
 #include "util/windows1252.h"
 
 namespace {
@@ -102,6 +104,8 @@ bool SaveImportSettings(ImportChoices& choices, long& errorNumber, QString& mess
         }
 
         requireStorable(choices);
+        // One replace of the file for the whole save.
+        ProfileFile::WriteBatch batch(NativePath(IniFilePath()));
 
         const QString settings = numbered("DSN", n);
         write(settings, QStringLiteral("FilterMethod"), QString::number(choices.FilterMethod));
@@ -145,6 +149,7 @@ bool SaveImportSettings(ImportChoices& choices, long& errorNumber, QString& mess
                     blankIfSet(rules, numbered(key, j));
             }
         }
+        batch.commit();
         return true;
     } catch (const AppError& e) {
         errorNumber = e.number();
