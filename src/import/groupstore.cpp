@@ -546,6 +546,10 @@ void GroupStore::createFile(const QString& path, const QList<FieldDef>& fields)
         fail(QStringLiteral("File already exists"), 58);
     if (!info.dir().exists())
         fail(QStringLiteral("Path not found"), AppError::PathNotFound);
+    // A journal left by a killed run of a Group since deleted would otherwise be "rolled
+    // back" into the new file.
+    for (const char* suffix : {"-journal", "-wal", "-shm"})
+        QFile::remove(path + QLatin1String(suffix));
 
     sqlite3* db = nullptr;
     const int rc = sqlite3_open_v2(QFile::encodeName(path).constData(), &db,

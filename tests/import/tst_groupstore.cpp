@@ -64,6 +64,7 @@ private slots:
     void checkFile();
     void createRefusesExistingAndUnwritable_data();
     void createRefusesExistingAndUnwritable();
+    void staleJournalIsNotAppliedToANewGroup();
     void addedRecordsReachTheFile();
     void overLongValuesAreCut_data();
     void overLongValuesAreCut();
@@ -191,6 +192,26 @@ void tst_GroupStore::createRefusesExistingAndUnwritable()
         QCOMPARE(folder.readFile(QStringLiteral("G.gdb")), QByteArray("precious"));
     else
         QVERIFY(!QFileInfo::exists(path));
+}
+
+void tst_GroupStore::staleJournalIsNotAppliedToANewGroup()
+{
+    // A Group killed mid-import, then deleted without its journal.
+    TempFolder folder;
+    const QString path = newGroup(folder);
+    QCOMPARE(BuildSqliteDatabase(
+                 path, {QStringLiteral("PRAGMA journal_mode=PERSIST"), QStringLiteral("BEGIN"),
+                        QStringLiteral("INSERT INTO Recipients (EmailAddress) VALUES ('x@y.zz')"),
+                        QStringLiteral("COMMIT")}),
+             QString());
+    QFile::copy(path, path + QStringLiteral("-journal"));
+    QVERIFY(QFile::remove(path));
+    GroupStore::createFile(path, GroupStore::groupFields());
+    QVERIFY(!QFileInfo::exists(path + QStringLiteral("-journal")));
+    QVERIFY(GroupStore::checkFile(path));
+    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
+             QStringList{"0"});
+    QCOMPARE(SqliteColumn(path, QStringLiteral("PRAGMA integrity_check")), QStringList{"ok"});
 }
 
 void tst_GroupStore::addedRecordsReachTheFile()
