@@ -6,6 +6,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <sqlite3.h>
+
 #include "import/groupstore.h"
 #include "util/apperror.h"
 
@@ -196,22 +198,36 @@ void tst_GroupStore::createRefusesExistingAndUnwritable()
 
 void tst_GroupStore::staleJournalIsNotAppliedToANewGroup()
 {
-    // A Group killed mid-import, then deleted without its journal.
+    // A hot journal as a killed import leaves it: taken while a transaction that has
+    // already written changed pages to the file is still open.
     TempFolder folder;
-    const QString path = newGroup(folder);
-    QCOMPARE(BuildSqliteDatabase(
-                 path, {QStringLiteral("PRAGMA journal_mode=PERSIST"), QStringLiteral("BEGIN"),
-                        QStringLiteral("INSERT INTO Recipients (EmailAddress) VALUES ('x@y.zz')"),
-                        QStringLiteral("COMMIT")}),
-             QString());
-    QFile::copy(path, path + QStringLiteral("-journal"));
-    QVERIFY(QFile::remove(path));
-    GroupStore::createFile(path, GroupStore::groupFields());
-    QVERIFY(!QFileInfo::exists(path + QStringLiteral("-journal")));
-    QVERIFY(GroupStore::checkFile(path));
-    QCOMPARE(SqliteColumn(path, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
-             QStringList{"0"});
-    QCOMPARE(SqliteColumn(path, QStringLiteral("PRAGMA integrity_check")), QStringList{"ok"});
+    const QString old = newGroup(folder, QStringLiteral("Old"));
+    QStringList rows{QStringLiteral("BEGIN")};
+    for (int i = 0; i < 3000; ++i)
+        rows << QStringLiteral(
+                    "INSERT INTO Recipients (EmailAddress, City) VALUES ('p%1@x.org', 'Leeds')")
+                    .arg(i);
+    rows << QStringLiteral("COMMIT");
+    QCOMPARE(BuildSqliteDatabase(old, rows), QString());
+    const QString fresh = folder.filePath(QStringLiteral("Fresh.gdb"));
+    sqlite3* db = nullptr;
+    QCOMPARE(sqlite3_open(QFile::encodeName(old).constData(), &db), SQLITE_OK);
+    QCOMPARE(sqlite3_exec(db, "PRAGMA cache_size=5; BEGIN; UPDATE Recipients SET City = 'York';",
+                          nullptr, nullptr, nullptr),
+             SQLITE_OK);
+    const bool copied =
+        QFile::copy(old + QStringLiteral("-journal"), fresh + QStringLiteral("-journal"));
+    sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+    sqlite3_close(db);
+    QVERIFY(copied);
+
+    GroupStore::createFile(fresh, GroupStore::groupFields());
+    QVERIFY(!QFileInfo::exists(fresh + QStringLiteral("-journal")));
+    GroupStore store;
+    store.open(fresh);
+    QCOMPARE(store.recordCount(), 0);
+    store.close();
+    QCOMPARE(SqliteColumn(fresh, QStringLiteral("PRAGMA integrity_check")), QStringList{"ok"});
 }
 
 void tst_GroupStore::addedRecordsReachTheFile()
