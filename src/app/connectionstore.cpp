@@ -1,5 +1,7 @@
 #include "connectionstore.h"
 
+#include "inikeys.h"
+#include "util/blanks.h"
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
@@ -11,22 +13,6 @@ namespace {
 
 constexpr int kSlots = 50;
 const QString kDsnSection = QStringLiteral("DSN");
-
-QString trimBlanks(const QString& text)
-{
-    qsizetype first = 0;
-    qsizetype last = text.size();
-    while (first < last && text.at(first) == QLatin1Char(' '))
-        ++first;
-    while (last > first && text.at(last - 1) == QLatin1Char(' '))
-        --last;
-    return text.mid(first, last - first);
-}
-
-QString numbered(const char* key, int n)
-{
-    return QLatin1String(key) + QString::number(n);
-}
 
 QString readDsn(const QString& key)
 {
@@ -127,7 +113,7 @@ bool MaintainDSN(const QString& name, const QString& conString, ConnectionAction
                  QString& errorMessage, const QString& oldName, const QString& oldConString)
 {
     try {
-        if (trimBlanks(name).isEmpty() || trimBlanks(conString).isEmpty()) {
+        if (TrimBlanks(name).isEmpty() || TrimBlanks(conString).isEmpty()) {
             errorMessage = QStringLiteral("There is no database connection selected.");
             return false;
         }

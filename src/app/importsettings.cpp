@@ -2,6 +2,8 @@
 
 #include "import/importchoices.h"
 
+#include "inikeys.h"
+#include "util/blanks.h"
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
@@ -14,22 +16,6 @@ namespace {
 constexpr int kEntries = 50;
 const QString kLineBreak = QStringLiteral("\r\n");
 const QString kNotSign = QString(QChar(0x00AC)); // "¬", one byte in the settings file
-
-QString trimBlanks(const QString& text)
-{
-    qsizetype first = 0;
-    qsizetype last = text.size();
-    while (first < last && text.at(first) == QLatin1Char(' '))
-        ++first;
-    while (last > first && text.at(last - 1) == QLatin1Char(' '))
-        --last;
-    return text.mid(first, last - first);
-}
-
-QString numbered(const char* key, int n)
-{
-    return QLatin1String(key) + QString::number(n);
-}
 
 QString read(const QString& section, const QString& key)
 {
@@ -45,9 +31,9 @@ void write(const QString& section, const QString& key, const QString& value)
 // 0 when no slot holds it.
 int findSlot(const QString& connectionName)
 {
-    const QString wanted = trimBlanks(connectionName).toUpper();
+    const QString wanted = TrimBlanks(connectionName).toUpper();
     for (int n = 1; n <= kEntries; ++n) {
-        if (trimBlanks(read(QStringLiteral("DSN"), numbered("DSNName", n))).toUpper() == wanted)
+        if (TrimBlanks(read(QStringLiteral("DSN"), numbered("DSNName", n))).toUpper() == wanted)
             return n;
     }
     return 0;
@@ -87,7 +73,7 @@ void requireStorable(const ImportChoices& choices)
 // save ended; keys already blank are not written again.
 void blankIfSet(const QString& section, const QString& key)
 {
-    if (!trimBlanks(read(section, key)).isEmpty())
+    if (!TrimBlanks(read(section, key)).isEmpty())
         write(section, key, QString());
 }
 
@@ -169,14 +155,14 @@ bool LoadImportSettings(ImportChoices& choices, QString& message)
 
         const QString settings = numbered("DSN", n);
         choices.FilterMethod =
-            trimBlanks(read(settings, QStringLiteral("FilterMethod"))) == QLatin1String("1") ? 1
+            TrimBlanks(read(settings, QStringLiteral("FilterMethod"))) == QLatin1String("1") ? 1
                                                                                              : 0;
-        choices.SelectedTable = trimBlanks(read(settings, QStringLiteral("SelectedTable")));
-        choices.AdvancedSQLString = trimBlanks(read(settings, QStringLiteral("AdvancedSQLString")))
+        choices.SelectedTable = TrimBlanks(read(settings, QStringLiteral("SelectedTable")));
+        choices.AdvancedSQLString = TrimBlanks(read(settings, QStringLiteral("AdvancedSQLString")))
                                         .replace(kNotSign, kLineBreak);
-        choices.VTGroup = trimBlanks(read(settings, QStringLiteral("VTGroup")));
+        choices.VTGroup = TrimBlanks(read(settings, QStringLiteral("VTGroup")));
         choices.ReplaceExisting =
-            trimBlanks(read(settings, QStringLiteral("ReplaceExisting"))).toUpper() ==
+            TrimBlanks(read(settings, QStringLiteral("ReplaceExisting"))).toUpper() ==
             QLatin1String("TRUE");
 
         // Entries without a database field are not restored: the mapping step shows those
@@ -185,9 +171,9 @@ bool LoadImportSettings(ImportChoices& choices, QString& message)
         for (int j = 1; j <= kEntries; ++j) {
             const QString vtField = read(fieldMap, numbered("VTField", j));
             const QString dbField = read(fieldMap, numbered("DBField", j));
-            if (trimBlanks(vtField).isEmpty() && trimBlanks(dbField).isEmpty())
+            if (TrimBlanks(vtField).isEmpty() && TrimBlanks(dbField).isEmpty())
                 break;
-            if (!trimBlanks(dbField).isEmpty())
+            if (!TrimBlanks(dbField).isEmpty())
                 choices.FieldMappings.Add(vtField, dbField);
         }
 
@@ -199,7 +185,7 @@ bool LoadImportSettings(ImportChoices& choices, QString& message)
             const QString opSQL = read(rules, numbered("OpSQL", j));
             const QString value =
                 read(rules, numbered("Value", j)).replace(kNotSign, QStringLiteral("'"));
-            if (trimBlanks(fieldName).isEmpty())
+            if (TrimBlanks(fieldName).isEmpty())
                 break;
             choices.Rules.Add(fieldName, opDisplay, opSQL, value, logicalOp);
         }

@@ -18,6 +18,7 @@
 #include "sourcerows.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
+#include "util/blanks.h"
 #include "util/apperror.h"
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
@@ -39,18 +40,6 @@ QStringList recipientFieldNames()
         .split(QLatin1Char(','));
 }
 
-// Leading and trailing blanks only; tabs and line breaks belong to the value.
-QString trimBlanks(const QString& text)
-{
-    qsizetype begin = 0;
-    qsizetype end = text.size();
-    while (begin < end && text.at(begin) == QLatin1Char(' '))
-        ++begin;
-    while (end > begin && text.at(end - 1) == QLatin1Char(' '))
-        --end;
-    return (begin == 0 && end == text.size()) ? text : text.mid(begin, end - begin);
-}
-
 QString timeStamp()
 {
     return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("ddd hh:mm:ss"));
@@ -61,7 +50,7 @@ QString timeStamp()
 bool IsEmailValid(const QString& email, QString& reason)
 {
     try {
-        const QString trimmed = trimBlanks(email);
+        const QString trimmed = TrimBlanks(email);
         if (trimmed.isEmpty()) {
             reason = QStringLiteral("Blank");
             return false;
@@ -575,7 +564,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         MessageBoxes& boxes = MessageBoxes::instance();
 
         while (hasRecord) {
-            const QString email = trimBlanks((sourceValue(emailField, emailSource)));
+            const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
             QString reason;
             if (!IsEmailValid(email, reason)) {
                 ++totals.illegal;

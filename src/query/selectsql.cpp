@@ -1,4 +1,5 @@
 #include "selectsql.h"
+#include "util/blanks.h"
 
 #include "crules.h"
 
@@ -7,18 +8,6 @@ namespace {
 bool hasBlank(const QString& text)
 {
     return text.contains(QLatin1Char(' '));
-}
-
-// Only blanks are trimmed; a tab or line break around a name is part of the name.
-QString trimBlanks(const QString& text)
-{
-    qsizetype first = 0;
-    qsizetype last = text.size();
-    while (first < last && text.at(first) == QLatin1Char(' '))
-        ++first;
-    while (last > first && text.at(last - 1) == QLatin1Char(' '))
-        --last;
-    return text.mid(first, last - first);
 }
 
 // The joiner before the first condition is the only thing the builders disagree on.
@@ -48,7 +37,7 @@ QString RuleCondition(const QString& fieldName, const QString& opSQL, const QStr
     // The test looks at the trimmed name, yet the name goes in as the source listed it,
     // outer blanks and all.
     QString field;
-    if (hasBlank(trimBlanks(fieldName)))
+    if (hasBlank(TrimBlanks(fieldName)))
         field = QLatin1Char('[') + fieldName + QStringLiteral("] ");
     else
         field = fieldName + QLatin1Char(' ');
@@ -57,7 +46,7 @@ QString RuleCondition(const QString& fieldName, const QString& opSQL, const QStr
 
 QString SelectFromTable(const QString& tableName)
 {
-    const QString name = trimBlanks(tableName);
+    const QString name = TrimBlanks(tableName);
     if (hasBlank(name))
         return QStringLiteral("select * from [") + name + QLatin1Char(']');
     return QStringLiteral("select * from ") + name;
