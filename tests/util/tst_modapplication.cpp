@@ -25,7 +25,6 @@ private slots:
     void listFilesInTheCurrentFolder();
     void listFilesFindsNothing_data();
     void listFilesFindsNothing();
-    void listFilesSplitsNamesAtTheSeparator();
     void fileExists_data();
     void fileExists();
     void shortNamesDoNotExist();
@@ -42,23 +41,16 @@ void TestModApplication::windows1252Codes_data()
     QTest::addColumn<int>("code"); // -1: none
 
     QTest::newRow("NUL") << 0x0000 << 0x00;
-    QTest::newRow("A") << 0x0041 << 0x41;
     QTest::newRow("DEL") << 0x007F << 0x7F;
     QTest::newRow("euro") << 0x20AC << 0x80;
     QTest::newRow("undefined 0x81") << 0x0081 << 0x81;
-    QTest::newRow("undefined 0x8D") << 0x008D << 0x8D;
-    QTest::newRow("undefined 0x8F") << 0x008F << 0x8F;
-    QTest::newRow("undefined 0x90") << 0x0090 << 0x90;
     QTest::newRow("undefined 0x9D") << 0x009D << 0x9D;
     QTest::newRow("S caron") << 0x0160 << 0x8A;
-    QTest::newRow("right single quote") << 0x2019 << 0x92;
-    QTest::newRow("trade mark") << 0x2122 << 0x99;
     QTest::newRow("Y diaeresis") << 0x0178 << 0x9F;
     QTest::newRow("no-break space") << 0x00A0 << 0xA0;
     QTest::newRow("y diaeresis") << 0x00FF << 0xFF;
-    QTest::newRow("C1 0x80 has no code") << 0x0080 << -1;
-    QTest::newRow("C1 0x9F has no code") << 0x009F << -1;
-    QTest::newRow("L stroke") << 0x0141 << -1;
+    QTest::newRow("C1 0x80") << 0x0080 << -1;
+    QTest::newRow("C1 0x9F") << 0x009F << -1;
     QTest::newRow("Greek Omega") << 0x03A9 << -1;
 }
 
@@ -76,18 +68,14 @@ void TestModApplication::scramble_data()
     QTest::addColumn<QString>("plain");
     QTest::addColumn<QString>("stored"); // empty: refused
 
-    QTest::newRow("letters and separators") << "Provider=SQLite;Data Source=/x.db"
-                                            << "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec";
-    QTest::newRow("empty") << ""
-                           << "";
-    QTest::newRow("euro moves into an undefined code")
-        << QString::fromUtf8("€") << QString(QChar(0x0081));
-    QTest::newRow("into the euro") << QString(QChar(0x007F)) << QString::fromUtf8("€");
-    QTest::newRow("across the C1 block") << QString::fromUtf8("Ÿ") << QString(QChar(0x00A0));
-    QTest::newRow("code 254") << QString::fromUtf8("þ") << QString::fromUtf8("ÿ");
-    QTest::newRow("code 255 empties the whole result") << QString::fromUtf8("abcÿdef") << QString();
-    QTest::newRow("a character without a code empties the result")
-        << QString::fromUtf8("abcΩ") << QString();
+    QTest::newRow("letters") << "Provider=SQLite;Data Source=/x.db" << "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec";
+    QTest::newRow("empty") << "" << "";
+    QTest::newRow("euro to undefined") << "€" << QString(QChar(0x0081));
+    QTest::newRow("into the euro") << QString(QChar(0x007F)) << "€";
+    QTest::newRow("across C1") << "Ÿ" << QString(QChar(0x00A0));
+    QTest::newRow("code 254") << "þ" << "ÿ";
+    QTest::newRow("code 255 empties all") << "abcÿdef" << QString();
+    QTest::newRow("no code empties all") << "abcΩ" << QString();
 }
 
 void TestModApplication::scramble()
@@ -143,9 +131,7 @@ void TestModApplication::listFiles()
     }
     QCOMPARE(expected.size(), 4);
 
-    // The host's form with and without the closing backslash, and the native form.
-    const QStringList folders = {folder.hostPath(), folder.hostPath().chopped(1), folder.path()};
-    for (const QString& f : folders) {
+    for (const QString& f : {folder.hostPath(), folder.hostPath().chopped(1), folder.path()}) {
         QStringList names{"stale"};
         QVERIFY2(ListFiles(f, "gdb", names), qPrintable(f));
         QCOMPARE(names, expected);
@@ -157,6 +143,7 @@ void TestModApplication::listFilesInTheCurrentFolder()
     TempFolder folder;
     folder.writeFile("here.vtp", "x");
     folder.writeFile(".also.vtp", "x");
+    folder.writeFile("left¬right.vtp", "x");
     const QString previous = QDir::currentPath();
     QVERIFY(QDir::setCurrent(folder.path()));
     QStringList names;
@@ -164,14 +151,15 @@ void TestModApplication::listFilesInTheCurrentFolder()
     QVERIFY(QDir::setCurrent(previous));
     QVERIFY(found);
     names.sort();
-    QCOMPARE(names, QStringList({".also.vtp", "here.vtp"}));
+    // The host's list separator splits a name in two.
+    QCOMPARE(names, QStringList({".also.vtp", "here.vtp", "left", "right.vtp"}));
 }
 
 void TestModApplication::listFilesFindsNothing_data()
 {
-    QTest::addColumn<QString>("sub"); // folder inside the temporary one
+    QTest::addColumn<QString>("sub");
     QTest::newRow("empty folder") << "empty";
-    QTest::newRow("only other extensions") << "other";
+    QTest::newRow("other extensions") << "other";
     QTest::newRow("missing folder") << "missing";
 }
 
@@ -187,22 +175,12 @@ void TestModApplication::listFilesFindsNothing()
     QCOMPARE(names, QStringList({"kept", "as is"}));
 }
 
-void TestModApplication::listFilesSplitsNamesAtTheSeparator()
-{
-    TempFolder folder;
-    folder.writeFile(QString::fromUtf8("left¬right.gdb"), "x");
-    QStringList names;
-    QVERIFY(ListFiles(folder.path(), "gdb", names));
-    QCOMPARE(names, QStringList({"left", "right.gdb"}));
-}
-
 void TestModApplication::fileExists_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<bool>("host");
     QTest::addColumn<bool>("exists");
 
-    QTest::newRow("file") << "a.txt" << false << true;
     QTest::newRow("file, host form") << "a.txt" << true << true;
     QTest::newRow("empty file") << "empty.txt" << false << true;
     QTest::newRow("missing") << "b.txt" << false << false;
@@ -240,7 +218,6 @@ void TestModApplication::findComboItem_data()
     QTest::newRow("other case") << "EMAIL" << 1L;
     QTest::newRow("first of equal entries") << "name" << 0L;
     QTest::newRow("beginning only") << "Em" << -1L;
-    QTest::newRow("longer") << "Emails" << -1L;
     QTest::newRow("blank entry") << "" << 3L;
     QTest::newRow("accented letters") << QString::fromUtf8("STRASSE É") << 4L;
 }
@@ -281,8 +258,7 @@ void TestModApplication::findComboItemReportsErrors()
     QCOMPARE(FindComboItem(list, "x"), -1L);
     QCOMPARE(boxes.shown().size(), 1);
     QCOMPARE(boxes.shown().at(0).icon, MessageBoxes::Icon::Critical);
-    QCOMPARE(boxes.shown().at(0).text,
-             QString("5 - Invalid procedure call or argument - FindComboItem"));
+    QCOMPARE(boxes.shown().at(0).text, "5 - Invalid procedure call or argument - FindComboItem");
 }
 
 void TestModApplication::loadedForms()
@@ -297,8 +273,6 @@ void TestModApplication::loadedForms()
     UnregisterLoadedForm("frmAddModGroup");
     QVERIFY(IsFormLoaded("frmAddModGroup"));
     UnregisterLoadedForm("frmAddModGroup");
-    QVERIFY(!IsFormLoaded("frmAddModGroup"));
-    UnregisterLoadedForm("frmAddModGroup"); // one too many does no harm
     QVERIFY(!IsFormLoaded("frmAddModGroup"));
 }
 
