@@ -4,26 +4,20 @@
 #include "util/apperror.h"
 #include "util/appglobals.h"
 
+#include "tempfolder.h"
+
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QTest>
 
 namespace {
 
 const QString kNot = QStringLiteral("\u00AC");
 
+// The test texts are all in Latin-1.
 QByteArray iniBytes(const QStringList& lines)
 {
-    QByteArray bytes;
-    for (const QString& line : lines) {
-        for (QChar c : line) {
-            Q_ASSERT(c.unicode() <= 0xFF);
-            bytes += char(c.unicode()); // the test texts are all in Latin-1
-        }
-        bytes += "\r\n";
-    }
-    return bytes;
+    return (lines.join("\r\n") + "\r\n").toLatin1();
 }
 
 // [DSN] with the given names in slots 1, 2, ...
@@ -42,6 +36,26 @@ QStringList dumpMappings(const CMappings& list)
     for (const CMapping& m : list)
         out << m.VTField + '=' + m.DBField;
     return out;
+}
+
+ImportChoices choicesFor(const QString& dsn)
+{
+    ImportChoices choices;
+    choices.DSNName = dsn;
+    return choices;
+}
+
+bool save(ImportChoices& choices)
+{
+    long number = 0;
+    QString message;
+    return SaveImportSettings(choices, number, message);
+}
+
+bool load(ImportChoices& choices)
+{
+    QString message;
+    return LoadImportSettings(choices, message);
 }
 
 QStringList dumpRules(const CRules& list)
@@ -65,8 +79,7 @@ private slots:
     void slotFoundByTrimmedNameInAnyCase();
     void saveWritesTheLayout();
     void saveThenLoadFullChoices();
-    void shorterSaveBlanksSurplus();
-    void onlyFiftyEntriesKept();
+    void fiftyEntriesKeptAndShorterSaveBlanksSurplus();
     void loadReadsHandEditedValues_data();
     void loadReadsHandEditedValues();
     void loadStopsAtEmptyEntries();
@@ -79,34 +92,19 @@ private slots:
     void handEditedFileSurvivesSave();
 
 private:
-    QByteArray fileBytes() const;
-    void writeFile(const QStringList& lines) const;
+    QByteArray fileBytes() const { return m_dir.readFile("dbimport.ini"); }
+    void writeFile(const QStringList& lines) const { m_dir.writeFile("dbimport.ini", iniBytes(lines)); }
 
-    QTemporaryDir m_dir;
+    TempFolder m_dir;
     QString m_ini;
 };
 
 void TestImportSettings::init()
 {
     QVERIFY(m_dir.isValid());
-    m_ini = m_dir.filePath(QStringLiteral("dbimport.ini"));
+    m_ini = m_dir.filePath("dbimport.ini");
     QFile::remove(m_ini);
     SetIniFilePath(m_ini);
-}
-
-QByteArray TestImportSettings::fileBytes() const
-{
-    QFile file(m_ini);
-    if (!file.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return file.readAll();
-}
-
-void TestImportSettings::writeFile(const QStringList& lines) const
-{
-    QFile file(m_ini);
-    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(iniBytes(lines));
 }
 
 void TestImportSettings::slotNotFound_data()
@@ -116,10 +114,8 @@ void TestImportSettings::slotNotFound_data()
 
     QTest::newRow("no file") << QStringList() << "Sales";
     QTest::newRow("other names") << dsnSection({"Members", "Sales team"}) << "Sales";
-    QStringList beyond = dsnSection(QStringList(50, "Filler"));
-    beyond << "DSNName51=Sales"
-           << "DSNString51=ETO>Tbmft";
-    QTest::newRow("slot 51 is never read") << beyond << "Sales";
+    QTest::newRow("slot 51 is never read")
+        << dsnSection(QStringList(50, "Filler")) + QStringList{"DSNName51=Sales"} << "Sales";
 }
 
 void TestImportSettings::slotNotFound()
@@ -130,8 +126,7 @@ void TestImportSettings::slotNotFound()
         writeFile(file);
     const QByteArray before = fileBytes();
 
-    ImportChoices choices;
-    choices.DSNName = name;
+    ImportChoices choices = choicesFor(name);
     choices.AdvancedSQLString = "select *\r\nfrom t";
     long number = -1;
     QString message;
@@ -149,26 +144,20 @@ void TestImportSettings::slotNotFound()
 void TestImportSettings::slotFoundByTrimmedNameInAnyCase()
 {
     writeFile(dsnSection({"Members", "", " Sales ", "sales"}));
-    ImportChoices choices;
-    choices.DSNName = "SALES  ";
+    ImportChoices choices = choicesFor("SALES  ");
     choices.VTGroup = "Friends";
-    long number = 0;
-    QString message;
-    QVERIFY(SaveImportSettings(choices, number, message));
+    QVERIFY(save(choices));
     QVERIFY(fileBytes().contains("[DSN3]\r\nFilterMethod=0\r\n"));
     QVERIFY(!fileBytes().contains("[DSN4]"));
-
-    ImportChoices loaded;
-    loaded.DSNName = "sAlEs";
-    QVERIFY(LoadImportSettings(loaded, message));
+    ImportChoices loaded = choicesFor("sAlEs");
+    QVERIFY(load(loaded));
     QCOMPARE(loaded.VTGroup, QString("Friends"));
 }
 
 void TestImportSettings::saveWritesTheLayout()
 {
     writeFile(dsnSection({"Members", "Sales"}));
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    ImportChoices choices = choicesFor("Sales");
     choices.FilterMethod = 1;
     choices.SelectedTable = "Customer List";
     choices.AdvancedSQLString = "select *\r\nfrom [Customer List]\r\n";
@@ -178,52 +167,25 @@ void TestImportSettings::saveWritesTheLayout()
     choices.FieldMappings.Add("City", "");
     choices.Rules.Add("Town", "Equals", "=", "'O'Neil's'", "And");
 
-    long number = 0;
-    QString message;
-    QVERIFY(SaveImportSettings(choices, number, message));
+    QVERIFY(save(choices));
     QCOMPARE(choices.AdvancedSQLString, "select *" + kNot + "from [Customer List]" + kNot);
-
-    QStringList expected = dsnSection({"Members", "Sales"});
-    expected << "[DSN2]"
-             << "FilterMethod=1"
-             << "SelectedTable=Customer List"
-             << "AdvancedSQLString=select *" + kNot + "from [Customer List]" + kNot
-             << "VTGroup=Friends"
-             << "ReplaceExisting=True"
-             << "[FieldMap2]"
-             << "VTField1=EMailAddress"
-             << "DBField1=Email"
-             << "VTField2=City"
-             << "DBField2="
-             << "[Rules2]"
-             << "FieldName1=Town"
-             << "OpDisplay1=Equals"
-             << "OpSQL1=="
-             << "Value1=" + kNot + "O" + kNot + "Neil" + kNot + "s" + kNot << "LogicalOp1=And";
-    // Sections are appended as they are first written; compare them as a whole, then the
-    // exact bytes of each section.
+    // Sections are appended in the order they are first written; the not sign is one byte.
     const QByteArray bytes = fileBytes();
-    const QByteArray dsn2 = iniBytes(expected.mid(5, 6));
-    const QByteArray fieldMap2 = iniBytes(expected.mid(11, 5));
-    const QByteArray rules2 = iniBytes(expected.mid(16));
-    QVERIFY(bytes.startsWith(iniBytes(dsnSection({"Members", "Sales"}))));
-    QVERIFY2(bytes.contains(dsn2), bytes.constData());
-    QVERIFY(bytes.contains(fieldMap2));
-    QVERIFY(bytes.endsWith(rules2));
-    QVERIFY(bytes.indexOf(dsn2) < bytes.indexOf(fieldMap2));
-    QVERIFY(bytes.contains("\xAC")); // the not sign is one byte
-    QVERIFY(!bytes.contains("'"));
-
+    QCOMPARE(bytes, iniBytes(dsnSection({"Members", "Sales"}) + QStringList{
+        "[DSN2]", "FilterMethod=1", "SelectedTable=Customer List",
+        "AdvancedSQLString=select *" + kNot + "from [Customer List]" + kNot, "VTGroup=Friends",
+        "ReplaceExisting=True", "[FieldMap2]", "VTField1=EMailAddress", "DBField1=Email",
+        "VTField2=City", "DBField2=", "[Rules2]", "FieldName1=Town", "OpDisplay1=Equals",
+        "OpSQL1==", "Value1=" + kNot + "O" + kNot + "Neil" + kNot + "s" + kNot, "LogicalOp1=And"}));
     // A second save of the same choices rewrites every key in place.
-    QVERIFY(SaveImportSettings(choices, number, message));
+    QVERIFY(save(choices));
     QCOMPARE(fileBytes(), bytes);
 }
 
 void TestImportSettings::saveThenLoadFullChoices()
 {
     writeFile(dsnSection({"Sales"}));
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    ImportChoices choices = choicesFor("Sales");
     choices.FilterMethod = 1;
     choices.SelectedTable = "Order Lines";
     choices.AdvancedSQLString = "select Email,\r\n  Name\r\nfrom People";
@@ -238,20 +200,15 @@ void TestImportSettings::saveThenLoadFullChoices()
     choices.Rules.Add("Note", "Equals", "=", "'50" + kNot + " off'", "And");
     choices.Rules.Add(" Age", "is Greater Than", ">", "30", "Or");
 
-    long number = 0;
-    QString message;
-    QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
-
-    ImportChoices loaded;
-    loaded.DSNName = "Sales";
-    QVERIFY2(LoadImportSettings(loaded, message), qPrintable(message));
+    QVERIFY(save(choices));
+    ImportChoices loaded = choicesFor("Sales");
+    QVERIFY(load(loaded));
     QCOMPARE(loaded.FilterMethod, 1L);
     QCOMPARE(loaded.SelectedTable, QString("Order Lines"));
     QCOMPARE(loaded.AdvancedSQLString, QString("select Email,\r\n  Name\r\nfrom People"));
     QCOMPARE(loaded.VTGroup, QString("Customers 2026"));
     QCOMPARE(loaded.ReplaceExisting, false);
-    // The unmapped entry is not restored; the others come back as written, key case
-    // included.
+    // The unmapped entry is not restored; the others come back as written, key case included.
     QCOMPARE(dumpMappings(loaded.FieldMappings),
              QStringList({"EMailAddress=Email", "FirstName=First Name", "city=Town"}));
     // A not sign that was part of a value comes back as an apostrophe, and the profile file
@@ -261,69 +218,49 @@ void TestImportSettings::saveThenLoadFullChoices()
                           "And|Note|Equals|=|'50' off'", "Or|Age|is Greater Than|>|30"}));
 }
 
-void TestImportSettings::shorterSaveBlanksSurplus()
+static ImportChoices filled(int count)
 {
-    writeFile(dsnSection({"Sales"}));
-    ImportChoices choices;
-    choices.DSNName = "Sales";
-    for (int j = 1; j <= 30; ++j) {
+    ImportChoices choices = choicesFor("Sales");
+    for (int j = 1; j <= count; ++j) {
         choices.FieldMappings.Add("Host" + QString::number(j), "Db" + QString::number(j));
         choices.Rules.Add("F" + QString::number(j), "Equals", "=", QString::number(j), "And");
     }
-    long number = 0;
-    QString message;
-    QVERIFY(SaveImportSettings(choices, number, message));
+    return choices;
+}
+
+void TestImportSettings::fiftyEntriesKeptAndShorterSaveBlanksSurplus()
+{
+    writeFile(dsnSection({"Sales"}));
+    ImportChoices choices = filled(60);
+    QVERIFY(save(choices));
+    QVERIFY(fileBytes().contains("DBField50=Db50\r\n"));
+    QVERIFY(fileBytes().contains("LogicalOp50=And\r\n"));
+    QVERIFY(!fileBytes().contains("51="));
+    ImportChoices loaded = choicesFor("Sales");
+    QVERIFY(load(loaded));
+    QCOMPARE(loaded.FieldMappings.Count(), 50);
+    QCOMPARE(loaded.Rules.Count(), 50);
 
     choices.FieldMappings.Clear();
     choices.Rules.Clear();
     for (int j = 1; j <= 21; ++j)
-        choices.FieldMappings.Add("Key" + QString::number(j),
-                                  j == 5 ? "" : "New" + QString::number(j));
+        choices.FieldMappings.Add("Key" + QString::number(j), j == 5 ? "" : "New" + QString::number(j));
     choices.Rules.Add("Only", "Equals", "=", "1", "Or");
-    QVERIFY(SaveImportSettings(choices, number, message));
-
+    QVERIFY(save(choices));
     const QByteArray bytes = fileBytes();
     QVERIFY(bytes.contains("VTField21=Key21\r\nDBField21=New21\r\nVTField22=\r\nDBField22=\r\n"));
-    QVERIFY(bytes.contains("VTField30=\r\nDBField30=\r\n"));
-    QVERIFY(!bytes.contains("VTField31"));
+    QVERIFY(bytes.contains("VTField50=\r\nDBField50=\r\n"));
     QVERIFY(bytes.contains("FieldName2=\r\nOpDisplay2=\r\nOpSQL2=\r\nValue2=\r\nLogicalOp2=\r\n"));
-    QVERIFY(!bytes.contains("Db"));
-
-    ImportChoices loaded;
-    loaded.DSNName = "Sales";
-    QVERIFY(LoadImportSettings(loaded, message));
+    QVERIFY(!bytes.contains("Db") && !bytes.contains("51="));
+    loaded = choicesFor("Sales");
+    QVERIFY(load(loaded));
     QCOMPARE(loaded.FieldMappings.Count(), 20);
     QCOMPARE(loaded.FieldMappings.Item(20)->VTField, QString("Key21"));
     QVERIFY(!loaded.FieldMappings.Item("Key5"));
     QCOMPARE(dumpRules(loaded.Rules), QStringList{"Or|Only|Equals|=|1"});
-
     // Saving the same short lists again writes nothing more: the blank keys stay alone.
-    QVERIFY(SaveImportSettings(choices, number, message));
+    QVERIFY(save(choices));
     QCOMPARE(fileBytes(), bytes);
-}
-
-void TestImportSettings::onlyFiftyEntriesKept()
-{
-    writeFile(dsnSection({"Sales"}));
-    ImportChoices choices;
-    choices.DSNName = "Sales";
-    for (int j = 1; j <= 60; ++j) {
-        choices.FieldMappings.Add("Host" + QString::number(j), "Db" + QString::number(j));
-        choices.Rules.Add("F" + QString::number(j), "Equals", "=", QString::number(j), "And");
-    }
-    long number = 0;
-    QString message;
-    QVERIFY(SaveImportSettings(choices, number, message));
-    const QByteArray bytes = fileBytes();
-    QVERIFY(bytes.contains("DBField50=Db50\r\n"));
-    QVERIFY(bytes.contains("LogicalOp50=And\r\n"));
-    QVERIFY(!bytes.contains("51="));
-
-    ImportChoices loaded;
-    loaded.DSNName = "Sales";
-    QVERIFY(LoadImportSettings(loaded, message));
-    QCOMPARE(loaded.FieldMappings.Count(), 50);
-    QCOMPARE(loaded.Rules.Count(), 50);
 }
 
 void TestImportSettings::loadReadsHandEditedValues_data()
@@ -333,22 +270,14 @@ void TestImportSettings::loadReadsHandEditedValues_data()
     QTest::addColumn<long>("method");
     QTest::addColumn<bool>("replace");
 
-    QTest::newRow("1 and True") << "1"
-                                << "True" << 1L << true;
-    QTest::newRow("blanks around") << "  1 "
-                                   << " tRuE  " << 1L << true;
-    QTest::newRow("upper case") << "0"
-                                << "TRUE" << 0L << true;
-    QTest::newRow("other numbers") << "2"
-                                   << "yes" << 0L << false;
-    QTest::newRow("leading zero") << "01"
-                                  << "1" << 0L << false;
-    QTest::newRow("False") << "-1"
-                           << "False" << 0L << false;
-    QTest::newRow("empty") << ""
-                           << "" << 0L << false;
-    QTest::newRow("garbage") << "one"
-                             << "True!" << 0L << false;
+    QTest::newRow("1 and True") << "1" << "True" << 1L << true;
+    QTest::newRow("blanks around") << "  1 " << " tRuE  " << 1L << true;
+    QTest::newRow("upper case") << "0" << "TRUE" << 0L << true;
+    QTest::newRow("other numbers") << "2" << "yes" << 0L << false;
+    QTest::newRow("leading zero") << "01" << "1" << 0L << false;
+    QTest::newRow("False") << "-1" << "False" << 0L << false;
+    QTest::newRow("empty") << "" << "" << 0L << false;
+    QTest::newRow("garbage") << "one" << "True!" << 0L << false;
 }
 
 void TestImportSettings::loadReadsHandEditedValues()
@@ -358,20 +287,13 @@ void TestImportSettings::loadReadsHandEditedValues()
     QFETCH(long, method);
     QFETCH(bool, replace);
 
-    QStringList lines = dsnSection({"Sales"});
-    lines << "[dsn1]"
-          << "filtermethod=" + filterMethod << "SELECTEDTABLE=  People "
-          << "AdvancedSQLString=  select 1" + kNot + "from x "
-          << "VTGroup= Friends "
-          << "ReplaceExisting=" + replaceExisting;
-    writeFile(lines);
-
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    writeFile(dsnSection({"Sales"}) + QStringList{"[dsn1]", "filtermethod=" + filterMethod,
+        "SELECTEDTABLE=  People ", "AdvancedSQLString=  select 1" + kNot + "from x ",
+        "VTGroup= Friends ", "ReplaceExisting=" + replaceExisting});
+    ImportChoices choices = choicesFor("Sales");
     choices.FilterMethod = 1;
     choices.ReplaceExisting = !replace;
-    QString message;
-    QVERIFY(LoadImportSettings(choices, message));
+    QVERIFY(load(choices));
     QCOMPARE(choices.FilterMethod, method);
     QCOMPARE(choices.ReplaceExisting, replace);
     QCOMPARE(choices.SelectedTable, QString("People"));
@@ -381,36 +303,14 @@ void TestImportSettings::loadReadsHandEditedValues()
 
 void TestImportSettings::loadStopsAtEmptyEntries()
 {
-    QStringList lines = dsnSection({"Sales"});
-    lines << "[FieldMap1]"
-          << "VTField1=EMailAddress"
-          << "DBField1=Mail"
-          << "VTField2=Title"
-          << "DBField2=   "
-          << "VTField3="
-          << "DBField3=Orphan"
-          << "VTField4="
-          << "DBField4="
-          << "VTField5=City"
-          << "DBField5=Town"
-          << "[Rules1]"
-          << "FieldName1=Town"
-          << "OpDisplay1=Equals"
-          << "OpSQL1=="
-          << "Value1=1"
-          << "LogicalOp1=Or"
-          << "FieldName2=  "
-          << "Value2=skipped"
-          << "FieldName3=Age"
-          << "OpSQL3=>"
-          << "Value3=3";
-    writeFile(lines);
-
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    writeFile(dsnSection({"Sales"}) + QStringList{"[FieldMap1]", "VTField1=EMailAddress",
+        "DBField1=Mail", "VTField2=Title", "DBField2=   ", "VTField3=", "DBField3=Orphan",
+        "VTField4=", "DBField4=", "VTField5=City", "DBField5=Town", "[Rules1]", "FieldName1=Town",
+        "OpDisplay1=Equals", "OpSQL1==", "Value1=1", "LogicalOp1=Or", "FieldName2=  ",
+        "Value2=skipped", "FieldName3=Age", "OpSQL3=>", "Value3=3"});
+    ImportChoices choices = choicesFor("Sales");
     choices.FieldMappings.Add("Fax", "Kept");
-    QString message;
-    QVERIFY(LoadImportSettings(choices, message));
+    QVERIFY(load(choices));
     // Loading adds to what the record holds.
     QCOMPARE(dumpMappings(choices.FieldMappings),
              QStringList({"Fax=Kept", "EMailAddress=Mail", "=Orphan"}));
@@ -420,36 +320,20 @@ void TestImportSettings::loadStopsAtEmptyEntries()
 void TestImportSettings::loadCutsLongValues()
 {
     const QString longSql = "select " + QString(600, QLatin1Char('x'));
-    QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]"
-          << "AdvancedSQLString=" + longSql << "SelectedTable=" + QString(520, 'T');
-    writeFile(lines);
-    ImportChoices choices;
-    choices.DSNName = "Sales";
-    QString message;
-    QVERIFY(LoadImportSettings(choices, message));
+    writeFile(dsnSection({"Sales"}) + QStringList{"[DSN1]", "AdvancedSQLString=" + longSql,
+                                                  "SelectedTable=" + QString(520, 'T')});
+    ImportChoices choices = choicesFor("Sales");
+    QVERIFY(load(choices));
     QCOMPARE(choices.AdvancedSQLString, longSql.left(511));
     QCOMPARE(choices.SelectedTable, QString(511, 'T'));
 }
 
 void TestImportSettings::duplicateMappingKeyEndsLoad()
 {
-    QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]"
-          << "VTGroup=Friends"
-          << "[FieldMap1]"
-          << "VTField1=City"
-          << "DBField1=Town"
-          << "VTField2=CITY"
-          << "DBField2=Place"
-          << "VTField3=Zip"
-          << "DBField3=Post"
-          << "[Rules1]"
-          << "FieldName1=Town"
-          << "Value1=1";
-    writeFile(lines);
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    writeFile(dsnSection({"Sales"}) + QStringList{"[DSN1]", "VTGroup=Friends", "[FieldMap1]",
+        "VTField1=City", "DBField1=Town", "VTField2=CITY", "DBField2=Place", "VTField3=Zip",
+        "DBField3=Post", "[Rules1]", "FieldName1=Town", "Value1=1"});
+    ImportChoices choices = choicesFor("Sales");
     QString message;
     QVERIFY(!LoadImportSettings(choices, message));
     QVERIFY2(message.startsWith(QString::number(AppError::DuplicateKey) + " - "),
@@ -464,7 +348,6 @@ void TestImportSettings::saveFailureReportsTheError()
     // The settings file turns out to be a folder: the first read finds nothing to match.
     QVERIFY(QDir(m_dir.path()).mkpath("dbimport.ini"));
     ImportChoices choices;
-    choices.DSNName = "";
     long number = -1;
     QString message;
     // An empty name matches the first empty slot, and the write then fails.
@@ -482,11 +365,9 @@ void TestImportSettings::unstorableTextIsRefused_data()
     QTest::addColumn<QString>("dbField");
     QTest::addColumn<QString>("value");
 
-    QTest::newRow("table") << QStringLiteral("\u8868") << "Email"
-                           << "1";
+    QTest::newRow("table") << QStringLiteral("\u8868") << "Email" << "1";
     QTest::newRow("mapped field") << "People" << QStringLiteral("E\u2010mail") << "1";
-    QTest::newRow("rule value") << "People"
-                                << "Email" << QStringLiteral("'\U0001F600'");
+    QTest::newRow("rule value") << "People" << "Email" << QStringLiteral("'\U0001F600'");
 }
 
 void TestImportSettings::unstorableTextIsRefused()
@@ -495,15 +376,9 @@ void TestImportSettings::unstorableTextIsRefused()
     QFETCH(QString, dbField);
     QFETCH(QString, value);
 
-    QStringList lines = dsnSection({"Sales"});
-    lines << "[DSN1]"
-          << "FilterMethod=0"
-          << "VTGroup=Old";
-    writeFile(lines);
+    writeFile(dsnSection({"Sales"}) + QStringList{"[DSN1]", "FilterMethod=0", "VTGroup=Old"});
     const QByteArray before = fileBytes();
-
-    ImportChoices choices;
-    choices.DSNName = "Sales";
+    ImportChoices choices = choicesFor("Sales");
     choices.FilterMethod = 1;
     choices.VTGroup = QStringLiteral("Caf\u00E9 \u20AC"); // both have a Windows-1252 code
     choices.SelectedTable = table;
@@ -530,52 +405,25 @@ void TestImportSettings::handEditedFileSurvivesSave_data()
 void TestImportSettings::handEditedFileSurvivesSave()
 {
     QFETCH(QByteArray, lineEnd);
-    // What a text editor can leave behind: comments, stray lines, odd key case, a
-    // repeated section, bytes Windows-1252 leaves undefined, a NUL, and a value far longer
-    // than a read returns.
+    // What a text editor can leave behind, bytes Windows-1252 leaves undefined and a NUL too.
     const QByteArray longValue(2000, 'L');
-    const QList<QByteArray> foreign = {
-        "; kept comment",
-        "[Other]",
-        QByteArray("Key=\x81\x8D") + QByteArray(1, '\0') + "raw",
-        "Long=" + longValue,
-        "not a key line",
-        "[Empty]",
-    };
-    QList<QByteArray> lines = foreign;
-    lines << "[dsn]"
-          << "dsnNAME1=Members"
-          << "DSNSTRING1=ETO>2"
-          << "junk ] [ line"
-          << "DsnName2=Sales"
-          << "[DSN2]"
-          << "vtgroup=Old"
-          << "[DSN2]"
-          << "VTGroup=Second copy"
-          << "[fieldmap2]"
-          << "vtfield1=EMailAddress"
-          << "dbfield1=Mail"
-          << "[Rules3]"
-          << "FieldName1=Untouched";
-    {
-        QFile file(m_ini);
-        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        file.write(lines.join(lineEnd) + lineEnd);
-    }
+    const QList<QByteArray> foreign = {"; kept comment", "[Other]",
+        QByteArray("Key=\x81\x8D") + QByteArray(1, '\0') + "raw", "Long=" + longValue,
+        "not a key line", "[Empty]"};
+    const QList<QByteArray> lines = foreign + QList<QByteArray>{"[dsn]", "dsnNAME1=Members",
+        "DSNSTRING1=ETO>2", "junk ] [ line", "DsnName2=Sales", "[DSN2]", "vtgroup=Old", "[DSN2]",
+        "VTGroup=Second copy", "[fieldmap2]", "vtfield1=EMailAddress", "dbfield1=Mail",
+        "[Rules3]", "FieldName1=Untouched"};
+    m_dir.writeFile("dbimport.ini", lines.join(lineEnd) + lineEnd);
 
-    ImportChoices choices;
-    choices.DSNName = "sales";
+    ImportChoices choices = choicesFor("sales");
     choices.VTGroup = "New group";
     choices.FieldMappings.Add("EMailAddress", "Email");
     choices.FieldMappings.Add("City", "Town");
     choices.Rules.Add("Town", "Equals", "=", "'Leeds'", "And");
-    long number = 0;
-    QString message;
-    QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
-
-    ImportChoices loaded;
-    loaded.DSNName = "SALES";
-    QVERIFY2(LoadImportSettings(loaded, message), qPrintable(message));
+    QVERIFY(save(choices));
+    ImportChoices loaded = choicesFor("SALES");
+    QVERIFY(load(loaded));
     QCOMPARE(loaded.VTGroup, QString("New group"));
     QCOMPARE(dumpMappings(loaded.FieldMappings), QStringList({"EMailAddress=Email", "City=Town"}));
     QCOMPARE(dumpRules(loaded.Rules), QStringList{"And|Town|Equals|=|'Leeds'"});
