@@ -59,10 +59,8 @@ private slots:
 
     void tables_data();
     void tables();
-    void tableFields_data();
-    void tableFields();
-    void statementFields_data();
-    void statementFields();
+    void fields_data();
+    void fields();
     void validateSQL_data();
     void validateSQL();
     void writingStatementsLeaveEveryRow_data();
@@ -79,7 +77,7 @@ private slots:
 private:
     void addSourceColumn();
     // Prepares the source named by the "source" column, or skips the row.
-    bool prepare(Source& s, const QStringList& extraSqlite = {}, const QStringList& extraPg = {});
+    bool prepare(Source& s, const QStringList& extraPg = {});
 
     std::unique_ptr<OdbcEnvironment> m_odbc;
     RecordingPointer m_pointer;
@@ -108,29 +106,15 @@ void TestModADO::adoTypeName_data()
 {
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("name");
-
-    for (int code : {131, 4, 16, 17, 20, 21, 2, 18, 14, 3, 19, 5})
-        QTest::addRow("%d", code) << code << "Number";
-    for (int code : {128, 205, 204})
-        QTest::addRow("%d", code) << code << "Binary";
-    QTest::newRow("11") << 11 << "Boolean";
-    for (int code : {129, 200, 8, 201, 203, 202, 130})
-        QTest::addRow("%d", code) << code << "Text";
-    QTest::newRow("6") << 6 << "Currency";
-    QTest::newRow("7") << 7 << "Date";
-    QTest::newRow("133") << 133 << "Date";
-    QTest::newRow("134") << 134 << "Time";
-    QTest::newRow("135") << 135 << "Time";
-    QTest::newRow("132") << 132 << "User Defined";
-    QTest::newRow("9") << 9 << "DBTYPE_IDISPATCH";
-    QTest::newRow("72") << 72 << "DBTYPE_GUID";
-    QTest::newRow("10") << 10 << "DBTYPE_ERROR";
-    QTest::newRow("0") << 0 << "DBTYPE_EMPTY";
-    QTest::newRow("12 variant") << 12 << "Unknown - 12";
-    QTest::newRow("13 unknown") << 13 << "Unknown - 13";
-    QTest::newRow("136 chapter") << 136 << "Unknown - 136";
-    QTest::newRow("negative") << -7 << "Unknown - -7";
-    QTest::newRow("largest") << 32767 << "Unknown - 32767";
+    // One or two codes of each name, and the ends of the unknown range.
+    const QList<QPair<int, QString>> rows = {
+        {131, "Number"}, {3, "Number"}, {17, "Number"}, {205, "Binary"}, {128, "Binary"},
+        {11, "Boolean"}, {200, "Text"}, {130, "Text"}, {6, "Currency"}, {7, "Date"},
+        {133, "Date"}, {135, "Time"}, {132, "User Defined"}, {9, "DBTYPE_IDISPATCH"},
+        {72, "DBTYPE_GUID"}, {10, "DBTYPE_ERROR"}, {0, "DBTYPE_EMPTY"}, {12, "Unknown - 12"},
+        {136, "Unknown - 136"}, {-7, "Unknown - -7"}, {32767, "Unknown - 32767"}};
+    for (const auto& [code, name] : rows)
+        QTest::addRow("%d", code) << code << name;
 }
 
 void TestModADO::adoTypeName()
@@ -144,41 +128,15 @@ void TestModADO::sqliteDeclaredTypes_data()
 {
     QTest::addColumn<QString>("declared");
     QTest::addColumn<QString>("name");
-
     const QList<QPair<QString, QString>> rows = {
-        {"INTEGER", "Number"},
-        {"int", "Number"},
-        {"BIGINT", "Number"},
-        {"UNSIGNED BIG INT", "Number"},
-        {"SMALLINT", "Number"},
-        {"TINYINT", "Number"},
-        {"NUMERIC(10,2)", "Number"},
-        {"DECIMAL(5)", "Number"},
-        {"REAL", "Number"},
-        {"DOUBLE PRECISION", "Number"},
-        {"FLOAT", "Number"},
-        {"VARCHAR(50)", "Text"},
-        {"NVARCHAR(20)", "Text"},
-        {"CHARACTER(20)", "Text"},
-        {"NATIONAL CHAR(2)", "Text"},
-        {"TEXT", "Text"},
-        {"CLOB", "Text"},
-        {"", "Text"},
-        {"DATE", "Date"},
-        {"DATETIME", "Time"},
-        {"TIMESTAMP", "Time"},
-        {"TIME", "Time"},
-        {"BOOLEAN", "Boolean"},
-        {"bool", "Boolean"},
-        {"BLOB", "Binary"},
-        {"VARBINARY(16)", "Binary"},
-        {"MONEY", "Currency"},
-        {"GUID", "DBTYPE_GUID"},
-        {"SOMETHING ELSE", "Number"},
-    };
-    for (const auto& row : rows)
-        QTest::newRow(row.first.isEmpty() ? "(none)" : qPrintable(row.first))
-            << row.first << row.second;
+        {"int", "Number"}, {"UNSIGNED BIG INT", "Number"}, {"NUMERIC(10,2)", "Number"},
+        {"DOUBLE PRECISION", "Number"}, {"FLOAT", "Number"}, {"NVARCHAR(20)", "Text"},
+        {"NATIONAL CHAR(2)", "Text"}, {"CLOB", "Text"}, {"", "Text"}, {"DATE", "Date"},
+        {"DATETIME", "Time"}, {"TIMESTAMP", "Time"}, {"bool", "Boolean"},
+        {"VARBINARY(16)", "Binary"}, {"MONEY", "Currency"}, {"GUID", "DBTYPE_GUID"},
+        {"SOMETHING ELSE", "Number"}};
+    for (const auto& [declared, name] : rows)
+        QTest::newRow(declared.isEmpty() ? "(none)" : qPrintable(declared)) << declared << name;
 }
 
 void TestModADO::sqliteDeclaredTypes()
@@ -192,31 +150,17 @@ void TestModADO::odbcSqlTypes_data()
 {
     QTest::addColumn<int>("odbcType");
     QTest::addColumn<int>("adoType");
-
-    QTest::newRow("SQL_CHAR") << 1 << 129;
-    QTest::newRow("SQL_VARCHAR") << 12 << 200;
     QTest::newRow("SQL_LONGVARCHAR") << -1 << 201;
-    QTest::newRow("SQL_WCHAR") << -8 << 130;
     QTest::newRow("SQL_WVARCHAR") << -9 << 202;
-    QTest::newRow("SQL_WLONGVARCHAR") << -10 << 203;
-    QTest::newRow("SQL_NUMERIC") << 2 << 131;
     QTest::newRow("SQL_DECIMAL") << 3 << 131;
-    QTest::newRow("SQL_INTEGER") << 4 << 3;
-    QTest::newRow("SQL_SMALLINT") << 5 << 2;
     QTest::newRow("SQL_FLOAT") << 6 << 5;
     QTest::newRow("SQL_REAL") << 7 << 4;
-    QTest::newRow("SQL_DOUBLE") << 8 << 5;
     QTest::newRow("SQL_BIT") << -7 << 11;
     QTest::newRow("SQL_TINYINT") << -6 << 17;
     QTest::newRow("SQL_BIGINT") << -5 << 20;
-    QTest::newRow("SQL_BINARY") << -2 << 128;
     QTest::newRow("SQL_VARBINARY") << -3 << 204;
-    QTest::newRow("SQL_LONGVARBINARY") << -4 << 205;
     QTest::newRow("SQL_DATE") << 9 << 133;
-    QTest::newRow("SQL_TYPE_DATE") << 91 << 133;
-    QTest::newRow("SQL_TIME") << 10 << 134;
     QTest::newRow("SQL_TYPE_TIME") << 92 << 134;
-    QTest::newRow("SQL_TIMESTAMP") << 11 << 135;
     QTest::newRow("SQL_TYPE_TIMESTAMP") << 93 << 135;
     QTest::newRow("SQL_GUID") << -11 << 72;
     QTest::newRow("unknown") << 999 << 12;
@@ -240,7 +184,7 @@ void TestModADO::addSourceColumn()
     QTest::addColumn<QString>("source");
 }
 
-bool TestModADO::prepare(Source& s, const QStringList& extraSqlite, const QStringList& extraPg)
+bool TestModADO::prepare(Source& s, const QStringList& extraPg)
 {
     QFETCH(QString, source);
     const QString kind = source;
@@ -261,7 +205,7 @@ bool TestModADO::prepare(Source& s, const QStringList& extraSqlite, const QStrin
     }
     s.folder = std::make_unique<TempFolder>();
     s.file = s.folder->filePath("crm.db");
-    s.error = BuildSqliteDatabase(s.file, SampleCustomerStatements() + extraSqlite);
+    s.error = BuildSqliteDatabase(s.file, SampleCustomerStatements());
     if (kind == "qsqlite") {
         s.conString = "Provider=SQLite;Data Source=" + s.file;
     } else if (kind == "sqlite-odbc") {
@@ -274,96 +218,55 @@ bool TestModADO::prepare(Source& s, const QStringList& extraSqlite, const QStrin
     return true;
 }
 
-#define PREPARE_SOURCE(source, extraSqlite, extraPg)                                               \
+#define PREPARE_SOURCE(source, extraPg)                                                            \
     Source source;                                                                                 \
-    if (!prepare(source, extraSqlite, extraPg))                                                    \
-        QSKIP("no PostgreSQL test server (DBIMPORT_TEST_PG_* not set); scripts/test.sh "           \
-              "starts one");                                                                       \
+    if (!prepare(source, extraPg))                                                                 \
+        QSKIP("no PostgreSQL test server (DBIMPORT_TEST_PG_* not set)");                           \
     QVERIFY2(source.error.isEmpty(), qPrintable(source.error))
 
 void TestModADO::tables_data()
 {
     addSourceColumn();
     QTest::addColumn<QStringList>("expected");
-    QTest::newRow("SQLite file") << "qsqlite" << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("SQLite through ODBC")
-        << "sqlite-odbc" << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("SQLite through an ODBC DSN")
-        << "sqlite-dsn" << QStringList{"Customers", "Order Lines"};
-    QTest::newRow("PostgreSQL through ODBC")
-        << "postgres" << QStringList{"Order Lines", "customers"};
+    const QStringList sqlite = {"Customers", "Order Lines"};
+    QTest::newRow("SQLite file") << "qsqlite" << sqlite;
+    QTest::newRow("SQLite ODBC") << "sqlite-odbc" << sqlite;
+    QTest::newRow("SQLite ODBC DSN") << "sqlite-dsn" << sqlite;
+    QTest::newRow("PostgreSQL") << "postgres" << QStringList{"Order Lines", "customers"};
 }
 
 void TestModADO::tables()
 {
     QFETCH(QStringList, expected);
-    PREPARE_SOURCE(source, {}, {});
+    PREPARE_SOURCE(source, {});
     QStringList tables{"stale"};
     QString message;
     QVERIFY2(GetTables(tables, source.conString, message), qPrintable(m_boxes.texts().join('\n')));
     // Views, indexes, SQLite's own tables and the server's catalogues are not listed.
-    QStringList sorted = tables;
-    sorted.sort();
-    QCOMPARE(sorted, expected);
+    tables.sort();
+    QCOMPARE(tables, expected);
     QCOMPARE(m_boxes.shown().size(), 0);
 }
 
-void TestModADO::tableFields_data()
+void TestModADO::fields_data()
 {
     addSourceColumn();
-    QTest::addColumn<QString>("table");
+    QTest::addColumn<QString>("table"); // or a statement
     QTest::addColumn<QStringList>("names");
     QTest::addColumn<QStringList>("types");
 
-    const QStringList customerTypes = {"Number", "Text", "Text",    "Number",
-                                       "Date",   "Time", "Boolean", "Binary"};
-    const QStringList customerNames = {"ID",     "Name",     "Email",  "Balance",
-                                       "Joined", "LastSeen", "Active", "Photo"};
-    QStringList lower;
-    for (const QString& n : customerNames)
-        lower << n.toLower();
-    QTest::newRow("SQLite file") << "qsqlite"
-                                 << "Customers" << customerNames << customerTypes;
-    QTest::newRow("SQLite file, table name in other case")
-        << "qsqlite"
-        << "CUSTOMERS" << customerNames << customerTypes;
-    QTest::newRow("SQLite file, blanks in names")
-        << "qsqlite"
-        << "Order Lines" << QStringList{"Line No", "Item"} << QStringList{"Number", "Text"};
-    QTest::newRow("SQLite through ODBC") << "sqlite-odbc"
-                                         << "Customers" << customerNames << customerTypes;
-    QTest::newRow("SQLite through ODBC, blanks in names")
-        << "sqlite-odbc"
-        << "Order Lines" << QStringList{"Line No", "Item"} << QStringList{"Number", "Text"};
-    QTest::newRow("SQLite through an ODBC DSN") << "sqlite-dsn"
-                                                << "Customers" << customerNames << customerTypes;
-    QTest::newRow("PostgreSQL through ODBC") << "postgres"
-                                             << "customers" << lower << customerTypes;
-    QTest::newRow("PostgreSQL through ODBC, blanks in names")
-        << "postgres"
-        << "Order Lines" << QStringList{"Line No", "item"} << QStringList{"Number", "Text"};
-}
-
-void TestModADO::tableFields()
-{
-    QFETCH(QString, table);
-    QFETCH(QStringList, names);
-    QFETCH(QStringList, types);
-    PREPARE_SOURCE(source, {}, {});
-    QStringList gotNames, gotTypes;
-    QString message;
-    QVERIFY2(GetFields(source.conString, table, gotNames, gotTypes, message), qPrintable(message));
-    QCOMPARE(gotNames, names);
-    QCOMPARE(gotTypes, types);
-}
-
-void TestModADO::statementFields_data()
-{
-    addSourceColumn();
-    QTest::addColumn<QString>("sql");
-    QTest::addColumn<QStringList>("names");
-    QTest::addColumn<QStringList>("types");
-
+    const QStringList types = {"Number", "Text", "Text", "Number", "Date", "Time", "Boolean", "Binary"};
+    const QStringList names = {"ID", "Name", "Email", "Balance", "Joined", "LastSeen", "Active", "Photo"};
+    const QStringList lines = {"Line No", "Item"}, lineTypes = {"Number", "Text"};
+    QTest::newRow("SQLite file") << "qsqlite" << "Customers" << names << types;
+    QTest::newRow("SQLite file, name case") << "qsqlite" << "CUSTOMERS" << names << types;
+    QTest::newRow("SQLite file, blanks") << "qsqlite" << "Order Lines" << lines << lineTypes;
+    QTest::newRow("SQLite ODBC") << "sqlite-odbc" << "Customers" << names << types;
+    QTest::newRow("SQLite ODBC, blanks") << "sqlite-odbc" << "Order Lines" << lines << lineTypes;
+    QTest::newRow("SQLite ODBC DSN") << "sqlite-dsn" << "Customers" << names << types;
+    QTest::newRow("PostgreSQL") << "postgres" << "customers" << names.join(',').toLower().split(',') << types;
+    QTest::newRow("PostgreSQL, blanks") << "postgres" << "Order Lines" << QStringList{"Line No", "item"} << lineTypes;
+    // A statement instead of a table name.
     const QString sql = "select Name, Balance, Joined, Active from Customers where Active";
     for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
         const bool pg = QByteArray(kind) == "postgres";
@@ -374,21 +277,20 @@ void TestModADO::statementFields_data()
             << QStringList{"Text", "Number", "Date", "Boolean"};
         QTest::addRow("%s, a count", kind) << kind << "SELECT COUNT(*) AS N FROM Customers"
                                            << QStringList{pg ? "n" : "N"} << QStringList{"Number"};
-        QTest::addRow("%s, no rows", kind)
-            << kind << "SELECT Email FROM Customers WHERE 1 = 0"
-            << QStringList{pg ? "email" : "Email"} << QStringList{"Text"};
+        QTest::addRow("%s, no rows", kind) << kind << "SELECT Email FROM Customers WHERE 1 = 0"
+                                           << QStringList{pg ? "email" : "Email"} << QStringList{"Text"};
     }
 }
 
-void TestModADO::statementFields()
+void TestModADO::fields()
 {
-    QFETCH(QString, sql);
+    QFETCH(QString, table);
     QFETCH(QStringList, names);
     QFETCH(QStringList, types);
-    PREPARE_SOURCE(source, {}, {});
+    PREPARE_SOURCE(source, {});
     QStringList gotNames, gotTypes;
     QString message;
-    QVERIFY2(GetFields(source.conString, sql, gotNames, gotTypes, message), qPrintable(message));
+    QVERIFY2(GetFields(source.conString, table, gotNames, gotTypes, message), qPrintable(message));
     QCOMPARE(gotNames, names);
     QCOMPARE(gotTypes, types);
 }
@@ -399,18 +301,14 @@ void TestModADO::validateSQL_data()
     QTest::addColumn<QString>("sql");
     QTest::addColumn<bool>("valid");
     QTest::addColumn<QString>("message"); // exact when the check needs no data source
+    const QString notSelect = "The SQL must be a valid SELECT statement.";
 
     for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
         QTest::addRow("%s, select", kind) << kind << "SELECT * FROM Customers" << true << "";
-        QTest::addRow("%s, lower-case select", kind)
-            << kind << "select name from customers where name like 'A%'" << true << "";
-        QTest::addRow("%s, not a select", kind)
-            << kind << "UPDATE Customers SET Name = 'x'" << false
-            << "The SQL must be a valid SELECT statement.";
-        QTest::addRow("%s, empty", kind)
-            << kind << "" << false << "The SQL must be a valid SELECT statement.";
-        QTest::addRow("%s, unknown table", kind)
-            << kind << "SELECT * FROM NoSuchTable" << false << "";
+        QTest::addRow("%s, lower-case", kind) << kind << "select name from customers where name like 'A%'" << true << "";
+        QTest::addRow("%s, not a select", kind) << kind << "UPDATE Customers SET Name = 'x'" << false << notSelect;
+        QTest::addRow("%s, empty", kind) << kind << "" << false << notSelect;
+        QTest::addRow("%s, unknown table", kind) << kind << "SELECT * FROM NoSuchTable" << false << "";
         QTest::addRow("%s, syntax error", kind) << kind << "SELECT FROM WHERE" << false << "";
     }
 }
@@ -420,7 +318,7 @@ void TestModADO::validateSQL()
     QFETCH(QString, sql);
     QFETCH(bool, valid);
     QFETCH(QString, message);
-    PREPARE_SOURCE(source, {}, {});
+    PREPARE_SOURCE(source, {});
     long number = 0;
     QString text;
     QCOMPARE(ValidateSQL(source.conString, sql, number, text), valid);
@@ -442,8 +340,7 @@ void TestModADO::writingStatementsLeaveEveryRow_data()
     QTest::addColumn<QString>("sql");
     for (const char* kind : {"qsqlite", "sqlite-odbc", "sqlite-dsn", "postgres"}) {
         QTest::addRow("%s, delete", kind) << kind << "DELETE FROM Customers WHERE Name = 'SELECT'";
-        QTest::addRow("%s, update", kind)
-            << kind << "UPDATE Customers SET Name = 'SELECT' WHERE ID > 0";
+        QTest::addRow("%s, update", kind) << kind << "UPDATE Customers SET Name = 'SELECT' WHERE ID > 0";
         QTest::addRow("%s, drop", kind) << kind << "DROP TABLE Customers -- SELECT";
     }
 }
@@ -451,16 +348,11 @@ void TestModADO::writingStatementsLeaveEveryRow_data()
 void TestModADO::writingStatementsLeaveEveryRow()
 {
     QFETCH(QString, sql);
-    PREPARE_SOURCE(source, QStringList(), {QStringLiteral("DROP VIEW ActiveCustomers")});
+    PREPARE_SOURCE(source, {QStringLiteral("DROP VIEW ActiveCustomers")});
     long number = 0;
     QString text;
     ValidateSQL(source.conString, sql, number, text); // may well call it valid
     QCOMPARE(source.customerNames(), QStringList({"Ann Smith", "SELECT", "Bob Jones"}));
-    // And the source still answers normally afterwards.
-    QStringList tables;
-    QString message;
-    QVERIFY(GetTables(tables, source.conString, message));
-    QVERIFY(tables.contains("Customers", Qt::CaseInsensitive));
 }
 
 void TestModADO::tablesOfOtherSchemasAreNotListed()
@@ -503,8 +395,7 @@ void TestModADO::unusableConnectionIsReportedByGetTables_data()
     QTest::addColumn<QString>("textPart");
     QTest::newRow("missing SQLite file") << "Provider=SQLite;Data Source=/nonexistent/folder/x.db"
                                          << "/nonexistent/folder/x.db";
-    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchDsn"
-                                 << " - ";
+    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchDsn" << " - ";
     QTest::newRow("unsupported provider") << "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=x"
                                           << "Microsoft.Jet.OLEDB.4.0";
 }
@@ -559,9 +450,8 @@ void TestModADO::shortTableNames()
 {
     TempFolder folder;
     folder.writeFile("CUSTOMERS_2019.dbf", "x");
-    QCOMPARE(ShortTableName(QString(), "CUSTOMERS_2019"), QString());
-    QCOMPARE(ShortTableName(folder.hostPath(), "CUSTOMERS_2019"), QString());
-    QCOMPARE(ShortTableName(folder.path(), "CUSTOMERS_2019"), QString());
+    for (const QString& f : {QString(), folder.hostPath(), folder.path()})
+        QCOMPARE(ShortTableName(f, "CUSTOMERS_2019"), QString());
 }
 
 QTEST_GUILESS_MAIN(TestModADO)
