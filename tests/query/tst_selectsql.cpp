@@ -29,8 +29,6 @@ private slots:
     void tablePart();
     void statements_data();
     void statements();
-    void testStatement_data();
-    void testStatement();
 };
 
 void TestSelectSql::condition_data()
@@ -40,42 +38,15 @@ void TestSelectSql::condition_data()
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("inner blank bracketed") << "First Name"
-                                           << "="
-                                           << "'Bob'"
-                                           << "[First Name] = 'Bob'";
-    QTest::newRow("plain name") << "Age"
-                                << ">"
-                                << "30"
-                                << "Age > 30";
-    QTest::newRow("leading blank only, written as is") << " Age"
-                                                       << "<"
-                                                       << "5"
-                                                       << " Age < 5";
-    QTest::newRow("outer blanks kept inside brackets") << " Post Code "
-                                                       << "like"
-                                                       << "'LS%'"
-                                                       << "[ Post Code ] like 'LS%'";
-    QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr"
-                                                  << "!="
-                                                  << "''"
-                                                  << "e-mail.addr != ''";
-    QTest::newRow("tab is not a blank") << "A\tB"
-                                        << "="
-                                        << "1"
-                                        << "A\tB = 1";
-    QTest::newRow("blank after a tab is inner") << "\t A"
-                                                << "="
-                                                << "1"
-                                                << "[\t A] = 1";
-    QTest::newRow("quote not escaped") << "Name"
-                                       << "="
-                                       << "'O'Neil'"
-                                       << "Name = 'O'Neil'";
-    QTest::newRow("all empty") << ""
-                               << ""
-                               << ""
-                               << "  ";
+    QTest::newRow("inner blank bracketed") << "First Name" << "=" << "'Bob'" << "[First Name] = 'Bob'";
+    QTest::newRow("plain name") << "Age" << ">" << "30" << "Age > 30";
+    QTest::newRow("leading blank only, written as is") << " Age" << "<" << "5" << " Age < 5";
+    QTest::newRow("outer blanks kept inside brackets") << " Post Code " << "like" << "'LS%'" << "[ Post Code ] like 'LS%'";
+    QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr" << "!=" << "''" << "e-mail.addr != ''";
+    QTest::newRow("tab is not a blank") << "A\tB" << "=" << "1" << "A\tB = 1";
+    QTest::newRow("blank after a tab is inner") << "\t A" << "=" << "1" << "[\t A] = 1";
+    QTest::newRow("quote not escaped") << "Name" << "=" << "'O'Neil'" << "Name = 'O'Neil'";
+    QTest::newRow("all empty") << "" << "" << "" << "  ";
 }
 
 void TestSelectSql::condition()
@@ -85,6 +56,7 @@ void TestSelectSql::condition()
     QFETCH(QString, value);
     QFETCH(QString, expected);
     QCOMPARE(RuleCondition(field, op, value), expected);
+    QCOMPARE(BuildTestSQL(" Customer List ", field, op, value), "select * from [Customer List] WHERE " + expected);
 }
 
 void TestSelectSql::tablePart_data()
@@ -92,20 +64,13 @@ void TestSelectSql::tablePart_data()
     QTest::addColumn<QString>("table");
     QTest::addColumn<QString>("expected");
 
-    QTest::newRow("plain") << "Customers"
-                           << "select * from Customers";
-    QTest::newRow("outer blanks trimmed, no brackets") << "  Customers  "
-                                                       << "select * from Customers";
-    QTest::newRow("inner and outer blanks") << "  Order Lines "
-                                            << "select * from [Order Lines]";
-    QTest::newRow("empty name") << ""
-                                << "select * from ";
-    QTest::newRow("blanks only") << "   "
-                                 << "select * from ";
-    QTest::newRow("only blanks are trimmed") << "\tOrders "
-                                             << "select * from \tOrders";
-    QTest::newRow("blank after a tab is inner") << " \t Orders"
-                                                << "select * from [\t Orders]";
+    QTest::newRow("plain") << "Customers" << "select * from Customers";
+    QTest::newRow("outer blanks trimmed, no brackets") << "  Customers  " << "select * from Customers";
+    QTest::newRow("inner and outer blanks") << "  Order Lines " << "select * from [Order Lines]";
+    QTest::newRow("empty name") << "" << "select * from ";
+    QTest::newRow("blanks only") << "   " << "select * from ";
+    QTest::newRow("only blanks are trimmed") << "\tOrders " << "select * from \tOrders";
+    QTest::newRow("blank after a tab is inner") << " \t Orders" << "select * from [\t Orders]";
 }
 
 void TestSelectSql::tablePart()
@@ -116,6 +81,8 @@ void TestSelectSql::tablePart()
     // Without rules both statement builders give the bare table part.
     QCOMPARE(BuildSelectSQL(table, CRules()), expected);
     QCOMPARE(BuildImportSQL(table, CRules()), expected);
+    // The test statement has its WHERE even with nothing to test.
+    QCOMPARE(BuildTestSQL(table, "", "", ""), expected + " WHERE   ");
 }
 
 void TestSelectSql::statements_data()
@@ -133,18 +100,12 @@ void TestSelectSql::statements_data()
         << "T" << QStringList{"Or|A|=|1", "And|B|<|2", "Or|C Name|like|'x%'"}
         << "select * from T WHERE A = 1 And B < 2 Or [C Name] like 'x%'"
         << "select * from T WHERE  A = 1 And B < 2 Or [C Name] like 'x%'";
-    QTest::newRow("empty first LogicalOp")
-        << "T" << QStringList{"|A|=|1"} << "select * from T WHERE A = 1"
-        << "select * from T WHERE  A = 1";
-    QTest::newRow("leading blank field gives two blanks")
-        << "T" << QStringList{"And| Age|>|3"} << "select * from T WHERE  Age > 3"
-        << "select * from T WHERE   Age > 3";
-    QTest::newRow("empty table with a rule")
-        << "" << QStringList{"And|A|=|1"} << "select * from  WHERE A = 1"
-        << "select * from  WHERE  A = 1";
-    QTest::newRow("LogicalOp written as held")
-        << "T" << QStringList{"And|A|=|1", "oR|B|=|2"} << "select * from T WHERE A = 1 oR B = 2"
-        << "select * from T WHERE  A = 1 oR B = 2";
+    QTest::newRow("leading blank field") << "T" << QStringList{"And| Age|>|3"}
+        << "select * from T WHERE  Age > 3" << "select * from T WHERE   Age > 3";
+    QTest::newRow("empty table with a rule") << "" << QStringList{"And|A|=|1"}
+        << "select * from  WHERE A = 1" << "select * from  WHERE  A = 1";
+    QTest::newRow("LogicalOp written as held") << "T" << QStringList{"|A|=|1", "oR|B|=|2"}
+        << "select * from T WHERE A = 1 oR B = 2" << "select * from T WHERE  A = 1 oR B = 2";
 }
 
 void TestSelectSql::statements()
@@ -156,41 +117,6 @@ void TestSelectSql::statements()
     const CRules list = rulesFrom(rules);
     QCOMPARE(BuildSelectSQL(table, list), selectSql);
     QCOMPARE(BuildImportSQL(table, list), importSql);
-}
-
-void TestSelectSql::testStatement_data()
-{
-    QTest::addColumn<QString>("table");
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<QString>("op");
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<QString>("expected");
-
-    QTest::newRow("text value") << "Customer List"
-                                << "First Name"
-                                << "="
-                                << "'Bob'"
-                                << "select * from [Customer List] WHERE [First Name] = 'Bob'";
-    QTest::newRow("number") << " People "
-                            << "Age"
-                            << ">"
-                            << "30"
-                            << "select * from People WHERE Age > 30";
-    QTest::newRow("nothing set still has WHERE") << ""
-                                                 << ""
-                                                 << ""
-                                                 << ""
-                                                 << "select * from  WHERE   ";
-}
-
-void TestSelectSql::testStatement()
-{
-    QFETCH(QString, table);
-    QFETCH(QString, field);
-    QFETCH(QString, op);
-    QFETCH(QString, value);
-    QFETCH(QString, expected);
-    QCOMPARE(BuildTestSQL(table, field, op, value), expected);
 }
 
 QTEST_GUILESS_MAIN(TestSelectSql)
