@@ -3,10 +3,9 @@
 #include <QString>
 #include <QStringList>
 
-// The throw-away PostgreSQL server that scripts/pg-test-server.sh starts for a test run,
-// described by the variables it exports: DBIMPORT_TEST_PG_HOST, _PORT, _DB, _USER and
-// _PASSWORD. Without them the PostgreSQL tests are skipped, so a plain ctest run by hand
-// stays green; scripts/test.sh always provides them.
+// The throw-away PostgreSQL server scripts/pg-test-server.sh starts, described by the
+// variables it exports (DBIMPORT_TEST_PG_HOST, _PORT, _DB, _USER, _PASSWORD). Without
+// them the PostgreSQL tests are skipped, so a plain ctest run by hand stays green.
 struct PgTestServer
 {
     QString host;
@@ -17,15 +16,13 @@ struct PgTestServer
 
     // False with the reason to skip when the variables are missing.
     static bool fromEnvironment(PgTestServer& server, QString& reason);
-
-    // An ODBC string for the PostgreSQL Unicode driver by its odbcinst.ini name (needs
-    // an OdbcEnvironment) on the given database (empty: the server's test database).
+    // An ODBC string for the "PostgreSQL Unicode" driver of an OdbcEnvironment on the
+    // given database (empty: the server's test database).
     QString driverString(const QString& db = QString()) const;
 };
 
-// A fresh database of its own on the test server, so that tests running side by side
-// never see each other's tables; dropped again on destruction. The role the script
-// creates may create databases.
+// A fresh database of its own on the test server, so tests running side by side never
+// see each other's tables; dropped again on destruction.
 class PgTestDatabase final
 {
 public:
@@ -37,9 +34,8 @@ public:
     // Empty when the database was created, else why not.
     QString error() const { return m_error; }
     QString name() const { return m_name; }
-
-    // Runs the statements in order with autocommit, outside the code under test. Returns
-    // an empty string on success, else the failing statement and the error.
+    // Runs the statements in order with autocommit, outside the code under test; empty on
+    // success, else the failing statement and the error.
     QString run(const QStringList& statements) const;
     // First column of every row of the query, as text; "<error>" and the message on failure.
     QStringList column(const QString& query) const;

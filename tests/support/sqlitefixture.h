@@ -4,14 +4,13 @@
 #include <QStringList>
 #include <QVariant>
 
-// Builds a real SQLite database file by running the statements in order through the
-// SQLite C API, outside Qt SQL, so the fixture never shares a connection with the code
-// under test. Returns an empty string on success, else the failing statement and error.
+// Builds a real SQLite database file through the SQLite C API, outside Qt SQL, so the
+// fixture never shares a connection with the code under test. Empty on success, else the
+// failing statement and the error.
 QString BuildSqliteDatabase(const QString& file, const QStringList& statements);
 
-// Runs one query on the file (read-only) and returns the first column of every row, as
-// text; "<error>" and the message when the query fails. Lets a test look at a database
-// without going through the code it tests.
+// The first column of every row of a query on the file (opened read-only), as text;
+// "<error>" and the message when the query fails.
 QStringList SqliteColumn(const QString& file, const QString& query);
 
 // A sample "Customers" table (three rows, one named 'SELECT'), an "Order Lines" table

@@ -24,14 +24,10 @@ QString TempFolder::writeFile(const QString& name, const QByteArray& bytes) cons
 QByteArray TempFolder::readFile(const QString& name) const
 {
     QFile f(filePath(name));
-    if (!f.open(QIODevice::ReadOnly))
-        return QByteArray();
-    return f.readAll();
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 QString HostForm(const QString& nativePath)
 {
-    QString host = nativePath;
-    host.replace(QLatin1Char('/'), QLatin1Char('\\'));
-    return QStringLiteral("Z:") + host;
+    return QStringLiteral("Z:") + QString(nativePath).replace(QLatin1Char('/'), QLatin1Char('\\'));
 }
