@@ -18,8 +18,14 @@ namespace {
 struct Run
 {
     int exitCode = -1;
-    QString out;
-    QString err;
+    QString out, err;
+    // The figure printed after the label, -1 when missing.
+    int figure(const QString& label) const
+    {
+        const auto m =
+            QRegularExpression(QRegularExpression::escape(label) + "(\\d+)\\n").match(out);
+        return m.hasMatch() ? m.captured(1).toInt() : -1;
+    }
 };
 
 QString binary(const QString& name)
@@ -27,34 +33,21 @@ QString binary(const QString& name)
     return QDir(qEnvironmentVariable("DBIMPORT_BIN_DIR")).filePath(name);
 }
 
-Run runProgram(const QString& program, const QStringList& arguments, int timeoutMs = 120000)
+Run runProgram(const QString& program, const QStringList& arguments)
 {
     QProcess process;
     process.start(program, arguments);
     Run run;
-    if (!process.waitForFinished(timeoutMs) || process.exitStatus() != QProcess::NormalExit) {
+    if (!process.waitForFinished(120000) || process.exitStatus() != QProcess::NormalExit) {
         process.kill();
         process.waitForFinished();
-        run.err = QStringLiteral("<did not finish>");
+        run.err = "<did not finish>";
         return run;
     }
     run.exitCode = process.exitCode();
     run.out = QString::fromUtf8(process.readAllStandardOutput());
     run.err = QString::fromUtf8(process.readAllStandardError());
     return run;
-}
-
-Run cli(const QStringList& arguments)
-{
-    return runProgram(binary(QStringLiteral("dbimport-cli")), arguments);
-}
-
-QString generate(const QString& file, int rows, int seed = 7)
-{
-    const Run run =
-        runProgram(binary(QStringLiteral("dbimport-gensource")),
-                   {file, QString::number(rows), QStringLiteral("--seed"), QString::number(seed)});
-    return run.exitCode == 0 ? QString() : run.err + run.out;
 }
 
 int count(const QString& file, const QString& query)
@@ -69,358 +62,289 @@ class tst_Cli : public QObject
 {
     Q_OBJECT
 
-private slots:
-    void initTestCase();
-    void init();
-    void usageErrors_data();
-    void usageErrors();
-    void listGroups();
-    void createGroup_data();
-    void createGroup();
-    void unknownConnection();
-    void importsTheSavedChoices();
-    void overridesGroupAndReplace();
-    void missingGroupFails();
-    void killedMidImportKeepsCommittedBatches();
-
-private:
-    // A settings file with one connection "Contacts DB" whose saved choices import the
-    // generated source into the Group "Customers".
-    void writeSettings(const QString& source);
-
     std::unique_ptr<TempFolder> m_folder;
-    QString m_data;
-    QString m_ini;
-};
+    QString m_data, m_ini, m_source, m_group;
+    QByteArray m_iniBytes;
 
-void tst_Cli::initTestCase()
-{
-    QVERIFY2(QFileInfo(binary(QStringLiteral("dbimport-cli"))).isExecutable(),
-             "build dbimport-cli first");
-    QVERIFY2(QFileInfo(binary(QStringLiteral("dbimport-gensource"))).isExecutable(),
-             "build dbimport-gensource first");
-}
-
-void tst_Cli::init()
-{
-    m_folder = std::make_unique<TempFolder>();
-    m_data = m_folder->filePath(QStringLiteral("data"));
-    QVERIFY(QDir().mkpath(m_data));
-    m_ini = m_folder->filePath(QStringLiteral("dbimport.ini"));
-}
-
-void tst_Cli::writeSettings(const QString& source)
-{
-    SetIniFilePath(m_ini);
-    QString message;
-    QVERIFY2(MaintainDSN(QStringLiteral("Other DB"),
-                         QStringLiteral("Provider=SQLite;Data Source=/nowhere.db"),
-                         ConnectionAction::Add, message),
-             qPrintable(message));
-    QVERIFY2(MaintainDSN(QStringLiteral("Contacts DB"),
-                         QStringLiteral("Provider=SQLite;Data Source=") + source,
-                         ConnectionAction::Add, message),
-             qPrintable(message));
-    ImportChoices choices;
-    choices.DSNName = QStringLiteral("Contacts DB");
-    choices.ConnectionString = QStringLiteral("Provider=SQLite;Data Source=") + source;
-    choices.SelectedTable = QStringLiteral("Contacts");
-    choices.FieldMappings.Add(QStringLiteral("EMailAddress"), QStringLiteral("Email"));
-    choices.FieldMappings.Add(QStringLiteral("FullNameMacro"), QStringLiteral("Full Name"));
-    choices.FieldMappings.Add(QStringLiteral("City"), QStringLiteral("City"));
-    choices.FieldMappings.Add(QStringLiteral("Company"), QStringLiteral("Company"));
-    choices.VTGroup = QStringLiteral("Customers");
-    long number = 0;
-    QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
-    SetIniFilePath(QString());
-}
-
-void tst_Cli::usageErrors_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::newRow("nothing") << QStringList{};
-    QTest::newRow("no data folder") << QStringList{"--connection", "X"};
-    QTest::newRow("no action") << QStringList{"--data-folder", "/tmp"};
-    QTest::newRow("two actions") << QStringList{"--data-folder", "/tmp", "--list-groups",
-                                                "--create-group", "A"};
-    QTest::newRow("replace and no-replace")
-        << QStringList{"--data-folder", "/tmp", "--connection", "X", "--replace", "--no-replace"};
-    QTest::newRow("unknown option")
-        << QStringList{"--data-folder", "/tmp", "--list-groups", "--colour"};
-    QTest::newRow("missing value") << QStringList{"--data-folder", "/tmp", "--connection"};
-    QTest::newRow("stray argument")
-        << QStringList{"--data-folder", "/tmp", "--list-groups", "extra"};
-    QTest::newRow("group without connection")
-        << QStringList{"--data-folder", "/tmp", "--list-groups", "--group", "G"};
-}
-
-void tst_Cli::usageErrors()
-{
-    QFETCH(QStringList, arguments);
-    const Run run = cli(arguments);
-    QCOMPARE(run.exitCode, 2);
-    QVERIFY2(run.err.contains(QLatin1String("Usage:")), qPrintable(run.err));
-    QVERIFY(run.out.isEmpty());
-}
-
-void tst_Cli::listGroups()
-{
-    for (const char* name :
-         {"Customers.gdb", "All Groups.gdb", "exclusion list.gdb", "Search Results.gdb"})
-        m_folder->writeFile(QStringLiteral("data/") + QString::fromLatin1(name), "x");
-    const Run run = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--list-groups")});
-    QCOMPARE(run.exitCode, 0);
-    QStringList lines = run.out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    lines.sort();
-    QCOMPARE(lines, QStringList({"Customers", "Search Results"}));
-
-    const Run missing =
-        cli({QStringLiteral("--data-folder"), m_folder->filePath(QStringLiteral("none")),
-             QStringLiteral("--list-groups")});
-    QCOMPARE(missing.exitCode, 1);
-    QVERIFY(missing.err.contains(QLatin1String("none")));
-}
-
-void tst_Cli::createGroup_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("file");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QString>("message");
-    QTest::newRow("new") << "Spring Fair"
-                         << "Spring Fair.gdb" << 0 << "";
-    QTest::newRow("blanks around") << "  Trimmed  "
-                                   << "Trimmed.gdb" << 0 << "";
-    QTest::newRow("lower-case host list") << "all groups"
-                                          << "all groups.gdb" << 0 << "";
-    QTest::newRow("exists") << "Existing"
-                            << "" << 1 << "A Group by the name: Existing\nalready exists.";
-    QTest::newRow("reserved") << "All Groups"
-                              << "" << 1 << "Sorry but this Group name cannot be used.";
-    QTest::newRow("empty") << "   "
-                           << "" << 1 << "Please enter a Group name.";
-}
-
-void tst_Cli::createGroup()
-{
-    QFETCH(QString, name);
-    QFETCH(QString, file);
-    QFETCH(int, exitCode);
-    QFETCH(QString, message);
-    m_folder->writeFile(QStringLiteral("data/Existing.gdb"), "precious");
-    const QStringList before = QDir(m_data).entryList(QDir::Files);
-    const Run run =
-        cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--create-group"), name});
-    QCOMPARE(run.exitCode, exitCode);
-    if (exitCode == 0) {
-        QVERIFY(GroupStore::checkFile(QDir(m_data).filePath(file)));
-        QCOMPARE(QDir(m_data).entryList(QDir::Files).size(), before.size() + 1);
-    } else {
-        QVERIFY2(run.err.contains(message), qPrintable(run.err));
-        QCOMPARE(QDir(m_data).entryList(QDir::Files), before);
+    Run cli(const QStringList& arguments) const
+    {
+        return runProgram(binary("dbimport-cli"), QStringList{"--data-folder", m_data} + arguments);
     }
-    QCOMPARE(m_folder->readFile(QStringLiteral("data/Existing.gdb")), QByteArray("precious"));
-    QVERIFY(!QFileInfo::exists(m_ini));
-}
+    Run job(const QStringList& arguments) const
+    {
+        return cli(QStringList{"--ini", m_ini, "--connection"} + arguments);
+    }
 
-void tst_Cli::unknownConnection()
-{
-    const QString source = m_folder->filePath(QStringLiteral("source.db"));
-    QCOMPARE(generate(source, 10), QString());
-    writeSettings(source);
-    const QByteArray ini = m_folder->readFile(QStringLiteral("dbimport.ini"));
-    const Run run = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                         QStringLiteral("--connection"), QStringLiteral("Nobody's DB")});
-    QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.contains(QLatin1String("\"Nobody's DB\"")), qPrintable(run.err));
-    QCOMPARE(m_folder->readFile(QStringLiteral("dbimport.ini")), ini);
-}
+    // A generated source of the given size and a settings file with two connections; the
+    // saved choices of "Contacts DB" import it into the Group "Customers" (made on request).
+    void prepare(int rows, bool withGroup, int seed = 7)
+    {
+        m_source = m_folder->filePath("source.db");
+        const Run gen = runProgram(binary("dbimport-gensource"), {m_source, QString::number(rows),
+                                                                  "--seed", QString::number(seed)});
+        QVERIFY2(gen.exitCode == 0, qPrintable(gen.err + gen.out));
+        SetIniFilePath(m_ini);
+        QString message;
+        const QString connection = "Provider=SQLite;Data Source=" + m_source;
+        QVERIFY(MaintainDSN("Other DB", "Provider=SQLite;Data Source=/nowhere.db",
+                            ConnectionAction::Add, message));
+        QVERIFY2(MaintainDSN("Contacts DB", connection, ConnectionAction::Add, message),
+                 qPrintable(message));
+        ImportChoices choices;
+        choices.DSNName = "Contacts DB";
+        choices.ConnectionString = connection;
+        choices.SelectedTable = "Contacts";
+        choices.FieldMappings.Add("EMailAddress", "Email");
+        choices.FieldMappings.Add("FullNameMacro", "Full Name");
+        choices.FieldMappings.Add("City", "City");
+        choices.FieldMappings.Add("Company", "Company");
+        choices.VTGroup = "Customers";
+        long number = 0;
+        QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+        SetIniFilePath(QString());
+        m_iniBytes = m_folder->readFile("dbimport.ini");
+        if (withGroup)
+            QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
+    }
 
-void tst_Cli::importsTheSavedChoices()
-{
-    const QString source = m_folder->filePath(QStringLiteral("source.db"));
-    QCOMPARE(generate(source, 2000), QString());
-    writeSettings(source);
-    const QByteArray ini = m_folder->readFile(QStringLiteral("dbimport.ini"));
-    const QDateTime iniTime = QFileInfo(m_ini).lastModified();
-    QCOMPARE(cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--create-group"),
-                  QStringLiteral("Customers")})
-                 .exitCode,
-             0);
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(QFileInfo(binary("dbimport-cli")).isExecutable(), "build dbimport-cli first");
+        QVERIFY2(QFileInfo(binary("dbimport-gensource")).isExecutable(),
+                 "build dbimport-gensource first");
+    }
 
-    // The connection name is matched without regard to case, like the settings' own.
-    const Run run = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                         QStringLiteral("--connection"), QStringLiteral("contacts db")});
-    QCOMPARE(run.exitCode, 0);
-    QVERIFY2(!run.out.contains(QLatin1Char('\r')), "plain lines when not on a terminal");
-    QVERIFY(run.out.contains(QLatin1String("Importing ...\n")));
-    QVERIFY(run.out.contains(QLatin1String("Import Complete ...\n")));
-    QVERIFY(run.out.contains(QLatin1String("  100% Importing ...\n")));
-    // Every question declined: the offer to open the log is printed and answered No.
-    QVERIFY2(run.err.contains(QLatin1String("Would you like to review the log file now? No")),
-             qPrintable(run.err));
+    void init()
+    {
+        m_folder = std::make_unique<TempFolder>();
+        m_data = m_folder->filePath("data");
+        QVERIFY(QDir().mkpath(m_data));
+        m_ini = m_folder->filePath("dbimport.ini");
+        m_group = QDir(m_data).filePath("Customers.gdb");
+    }
 
-    const QString group = QDir(m_data).filePath(QStringLiteral("Customers.gdb"));
-    const QString logPath = QDir(m_data).filePath(QStringLiteral("Database Import Log File.txt"));
-    QVERIFY(run.out.contains(QStringLiteral("Log file         : ") + logPath + QLatin1Char('\n')));
-    auto figure = [&](const QString& label) {
-        const QRegularExpression re(QRegularExpression::escape(label) +
-                                    QStringLiteral("(\\d+)\\n"));
-        const QRegularExpressionMatch m = re.match(run.out);
-        return m.hasMatch() ? m.captured(1).toInt() : -1;
-    };
-    const int total = figure(QStringLiteral("Total Processed  : "));
-    const int added = figure(QStringLiteral("Recipients Added : "));
-    const int duplicates = figure(QStringLiteral("Duplicates       : "));
-    const int illegal = figure(QStringLiteral("Illegal          : "));
-    QCOMPARE(total, 2000);
-    QCOMPARE(added + duplicates + illegal, total);
-    QCOMPARE(count(group, QStringLiteral("SELECT COUNT(*) FROM Recipients")), added);
-    // Addresses are unique without regard to case and stored trimmed.
-    QCOMPARE(
-        count(group, QStringLiteral("SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients")),
-        added);
-    QCOMPARE(count(group,
-                   QStringLiteral(
-                       "SELECT COUNT(*) FROM Recipients WHERE EmailAddress <> trim(EmailAddress)")),
-             0);
-    // Every source address that is valid once trimmed is in the Group.
-    QCOMPARE(count(source,
-                   QStringLiteral(
-                       "SELECT COUNT(DISTINCT lower(trim(Email))) FROM Contacts WHERE "
-                       "instr(Email, '@') > 0 AND instr(substr(Email, instr(Email, '@')), '.') > 0 "
-                       "AND trim(Email) NOT LIKE '%.' AND trim(Email) NOT LIKE '%._'")),
-             added);
-    QVERIFY(illegal > 0 && duplicates > 0);
+    // Scheduled runs never change the choices the user saved.
+    void cleanup()
+    {
+        if (!m_iniBytes.isEmpty())
+            QCOMPARE(m_folder->readFile("dbimport.ini"), m_iniBytes);
+        m_iniBytes.clear();
+    }
 
-    QFile log(logPath);
-    QVERIFY(log.open(QIODevice::ReadOnly));
-    const QString logText = QString::fromUtf8(log.readAll());
-    QVERIFY(logText.contains(QStringLiteral("#   Total Processed  : %1\r\n").arg(total)));
-    QVERIFY(logText.contains(QStringLiteral("#   DSN : Contacts DB\r\n")));
-    QVERIFY(logText.contains(QStringLiteral("#   SQL : select * from Contacts\r\n")));
-    QCOMPARE(m_folder->readFile(QStringLiteral("dbimport.ini")), ini);
-    QCOMPARE(QFileInfo(m_ini).lastModified(), iniTime);
+    void usageErrors_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::newRow("nothing") << QStringList{};
+        QTest::newRow("no data folder") << QStringList{"--connection", "X"};
+        QTest::newRow("no action") << QStringList{"--data-folder", "/tmp"};
+        QTest::newRow("two actions")
+            << QStringList{"--data-folder", "/tmp", "--list-groups", "--create-group", "A"};
+        QTest::newRow("replace and no-replace") << QStringList{
+            "--data-folder", "/tmp", "--connection", "X", "--replace", "--no-replace"};
+        QTest::newRow("unknown option")
+            << QStringList{"--data-folder", "/tmp", "--list-groups", "--colour"};
+        QTest::newRow("missing value") << QStringList{"--data-folder", "/tmp", "--connection"};
+        QTest::newRow("stray argument")
+            << QStringList{"--data-folder", "/tmp", "--list-groups", "extra"};
+        QTest::newRow("group without connection")
+            << QStringList{"--data-folder", "/tmp", "--list-groups", "--group", "G"};
+    }
 
-    // Run again: nothing new, all counted as duplicates or illegal.
-    const Run again = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                           QStringLiteral("--connection"), QStringLiteral("Contacts DB"),
-                           QStringLiteral("--quiet")});
-    QCOMPARE(again.exitCode, 0);
-    QVERIFY(!again.out.contains(QLatin1String("Importing ...")));
-    QVERIFY(again.out.contains(QLatin1String("Recipients Added : 0\n")));
-    QVERIFY(again.out.contains(QStringLiteral("Duplicates       : %1\n").arg(added + duplicates)));
-    QCOMPARE(count(group, QStringLiteral("SELECT COUNT(*) FROM Recipients")), added);
-}
+    void usageErrors()
+    {
+        QFETCH(QStringList, arguments);
+        const Run run = runProgram(binary("dbimport-cli"), arguments);
+        QCOMPARE(run.exitCode, 2);
+        QVERIFY2(run.err.contains("Usage:"), qPrintable(run.err));
+        QVERIFY(run.out.isEmpty());
+    }
 
-void tst_Cli::overridesGroupAndReplace()
-{
-    const QString source = m_folder->filePath(QStringLiteral("source.db"));
-    QCOMPARE(generate(source, 300), QString());
-    writeSettings(source);
-    const QByteArray ini = m_folder->readFile(QStringLiteral("dbimport.ini"));
-    QCOMPARE(cli({QStringLiteral("--data-folder"), m_data + QLatin1Char('/'),
-                  QStringLiteral("--create-group"), QStringLiteral("Other")})
-                 .exitCode,
-             0);
-    for (const char* option : {"--no-replace", "--replace"}) {
-        const Run run =
-            cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                 QStringLiteral("--connection"), QStringLiteral("Contacts DB"),
-                 QStringLiteral("--group"), QStringLiteral("Other"), QString::fromLatin1(option)});
+    void listGroups()
+    {
+        for (const char* name :
+             {"Customers.gdb", "All Groups.gdb", "exclusion list.gdb", "Search Results.gdb"})
+            m_folder->writeFile(QString("data/") + name, "x");
+        const Run run = cli({"--list-groups"});
         QCOMPARE(run.exitCode, 0);
-        const QByteArray log =
-            m_folder->readFile(QStringLiteral("data/Database Import Log File.txt"));
-        QVERIFY(log.contains("#   Destination Group : Other\r\n"));
-        QVERIFY(log.contains(qstrcmp(option, "--replace") == 0 ? "#   Replace : True\r\n"
-                                                               : "#   Replace : False\r\n"));
+        QStringList lines = run.out.split('\n', Qt::SkipEmptyParts);
+        lines.sort();
+        QCOMPARE(lines, QStringList({"Customers", "Search Results"}));
+        m_data = m_folder->filePath("none");
+        const Run missing = cli({"--list-groups"});
+        QCOMPARE(missing.exitCode, 1);
+        QVERIFY(missing.err.contains("none"));
     }
-    QVERIFY(!QFileInfo::exists(QDir(m_data).filePath(QStringLiteral("Customers.gdb"))));
-    QCOMPARE(m_folder->readFile(QStringLiteral("dbimport.ini")), ini);
-}
 
-void tst_Cli::missingGroupFails()
-{
-    const QString source = m_folder->filePath(QStringLiteral("source.db"));
-    QCOMPARE(generate(source, 10), QString());
-    writeSettings(source);
-    const Run run = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                         QStringLiteral("--connection"), QStringLiteral("Contacts DB")});
-    QCOMPARE(run.exitCode, 1);
-    QVERIFY2(run.err.contains(QLatin1String("\"Customers\"")), qPrintable(run.err));
-
-    // A Group file that is not a Group: the job itself fails.
-    m_folder->writeFile(QStringLiteral("data/Customers.gdb"), "just text");
-    const Run broken = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                            QStringLiteral("--connection"), QStringLiteral("Contacts DB")});
-    QCOMPARE(broken.exitCode, 1);
-    QVERIFY2(broken.err.contains(QLatin1String("the import failed: 3100 - ")),
-             qPrintable(broken.err));
-    QCOMPARE(m_folder->readFile(QStringLiteral("data/Customers.gdb")), QByteArray("just text"));
-}
-
-void tst_Cli::killedMidImportKeepsCommittedBatches()
-{
-    const QString source = m_folder->filePath(QStringLiteral("big.db"));
-    QCOMPARE(generate(source, 400000, 11), QString());
-    writeSettings(source);
-    QCOMPARE(cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--create-group"),
-                  QStringLiteral("Customers")})
-                 .exitCode,
-             0);
-    const QString group = QDir(m_data).filePath(QStringLiteral("Customers.gdb"));
-
-    QProcess process;
-    process.start(binary(QStringLiteral("dbimport-cli")),
-                  {QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                   QStringLiteral("--connection"), QStringLiteral("Contacts DB"),
-                   QStringLiteral("--quiet")});
-    QVERIFY(process.waitForStarted());
-    // Kill it as soon as some batches are in the file, well before the end.
-    QElapsedTimer timer;
-    timer.start();
-    int seen = 0;
-    while (seen < 20000 && timer.elapsed() < 60000 && process.state() == QProcess::Running) {
-        const QStringList values =
-            SqliteColumn(group, QStringLiteral("SELECT COUNT(*) FROM Recipients"));
-        if (values.size() == 1)
-            seen = values.first().toInt();
-        QThread::msleep(5);
+    void createGroup_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("result"); // the file made, or the error shown
+        QTest::newRow("new") << "Spring Fair"
+                             << "Spring Fair.gdb";
+        QTest::newRow("blanks around") << "  Trimmed  "
+                                       << "Trimmed.gdb";
+        QTest::newRow("lower-case host list") << "all groups"
+                                              << "all groups.gdb";
+        QTest::newRow("exists") << "Existing"
+                                << "A Group by the name: Existing\nalready exists.";
+        QTest::newRow("reserved") << "All Groups"
+                                  << "Sorry but this Group name cannot be used.";
+        QTest::newRow("empty") << "   "
+                               << "Please enter a Group name.";
     }
-    QVERIFY2(process.state() == QProcess::Running, "the import ended before it could be killed");
-    ::kill(pid_t(process.processId()), SIGKILL);
-    QVERIFY(process.waitForFinished());
-    QCOMPARE(process.exitStatus(), QProcess::CrashExit);
 
-    // The Group opens and holds every batch committed before the kill, each record complete.
-    QVERIFY(GroupStore::checkFile(group));
-    GroupStore store;
-    store.open(group);
-    const int kept = store.recordCount();
-    store.close();
-    QVERIFY2(kept >= seen && kept < 400000, qPrintable(QString::number(kept)));
-    QCOMPARE(
-        count(group,
-              QStringLiteral(
-                  "SELECT COUNT(*) FROM Recipients WHERE EmailAddress IS NULL OR DateAdded IS NULL "
-                  "OR City IS NULL")),
-        0);
-    QCOMPARE(SqliteColumn(group, QStringLiteral("PRAGMA integrity_check")), QStringList{"ok"});
+    void createGroup()
+    {
+        QFETCH(QString, name);
+        QFETCH(QString, result);
+        m_folder->writeFile("data/Existing.gdb", "precious");
+        const QStringList before = QDir(m_data).entryList(QDir::Files);
+        const Run run = cli({"--create-group", name});
+        const bool made = result.endsWith(".gdb");
+        QCOMPARE(run.exitCode, made ? 0 : 1);
+        QVERIFY2(made || run.err.contains(result), qPrintable(run.err));
+        QVERIFY(!made || GroupStore::checkFile(QDir(m_data).filePath(result)));
+        QCOMPARE(QDir(m_data).entryList(QDir::Files).size(), before.size() + (made ? 1 : 0));
+        QCOMPARE(m_folder->readFile("data/Existing.gdb"), QByteArray("precious"));
+        QVERIFY(!QFileInfo::exists(m_ini));
+    }
 
-    // Running again finishes the job: the kept records count as duplicates.
-    const Run rerun = cli({QStringLiteral("--data-folder"), m_data, QStringLiteral("--ini"), m_ini,
-                           QStringLiteral("--connection"), QStringLiteral("Contacts DB"),
-                           QStringLiteral("--quiet")});
-    QCOMPARE(rerun.exitCode, 0);
-    const QRegularExpressionMatch added =
-        QRegularExpression(QStringLiteral("Recipients Added : (\\d+)\\n")).match(rerun.out);
-    QVERIFY(added.hasMatch());
-    QCOMPARE(count(group, QStringLiteral("SELECT COUNT(*) FROM Recipients")),
-             kept + added.captured(1).toInt());
-    QCOMPARE(
-        count(group, QStringLiteral("SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients")),
-        kept + added.captured(1).toInt());
-}
+    void jobFailures_data()
+    {
+        QTest::addColumn<QString>("connection");
+        QTest::addColumn<QByteArray>("groupFile"); // empty: no Group file
+        QTest::addColumn<QString>("error");
+        QTest::newRow("unknown connection") << "Nobody's DB" << QByteArray() << "\"Nobody's DB\"";
+        QTest::newRow("missing Group") << "Contacts DB" << QByteArray() << "\"Customers\"";
+        QTest::newRow("Group not a Group")
+            << "Contacts DB" << QByteArray("just text") << "the import failed: 3100 - ";
+    }
+
+    void jobFailures()
+    {
+        QFETCH(QString, connection);
+        QFETCH(QByteArray, groupFile);
+        QFETCH(QString, error);
+        prepare(10, false);
+        if (!groupFile.isEmpty())
+            m_folder->writeFile("data/Customers.gdb", groupFile);
+        const Run run = job({connection});
+        QCOMPARE(run.exitCode, 1);
+        QVERIFY2(run.err.contains(error), qPrintable(run.err));
+        QCOMPARE(m_folder->readFile("data/Customers.gdb"), groupFile);
+    }
+
+    void importsTheSavedChoices()
+    {
+        prepare(2000, true);
+        const QDateTime iniTime = QFileInfo(m_ini).lastModified();
+        // The connection name is matched without regard to case, like the settings' own.
+        const Run run = job({"contacts db"});
+        QCOMPARE(run.exitCode, 0);
+        QVERIFY2(!run.out.contains('\r'), "plain lines when not on a terminal");
+        for (const char* line :
+             {"Importing ...\n", "Import Complete ...\n", "  100% Importing ...\n"})
+            QVERIFY2(run.out.contains(line), line);
+        // Every question declined: the offer to open the log is printed and answered No.
+        QVERIFY2(run.err.contains("Would you like to review the log file now? No"),
+                 qPrintable(run.err));
+        const QString logPath = QDir(m_data).filePath("Database Import Log File.txt");
+        QVERIFY(run.out.contains("Log file         : " + logPath + '\n'));
+        const int total = run.figure("Total Processed  : "),
+                  added = run.figure("Recipients Added : "),
+                  duplicates = run.figure("Duplicates       : "),
+                  illegal = run.figure("Illegal          : ");
+        QCOMPARE(total, 2000);
+        QCOMPARE(added + duplicates + illegal, total);
+        QVERIFY(illegal > 0 && duplicates > 0);
+        // Addresses are unique without regard to case and stored trimmed, and every source
+        // address that is valid once trimmed is in the Group.
+        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), added);
+        QCOMPARE(count(m_group, "SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients"),
+                 added);
+        QCOMPARE(count(m_group,
+                       "SELECT COUNT(*) FROM Recipients WHERE EmailAddress <> trim(EmailAddress)"),
+                 0);
+        QCOMPARE(count(m_source,
+                       "SELECT COUNT(DISTINCT lower(trim(Email))) FROM Contacts WHERE "
+                       "instr(Email, '@') > 0 AND instr(substr(Email, instr(Email, '@')), "
+                       "'.') > 0 AND trim(Email) NOT LIKE '%.' AND trim(Email) NOT LIKE '%._'"),
+                 added);
+        const QString log =
+            QString::fromUtf8(m_folder->readFile("data/Database Import Log File.txt"));
+        for (const QString& line : {QString("#   Total Processed  : %1\r\n").arg(total),
+                                    QString("#   DSN : Contacts DB\r\n"),
+                                    QString("#   SQL : select * from Contacts\r\n")})
+            QVERIFY2(log.contains(line), qPrintable(line));
+        QCOMPARE(QFileInfo(m_ini).lastModified(), iniTime);
+
+        // Run again: nothing new, all counted as duplicates or illegal.
+        const Run again = job({"Contacts DB", "--quiet"});
+        QCOMPARE(again.exitCode, 0);
+        QVERIFY(!again.out.contains("Importing ..."));
+        QCOMPARE(again.figure("Recipients Added : "), 0);
+        QCOMPARE(again.figure("Duplicates       : "), added + duplicates);
+        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), added);
+    }
+
+    void overridesGroupAndReplace()
+    {
+        prepare(300, false);
+        m_data += '/';
+        QCOMPARE(cli({"--create-group", "Other"}).exitCode, 0);
+        for (const QString option : {"--no-replace", "--replace"}) {
+            QCOMPARE(job({"Contacts DB", "--group", "Other", option}).exitCode, 0);
+            const QByteArray log = m_folder->readFile("data/Database Import Log File.txt");
+            QVERIFY(log.contains("#   Destination Group : Other\r\n"));
+            QVERIFY(log.contains(option == "--replace" ? "#   Replace : True\r\n"
+                                                       : "#   Replace : False\r\n"));
+        }
+        QVERIFY(!QFileInfo::exists(m_group));
+    }
+
+    void killedMidImportKeepsCommittedBatches()
+    {
+        prepare(400000, true, 11);
+        QProcess process;
+        process.start(binary("dbimport-cli"), {"--data-folder", m_data, "--ini", m_ini,
+                                               "--connection", "Contacts DB", "--quiet"});
+        QVERIFY(process.waitForStarted());
+        // Kill it as soon as some batches are in the file, well before the end.
+        QElapsedTimer timer;
+        timer.start();
+        int seen = 0;
+        while (seen < 20000 && timer.elapsed() < 60000 && process.state() == QProcess::Running) {
+            seen = std::max(seen, count(m_group, "SELECT COUNT(*) FROM Recipients"));
+            QThread::msleep(5);
+        }
+        QVERIFY2(process.state() == QProcess::Running,
+                 "the import ended before it could be killed");
+        ::kill(pid_t(process.processId()), SIGKILL);
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+
+        // The Group opens and holds every batch committed before the kill, each record complete.
+        QVERIFY(GroupStore::checkFile(m_group));
+        GroupStore store;
+        store.open(m_group);
+        const int kept = store.recordCount();
+        store.close();
+        QVERIFY2(kept >= seen && kept < 400000, qPrintable(QString::number(kept)));
+        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients WHERE EmailAddress IS NULL OR "
+                                "DateAdded IS NULL OR City IS NULL"),
+                 0);
+        QCOMPARE(SqliteColumn(m_group, "PRAGMA integrity_check"), QStringList{"ok"});
+        // Running again finishes the job: the kept records count as duplicates.
+        const Run rerun = job({"Contacts DB", "--quiet"});
+        QCOMPARE(rerun.exitCode, 0);
+        const int added = rerun.figure("Recipients Added : ");
+        QVERIFY(added >= 0);
+        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), kept + added);
+        QCOMPARE(count(m_group, "SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients"),
+                 kept + added);
+    }
+};
 
 QTEST_GUILESS_MAIN(tst_Cli)
 #include "tst_cli.moc"

@@ -52,7 +52,8 @@ void tst_Groups::listSkipsTheHostsOwnLists()
     QCOMPARE(groups, listed);
     QStringList sorted = groups;
     sorted.sort();
-    QCOMPARE(sorted, QStringList({" Padded ", ".hidden", "Archive", "Customers", "Search Results"}));
+    QCOMPARE(sorted,
+             QStringList({" Padded ", ".hidden", "Archive", "Customers", "Search Results"}));
 }
 
 void tst_Groups::create_data()
@@ -62,13 +63,18 @@ void tst_Groups::create_data()
     QTest::addColumn<QString>("message"); // empty: created
     QTest::addColumn<int>("icon");
     const int info = int(MessageBoxes::Icon::Information);
-    QTest::newRow("new") << "New Group" << "" << "" << 0;
-    QTest::newRow("exists") << "Sales" << ""
+    QTest::newRow("new") << "New Group"
+                         << ""
+                         << "" << 0;
+    QTest::newRow("exists") << "Sales"
+                            << ""
                             << "A Group by the name: Sales\r\nalready exists.\r\n\r\n"
                                "Click OK to choose a new name"
                             << info;
-    QTest::newRow("no such folder") << "Lost" << "missing\\" << "CreateGroupError: 76 - "
-                                    << int(MessageBoxes::Icon::Critical);
+    QTest::newRow("no such folder")
+        << "Lost"
+        << "missing\\"
+        << "CreateGroupError: 76 - " << int(MessageBoxes::Icon::Critical);
 }
 
 void tst_Groups::create()
@@ -161,7 +167,8 @@ void tst_Groups::duplicateListGrowsAndEmpties()
     QVERIFY(!list.add("PERSON.12345@EXAMPLE.COM"));
     QCOMPARE(list.count(), n);
     // Far less than a set of strings would take (about 100 bytes an address).
-    QVERIFY2(list.memoryUsed() < std::size_t(n) * 60, qPrintable(QString::number(list.memoryUsed())));
+    QVERIFY2(list.memoryUsed() < std::size_t(n) * 60,
+             qPrintable(QString::number(list.memoryUsed())));
     list.clear();
     QCOMPARE(list.count(), 0);
     QVERIFY(!list.contains("person.1@example.com"));

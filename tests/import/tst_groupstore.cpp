@@ -107,15 +107,17 @@ void tst_GroupStore::createdFileHasTheGroupFormat()
                          "Field3,Field4,DateAdded"});
     QCOMPARE(SqliteColumn(path, "SELECT DISTINCT type FROM pragma_table_info('Recipients')"),
              QStringList{"TEXT"});
-    QCOMPARE(SqliteColumn(path, "SELECT Position || ',' || Name || ',' || Type || ',' || Length "
-                                "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position"),
-             QStringList({"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
+    QCOMPARE(
+        SqliteColumn(path, "SELECT Position || ',' || Name || ',' || Type || ',' || Length "
+                           "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position"),
+        QStringList({"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
     QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Fields"), QStringList{"21"});
     // The e-mail index compares without regard to case, so a find can use it.
     const QStringList indexSql = SqliteColumn(
         path, "SELECT sql FROM sqlite_master WHERE type='index' AND tbl_name='Recipients'");
     QCOMPARE(indexSql.size(), 1);
-    QVERIFY2(indexSql.first().contains("EmailAddress COLLATE NOCASE"), qPrintable(indexSql.first()));
+    QVERIFY2(indexSql.first().contains("EmailAddress COLLATE NOCASE"),
+             qPrintable(indexSql.first()));
 }
 
 void tst_GroupStore::checkAndOpen_data()
@@ -263,9 +265,15 @@ void tst_GroupStore::overLongValuesAreCut_data()
     QTest::addColumn<QString>("field");
     QTest::addColumn<QString>("value");
     QTest::addColumn<QString>("stored");
-    QTest::newRow("title 10") << "Title" << "Professorin" << "Professori";
-    QTest::newRow("exactly the length") << "Zip" << "123456789012345" << "123456789012345";
-    QTest::newRow("zip 15") << "Zip" << "1234567890123456789" << "123456789012345";
+    QTest::newRow("title 10") << "Title"
+                              << "Professorin"
+                              << "Professori";
+    QTest::newRow("exactly the length") << "Zip"
+                                        << "123456789012345"
+                                        << "123456789012345";
+    QTest::newRow("zip 15") << "Zip"
+                            << "1234567890123456789"
+                            << "123456789012345";
     QTest::newRow("email 100") << "EmailAddress" << QString(120, 'e') << QString(100, 'e');
     QTest::newRow("non-ASCII counted in characters")
         << "Title" << QString::fromUtf8("ÄÖÜäöüßÉÈÊX") << QString::fromUtf8("ÄÖÜäöüßÉÈÊ");
@@ -298,16 +306,20 @@ void tst_GroupStore::findIgnoresCase_data()
     QTest::addColumn<QString>("stored");
     QTest::addColumn<QString>("wanted");
     QTest::addColumn<bool>("found");
-    QTest::newRow("same") << "ann@example.com" << "ann@example.com" << true;
-    QTest::newRow("ASCII case") << "Ann@Example.COM" << "ann@example.com" << true;
+    QTest::newRow("same") << "ann@example.com"
+                          << "ann@example.com" << true;
+    QTest::newRow("ASCII case") << "Ann@Example.COM"
+                                << "ann@example.com" << true;
     QTest::newRow("non-ASCII case")
         << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
     QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr")
                                 << QString::fromUtf8("σοφια@example.gr") << true;
-    QTest::newRow("different") << "ann@example.com" << "bob@example.com" << false;
+    QTest::newRow("different") << "ann@example.com"
+                               << "bob@example.com" << false;
     QTest::newRow("non-ASCII different")
         << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
-    QTest::newRow("trailing blank differs") << "ann@example.com " << "ann@example.com" << false;
+    QTest::newRow("trailing blank differs") << "ann@example.com "
+                                            << "ann@example.com" << false;
 }
 
 void tst_GroupStore::findIgnoresCase()

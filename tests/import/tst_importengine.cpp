@@ -24,7 +24,7 @@ namespace {
 class RecordingView final : public ImportView
 {
 public:
-    QStringList statuses, counters, notices; // counters: "total,added,duplicates,illegal"
+    QStringList statuses, counters, notices;       // counters: "total,added,duplicates,illegal"
     QList<int> counterTotals, yieldTotals, values; // yieldTotals: total shown at each yield
     QList<QPair<int, int>> ranges;
     QList<bool> visibility;
@@ -43,7 +43,10 @@ public:
         counters << QString("%1,%2,%3,%4").arg(t).arg(a).arg(d).arg(i);
         counterTotals << (currentTotal = t);
     }
-    void setProgressRange(int minimum, int maximum) override { ranges << qMakePair(minimum, maximum); }
+    void setProgressRange(int minimum, int maximum) override
+    {
+        ranges << qMakePair(minimum, maximum);
+    }
     void setProgressValue(int value) override { values << value; }
     void setProgressVisible(bool visible) override { visibility << visible; }
     void showNoProgressNotice(const QString& text) override { notices << text; }
@@ -64,7 +67,11 @@ QString row(const QString& email)
 
 QString totalsText(const ImportEngine::Totals& t)
 {
-    return QString("%1,%2,%3,%4").arg(t.totalProcessed).arg(t.added).arg(t.duplicates).arg(t.illegal);
+    return QString("%1,%2,%3,%4")
+        .arg(t.totalProcessed)
+        .arg(t.added)
+        .arg(t.duplicates)
+        .arg(t.illegal);
 }
 
 } // namespace
@@ -244,7 +251,8 @@ void tst_ImportEngine::importsValidatesAndSkips()
     const QString today = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
     const QString old = replace ? "dave@example.org|Dave|New|Wells|01/01/2001"
                                 : "Dave@Example.ORG|-|-|OldCity|01/01/2001";
-    const QString ann = replace ? "ANN@EXAMPLE.COM|Annie|Lee-Smith|Bath|" : "ann@example.com|Ann|Lee|Leeds|";
+    const QString ann =
+        replace ? "ANN@EXAMPLE.COM|Annie|Lee-Smith|Bath|" : "ann@example.com|Ann|Lee|Leeds|";
     QCOMPARE(groupRows("Customers", "EmailAddress || '|' || IFNULL(FirstName, '-') || '|' || "
                                     "IFNULL(LastName, '-') || '|' || City || '|' || DateAdded"),
              QStringList({old, "zed@example.com |-|-|OldCity|01/01/2001", ann + today,
@@ -266,14 +274,20 @@ void tst_ImportEngine::importsValidatesAndSkips()
                          "**  IGNORED: Invalid email (No @ sign) Email=invalid"};
     if (!replace)
         expected << "**  IGNORED: Duplicate email, Email=ANN@EXAMPLE.COM";
-    expected << "**  IGNORED: Invalid email (Period within 2 characters of end) Email=carol@example.c"
-             << "**  IGNORED: Invalid email (Blank) Email=";
+    expected
+        << "**  IGNORED: Invalid email (Period within 2 characters of end) Email=carol@example.c"
+        << "**  IGNORED: Invalid email (Blank) Email=";
     if (!replace)
         expected << "**  IGNORED: Duplicate email, Email=dave@example.org";
     expected << "**  IGNORED: Invalid email (No period after @ sign) Email=erin@example"
-             << "**  IGNORED: Invalid email (Blank) Email=" << "#   " << "#   Total Processed  : 10"
-             << "#   Recipients Added : 3" << "#   Duplicates       : 2" << "#   Illegal          : 5"
-             << "#   " << "<ended>";
+             << "**  IGNORED: Invalid email (Blank) Email="
+             << "#   "
+             << "#   Total Processed  : 10"
+             << "#   Recipients Added : 3"
+             << "#   Duplicates       : 2"
+             << "#   Illegal          : 5"
+             << "#   "
+             << "<ended>";
     const QStringList log = logLines();
     QCOMPARE(log.size(), expected.size());
     const QRegularExpression stamp("^(Mon|Tue|Wed|Thu|Fri|Sat|Sun) \\d\\d:\\d\\d:\\d\\d$");
@@ -301,10 +315,10 @@ void tst_ImportEngine::importsValidatesAndSkips()
 
 void tst_ImportEngine::fullNameMacroAndOverrides()
 {
-    const QString source = createSource({"'a@x.org', NULL, NULL, 'C1', 'Mr John A Smith'",
-                                         "'b@x.org', 'Sep', NULL, 'C2', 'Dr Alexander Benjamin Christopher'",
-                                         "'c@x.org', NULL, 'Own', 'C3', NULL",
-                                         "'d@x.org', NULL, NULL, 'C4', 'Cher'"});
+    const QString source =
+        createSource({"'a@x.org', NULL, NULL, 'C1', 'Mr John A Smith'",
+                      "'b@x.org', 'Sep', NULL, 'C2', 'Dr Alexander Benjamin Christopher'",
+                      "'c@x.org', NULL, 'Own', 'C3', NULL", "'d@x.org', NULL, NULL, 'C4', 'Cher'"});
     createGroup("Names");
     ImportChoices choices = choicesFor(source, "Names");
     choices.FieldMappings.Clear();
@@ -348,10 +362,11 @@ void tst_ImportEngine::sourceValuesBecomeText()
                                  "quote(LastName) || '|' || quote(City) || '|' || quote(Field1) "
                                  "|| '|' || quote(Field2) || '|' || quote(Field3) || '|' || "
                                  "quote(Field4) || '|' || quote(Telephone)"),
-             QStringList({QString::fromUtf8("'a@x.org'|''|'x'|'y'|'Hiä'|'1'|'2024-02-29'|'3.25'|'12345'"),
-                          QString::fromUtf8("'b@x.org'|'Jürgen'|'Ørsted-Ñúñez'|'") + longText.left(30) +
-                              "'|'0x00FF10'|'0'|''|'1e+20'|'-7'",
-                          "'c@x.org'|''|''|''|''|''|'x'|''|''"}));
+             QStringList(
+                 {QString::fromUtf8("'a@x.org'|''|'x'|'y'|'Hiä'|'1'|'2024-02-29'|'3.25'|'12345'"),
+                  QString::fromUtf8("'b@x.org'|'Jürgen'|'Ørsted-Ñúñez'|'") + longText.left(30) +
+                      "'|'0x00FF10'|'0'|''|'1e+20'|'-7'",
+                  "'c@x.org'|''|''|''|''|''|'x'|''|''"}));
 }
 
 void tst_ImportEngine::failures_data()
@@ -360,12 +375,17 @@ void tst_ImportEngine::failures_data()
     QTest::addColumn<QString>("errorStart");
     QTest::addColumn<QString>("lastLogLine");
     const QString failed = "#   Import failed";
-    QTest::newRow("mapped field missing from the source") << "nofield" << "3265 - " << failed;
+    QTest::newRow("mapped field missing from the source") << "nofield"
+                                                          << "3265 - " << failed;
     // Opening reports success; the run fails at the first write to the Group.
-    QTest::newRow("Group is a text file") << "text" << "3100 - " << failed;
-    QTest::newRow("Group file missing") << "nogroup" << "3100 - " << failed;
+    QTest::newRow("Group is a text file") << "text"
+                                          << "3100 - " << failed;
+    QTest::newRow("Group file missing") << "nogroup"
+                                        << "3100 - " << failed;
     QTest::newRow("statement would change the source")
-        << "delete" << "" << "#   Error - Retrieval of records from DSN failed";
+        << "delete"
+        << ""
+        << "#   Error - Retrieval of records from DSN failed";
 }
 
 void tst_ImportEngine::failures()
@@ -437,7 +457,8 @@ void tst_ImportEngine::cancelThenNoThenYes()
     m_boxes->queueAnswer(confirm);
     QString errorText;
     QVERIFY2(engine.DoImportJob(errorText), qPrintable(errorText));
-    QCOMPARE(m_boxes->texts().count("You have chosen to cancel the import process, are you sure ?"), 1);
+    QCOMPARE(m_boxes->texts().count("You have chosen to cancel the import process, are you sure ?"),
+             1);
     const int expected = confirm ? 50 : 120;
     QCOMPARE(totalsText(engine.totals()), QString("%1,%1,0,0").arg(expected));
     const QStringList emails = groupRows("G", "EmailAddress");
@@ -488,7 +509,8 @@ void tst_ImportEngine::cadenceOfUpdatesAndYields()
     QCOMPARE(view.yieldTotals, QList<int>({0, 0, 50, 100}));
     const int firstLoopValue = int(view.values.indexOf(10));
     QVERIFY(firstLoopValue >= 0);
-    QCOMPARE(view.values.mid(firstLoopValue), QList<int>({10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
+    QCOMPARE(view.values.mid(firstLoopValue),
+             QList<int>({10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
 }
 
 void tst_ImportEngine::noRecords()
@@ -556,7 +578,8 @@ void tst_ImportEngine::advancedSqlAndUnknownCount()
     RecordingView view;
     QString totals;
     QVERIFY(run(choices, view, &totals));
-    QCOMPARE(view.notices, QStringList{"Progress bar not displayed - Record Count is not available."});
+    QCOMPARE(view.notices,
+             QStringList{"Progress bar not displayed - Record Count is not available."});
     QVERIFY(view.visibility.contains(false));
     QVERIFY(view.ranges.contains(qMakePair(0, 1000000)));
     QCOMPARE(totals, QString("5,0,0,5")); // the five columns of People
@@ -652,10 +675,11 @@ void tst_ImportEngine::importFromPostgresOverOdbc()
         choices.ConnectionString = server.driverString(database.name());
         choices.FilterMethod = 1;
         choices.AdvancedSQLString = "SELECT * FROM contacts ORDER BY id";
-        for (const char* pair : {"EMailAddress=email", "FullNameMacro=full_name", "City=city",
-                                 "Field1=joined", "Field2=active", "Field3=score", "Field4=photo",
-                                 "Telephone=visits", "Address1=seen"})
-            choices.FieldMappings.Add(QString(pair).section('=', 0, 0), QString(pair).section('=', 1));
+        for (const char* pair :
+             {"EMailAddress=email", "FullNameMacro=full_name", "City=city", "Field1=joined",
+              "Field2=active", "Field3=score", "Field4=photo", "Telephone=visits", "Address1=seen"})
+            choices.FieldMappings.Add(QString(pair).section('=', 0, 0),
+                                      QString(pair).section('=', 1));
         choices.VTGroup = "PG";
         choices.ReplaceExisting = replace;
         RecordingView view;
@@ -676,7 +700,8 @@ void tst_ImportEngine::importFromPostgresOverOdbc()
     // After the replace run every duplicate carries its last source row; the PostgreSQL
     // driver hands booleans over as the characters 0 and 1.
     QCOMPARE(groupRows("PG", columns),
-             QStringList({"dup@example.com||Pre|Existing|York||||||", "Ann@Example.com||Ann|Two|Bath||0||||",
+             QStringList({"dup@example.com||Pre|Existing|York||||||",
+                          "Ann@Example.com||Ann|Two|Bath||0||||",
                           QString::fromUtf8("ZOË@EXÄMPLE.DE||Zoe|Again|Bonn||||||")}));
     QVERIFY(logLines().contains("**  IGNORED: Invalid email (No @ sign) Email=no-at-sign"));
 }
