@@ -40,18 +40,11 @@ void TestModApplication::windows1252Codes_data()
     QTest::addColumn<int>("unicode");
     QTest::addColumn<int>("code"); // -1: none
 
-    QTest::newRow("NUL") << 0x0000 << 0x00;
-    QTest::newRow("DEL") << 0x007F << 0x7F;
-    QTest::newRow("euro") << 0x20AC << 0x80;
-    QTest::newRow("undefined 0x81") << 0x0081 << 0x81;
-    QTest::newRow("undefined 0x9D") << 0x009D << 0x9D;
-    QTest::newRow("S caron") << 0x0160 << 0x8A;
-    QTest::newRow("Y diaeresis") << 0x0178 << 0x9F;
-    QTest::newRow("no-break space") << 0x00A0 << 0xA0;
-    QTest::newRow("y diaeresis") << 0x00FF << 0xFF;
-    QTest::newRow("C1 0x80") << 0x0080 << -1;
-    QTest::newRow("C1 0x9F") << 0x009F << -1;
-    QTest::newRow("Greek Omega") << 0x03A9 << -1;
+    const QList<QPair<int, int>> rows = {{0x0000, 0x00}, {0x007F, 0x7F}, {0x20AC, 0x80},
+        {0x0081, 0x81}, {0x009D, 0x9D}, {0x0160, 0x8A}, {0x0178, 0x9F}, {0x00A0, 0xA0},
+        {0x00FF, 0xFF}, {0x0080, -1}, {0x009F, -1}, {0x03A9, -1}};
+    for (const auto& [unicode, code] : rows)
+        QTest::addRow("U+%04X", unicode) << unicode << code;
 }
 
 void TestModApplication::windows1252Codes()
