@@ -1,56 +1,16 @@
 // The Group store on real SQLite files: format, reading, writing, finding, batching.
 #include <QtTest>
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <sqlite3.h>
 
 #include "import/groupstore.h"
 #include "util/apperror.h"
 
+#include "readonlyfolder.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
 namespace {
-
-// A folder nobody may create files in. The owner's write permission is taken away; root
-// ignores that, so for root the folder is also marked immutable, which binds root too.
-class ReadOnlyFolder
-{
-public:
-    explicit ReadOnlyFolder(const QString& path) : m_path(path)
-    {
-        QDir().mkpath(path);
-        QFile::setPermissions(path, QFile::ReadOwner | QFile::ExeOwner);
-        m_immutable = ::geteuid() == 0 && setImmutable(true);
-    }
-    ~ReadOnlyFolder()
-    {
-        if (m_immutable)
-            setImmutable(false);
-        QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    }
-    bool isReadOnly() const { return !QFileInfo(m_path).isWritable(); }
-
-private:
-    bool setImmutable(bool on)
-    {
-        const int fd = ::open(QFile::encodeName(m_path).constData(), O_RDONLY | O_DIRECTORY);
-        int flags = 0;
-        bool ok = fd >= 0 && ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-        flags = on ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
-        ok = ok && ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-        if (fd >= 0)
-            ::close(fd);
-        return ok;
-    }
-
-    QString m_path;
-    bool m_immutable = false;
-};
 
 QString newGroup(const TempFolder& folder, const QString& name = "Test")
 {
@@ -79,373 +39,362 @@ class tst_GroupStore : public QObject
     Q_OBJECT
 
 private slots:
-    void createdFileHasTheGroupFormat();
-    void checkAndOpen_data();
-    void checkAndOpen();
-    void createRefusesExistingAndUnwritable_data();
-    void createRefusesExistingAndUnwritable();
-    void staleJournalIsNotAppliedToANewGroup();
-    void writtenRecordsReachTheFile();
-    void overLongValuesAreCut_data();
-    void overLongValuesAreCut();
-    void findIgnoresCase_data();
-    void findIgnoresCase();
-    void currentRecordSurvivesAddFindAndClose();
-    void manyNewRecordsKeepTheirOrderAndAreFound();
-    void sequentialReading();
-    void committedBatchesAreVisibleBeforeClose();
-};
-
-void tst_GroupStore::createdFileHasTheGroupFormat()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
-    QCOMPARE(SqliteColumn(path, "SELECT group_concat(name, ',') FROM "
-                                "(SELECT name FROM pragma_table_info('Recipients') ORDER BY cid)"),
-             QStringList{"Title,FirstName,LastName,EmailAddress,Initial,Address1,Address2,City,"
-                         "State,Zip,Country,Company,JobTitle,WEB,Telephone,FAX,Field1,Field2,"
-                         "Field3,Field4,DateAdded"});
-    QCOMPARE(SqliteColumn(path, "SELECT DISTINCT type FROM pragma_table_info('Recipients')"),
-             QStringList{"TEXT"});
-    QCOMPARE(
-        SqliteColumn(path, "SELECT Position || ',' || Name || ',' || Type || ',' || Length "
-                           "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position"),
-        QStringList({"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
-    QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Fields"), QStringList{"21"});
-    // The e-mail index compares without regard to case, so a find can use it.
-    const QStringList indexSql = SqliteColumn(
-        path, "SELECT sql FROM sqlite_master WHERE type='index' AND tbl_name='Recipients'");
-    QCOMPARE(indexSql.size(), 1);
-    QVERIFY2(indexSql.first().contains("EmailAddress COLLATE NOCASE"),
-             qPrintable(indexSql.first()));
-}
-
-void tst_GroupStore::checkAndOpen_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<bool>("isGroup");
-    for (const char* kind : {"group", "missing", "text", "empty", "other sqlite", "folder"})
-        QTest::newRow(kind) << kind << (qstrcmp(kind, "group") == 0);
-}
-
-void tst_GroupStore::checkAndOpen()
-{
-    QFETCH(QString, kind);
-    QFETCH(bool, isGroup);
-    TempFolder folder;
-    const QString path = folder.filePath("G.gdb");
-    if (kind == "group")
-        newGroup(folder, "G");
-    else if (kind == "text")
-        folder.writeFile("G.gdb", "Title,FirstName\r\nMr,John\r\n");
-    else if (kind == "empty")
-        folder.writeFile("G.gdb", QByteArray());
-    else if (kind == "other sqlite")
-        QCOMPARE(BuildSqliteDatabase(path, {"CREATE TABLE People (Name TEXT)"}), QString());
-    else if (kind == "folder")
-        QVERIFY(QDir(folder.path()).mkdir("G.gdb"));
-    QCOMPARE(GroupStore::checkFile(path), isGroup);
-    GroupStore store;
-    if (isGroup)
-        store.open(path);
-    else
-        QVERIFY_THROWS_EXCEPTION(AppError, store.open(path));
-    QCOMPARE(store.isOpen(), isGroup);
-    if (kind == "missing")
-        QVERIFY(!QFileInfo::exists(path));
-}
-
-void tst_GroupStore::createRefusesExistingAndUnwritable_data()
-{
-    QTest::addColumn<QString>("kind");
-    QTest::addColumn<long>("number");
-    QTest::newRow("exists") << "exists" << 58L;
-    QTest::newRow("no such folder") << "nofolder" << long(AppError::PathNotFound);
-    QTest::newRow("folder is a file") << "fileasfolder" << long(AppError::PathNotFound);
-    QTest::newRow("read-only folder") << "readonly" << long(AppError::PermissionDenied);
-}
-
-void tst_GroupStore::createRefusesExistingAndUnwritable()
-{
-    QFETCH(QString, kind);
-    QFETCH(long, number);
-    TempFolder folder;
-    QString path = folder.filePath("ro/G.gdb");
-    if (kind == "exists")
-        path = folder.writeFile("G.gdb", "precious");
-    else if (kind == "nofolder")
-        path = folder.filePath("missing/G.gdb");
-    else if (kind == "fileasfolder")
-        path = folder.writeFile("plain", "x") + "/G.gdb";
-    std::unique_ptr<ReadOnlyFolder> readOnly;
-    if (kind == "readonly") {
-        readOnly = std::make_unique<ReadOnlyFolder>(folder.filePath("ro"));
-        if (!readOnly->isReadOnly())
-            QSKIP("cannot make a folder read-only here");
-    }
-    try {
-        GroupStore::createFile(path, GroupStore::groupFields());
-        QFAIL("createFile did not throw");
-    } catch (const AppError& e) {
-        QCOMPARE(e.number(), number);
-    }
-    if (kind == "exists")
-        QCOMPARE(folder.readFile("G.gdb"), QByteArray("precious"));
-    else
-        QVERIFY(!QFileInfo::exists(path));
-}
-
-void tst_GroupStore::staleJournalIsNotAppliedToANewGroup()
-{
-    // A hot journal as a killed import leaves it: taken while a transaction that has
-    // already written changed pages to the file is still open.
-    TempFolder folder;
-    const QString old = newGroup(folder, "Old");
-    QStringList rows{"BEGIN"};
-    for (int i = 0; i < 3000; ++i)
-        rows << QString("INSERT INTO Recipients (EmailAddress, City) VALUES ('p%1@x.org', 'Leeds')")
-                    .arg(i);
-    QCOMPARE(BuildSqliteDatabase(old, rows << "COMMIT"), QString());
-    const QString fresh = folder.filePath("Fresh.gdb");
-    sqlite3* db = nullptr;
-    QCOMPARE(sqlite3_open(QFile::encodeName(old).constData(), &db), SQLITE_OK);
-    QCOMPARE(sqlite3_exec(db, "PRAGMA cache_size=5; BEGIN; UPDATE Recipients SET City = 'York';",
-                          nullptr, nullptr, nullptr),
-             SQLITE_OK);
-    const bool copied = QFile::copy(old + "-journal", fresh + "-journal");
-    sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
-    sqlite3_close(db);
-    QVERIFY(copied);
-
-    GroupStore::createFile(fresh, GroupStore::groupFields());
-    QVERIFY(!QFileInfo::exists(fresh + "-journal"));
-    GroupStore store;
-    store.open(fresh);
-    QCOMPARE(store.recordCount(), 0);
-    store.close();
-    QCOMPARE(SqliteColumn(fresh, "PRAGMA integrity_check"), QStringList{"ok"});
-}
-
-void tst_GroupStore::writtenRecordsReachTheFile()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
+    void createdFileHasTheGroupFormat()
     {
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        QCOMPARE(SqliteColumn(path,
+                              "SELECT group_concat(name, ',') FROM "
+                              "(SELECT name FROM pragma_table_info('Recipients') ORDER BY cid)"),
+                 QStringList{"Title,FirstName,LastName,EmailAddress,Initial,Address1,Address2,City,"
+                             "State,Zip,Country,Company,JobTitle,WEB,Telephone,FAX,Field1,Field2,"
+                             "Field3,Field4,DateAdded"});
+        QCOMPARE(SqliteColumn(path, "SELECT DISTINCT type FROM pragma_table_info('Recipients')"),
+                 QStringList{"TEXT"});
+        QCOMPARE(SqliteColumn(path,
+                              "SELECT Position || ',' || Name || ',' || Type || ',' || Length "
+                              "FROM Fields WHERE Position IN (1, 4, 14, 21) ORDER BY Position"),
+                 QStringList(
+                     {"1,Title,0,10", "4,EmailAddress,0,100", "14,WEB,0,75", "21,DateAdded,6,0"}));
+        QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Fields"), QStringList{"21"});
+        // The e-mail index compares without regard to case, so a find can use it.
+        const QStringList indexSql = SqliteColumn(
+            path, "SELECT sql FROM sqlite_master WHERE type='index' AND tbl_name='Recipients'");
+        QCOMPARE(indexSql.size(), 1);
+        QVERIFY2(indexSql.first().contains("EmailAddress COLLATE NOCASE"),
+                 qPrintable(indexSql.first()));
+    }
+
+    void checkAndOpen_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("isGroup");
+        for (const char* kind : {"group", "missing", "text", "empty", "other sqlite", "folder"})
+            QTest::newRow(kind) << kind << (qstrcmp(kind, "group") == 0);
+    }
+
+    void checkAndOpen()
+    {
+        QFETCH(QString, kind);
+        QFETCH(bool, isGroup);
+        TempFolder folder;
+        const QString path = folder.filePath("G.gdb");
+        if (kind == "group")
+            newGroup(folder, "G");
+        else if (kind == "text")
+            folder.writeFile("G.gdb", "Title,FirstName\r\nMr,John\r\n");
+        else if (kind == "empty")
+            folder.writeFile("G.gdb", QByteArray());
+        else if (kind == "other sqlite")
+            QCOMPARE(BuildSqliteDatabase(path, {"CREATE TABLE People (Name TEXT)"}), QString());
+        else if (kind == "folder")
+            QVERIFY(QDir(folder.path()).mkdir("G.gdb"));
+        QCOMPARE(GroupStore::checkFile(path), isGroup);
         GroupStore store;
-        store.open(path);
+        if (isGroup)
+            store.open(path);
+        else
+            QVERIFY_THROWS_EXCEPTION(AppError, store.open(path));
+        QCOMPARE(store.isOpen(), isGroup);
+        if (kind == "missing")
+            QVERIFY(!QFileInfo::exists(path));
+    }
+
+    void createRefusesExistingAndUnwritable_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<long>("number");
+        QTest::newRow("exists") << "exists" << 58L;
+        QTest::newRow("no such folder") << "nofolder" << long(AppError::PathNotFound);
+        QTest::newRow("folder is a file") << "fileasfolder" << long(AppError::PathNotFound);
+        QTest::newRow("read-only folder") << "readonly" << long(AppError::PermissionDenied);
+    }
+
+    void createRefusesExistingAndUnwritable()
+    {
+        QFETCH(QString, kind);
+        QFETCH(long, number);
+        TempFolder folder;
+        QString path = folder.filePath("ro/G.gdb");
+        if (kind == "exists")
+            path = folder.writeFile("G.gdb", "precious");
+        else if (kind == "nofolder")
+            path = folder.filePath("missing/G.gdb");
+        else if (kind == "fileasfolder")
+            path = folder.writeFile("plain", "x") + "/G.gdb";
+        std::unique_ptr<ReadOnlyFolder> readOnly;
+        if (kind == "readonly") {
+            readOnly = std::make_unique<ReadOnlyFolder>(folder.filePath("ro"));
+            if (!readOnly->isReadOnly())
+                QSKIP("cannot make a folder read-only here");
+        }
+        try {
+            GroupStore::createFile(path, GroupStore::groupFields());
+            QFAIL("createFile did not throw");
+        } catch (const AppError& e) {
+            QCOMPARE(e.number(), number);
+        }
+        if (kind == "exists")
+            QCOMPARE(folder.readFile("G.gdb"), QByteArray("precious"));
+        else
+            QVERIFY(!QFileInfo::exists(path));
+    }
+
+    void staleJournalIsNotAppliedToANewGroup()
+    {
+        // A hot journal as a killed import leaves it: taken while a transaction that has
+        // already written changed pages to the file is still open.
+        TempFolder folder;
+        const QString old = newGroup(folder, "Old");
+        QStringList rows{"BEGIN"};
+        for (int i = 0; i < 3000; ++i)
+            rows << QString(
+                        "INSERT INTO Recipients (EmailAddress, City) VALUES ('p%1@x.org', 'Leeds')")
+                        .arg(i);
+        QCOMPARE(BuildSqliteDatabase(old, rows << "COMMIT"), QString());
+        const QString fresh = folder.filePath("Fresh.gdb");
+        sqlite3* db = nullptr;
+        QCOMPARE(sqlite3_open(QFile::encodeName(old).constData(), &db), SQLITE_OK);
+        QCOMPARE(sqlite3_exec(db,
+                              "PRAGMA cache_size=5; BEGIN; UPDATE Recipients SET City = 'York';",
+                              nullptr, nullptr, nullptr),
+                 SQLITE_OK);
+        const bool copied = QFile::copy(old + "-journal", fresh + "-journal");
+        sqlite3_exec(db, "ROLLBACK", nullptr, nullptr, nullptr);
+        sqlite3_close(db);
+        QVERIFY(copied);
+
+        GroupStore::createFile(fresh, GroupStore::groupFields());
+        QVERIFY(!QFileInfo::exists(fresh + "-journal"));
+        GroupStore store;
+        store.open(fresh);
         QCOMPARE(store.recordCount(), 0);
-        for (int i = 1; i <= 3; ++i)
-            add(store, {QString("EmailAddress=p%1@x.org").arg(i), QString("LastName=P %1").arg(i)});
-        // Field names match without regard to case.
-        add(store, {"Web=https://x.org", "fax=+44 1", "EMAILADDRESS=a@b.cc"});
-        QCOMPARE(store.fieldIndex("wEb"), store.fieldIndex("WEB"));
-        QCOMPARE(store.fieldIndex("FullNameMacro"), -1);
-        QVERIFY_THROWS_EXCEPTION(AppError, store.setField("FullNameMacro", "x"));
-        QVERIFY_THROWS_EXCEPTION(AppError, store.getField("Nickname"));
-        QCOMPARE(store.recordCount(), 4);
         store.close();
-        QVERIFY(!store.isOpen());
-        QVERIFY_THROWS_EXCEPTION(AppError, store.addRecord());
-        QVERIFY_THROWS_EXCEPTION(AppError, store.recordCount());
+        QCOMPARE(SqliteColumn(fresh, "PRAGMA integrity_check"), QStringList{"ok"});
     }
-    // Fields never set stay NULL, and read back as empty text.
-    QCOMPARE(SqliteColumn(path, "SELECT EmailAddress || '/' || IFNULL(LastName, '-') || '/' || "
-                                "IFNULL(WEB || FAX, '-') || IFNULL(City, '.') FROM Recipients "
-                                "ORDER BY rowid"),
-             QStringList({"p1@x.org/P 1/-.", "p2@x.org/P 2/-.", "p3@x.org/P 3/-.",
-                          "a@b.cc/-/https://x.org+44 1."}));
-    GroupStore store;
-    store.open(path);
-    store.moveFirst();
-    QCOMPARE(store.getField("City"), QString());
-}
 
-void tst_GroupStore::overLongValuesAreCut_data()
-{
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<QString>("value");
-    QTest::addColumn<QString>("stored");
-    QTest::newRow("title 10") << "Title"
-                              << "Professorin"
-                              << "Professori";
-    QTest::newRow("exactly the length") << "Zip"
-                                        << "123456789012345"
-                                        << "123456789012345";
-    QTest::newRow("zip 15") << "Zip"
-                            << "1234567890123456789"
-                            << "123456789012345";
-    QTest::newRow("email 100") << "EmailAddress" << QString(120, 'e') << QString(100, 'e');
-    QTest::newRow("non-ASCII counted in characters")
-        << "Title" << QString::fromUtf8("ÄÖÜäöüßÉÈÊX") << QString::fromUtf8("ÄÖÜäöüßÉÈÊ");
-    // A character outside the BMP is one character, two UTF-16 units: never split.
-    const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");
-    QTest::newRow("surrogate pairs") << "Title" << clef.repeated(12) << clef.repeated(10);
-    QTest::newRow("date has no limit") << "DateAdded" << QString(60, 'd') << QString(60, 'd');
-}
-
-void tst_GroupStore::overLongValuesAreCut()
-{
-    QFETCH(QString, field);
-    QFETCH(QString, value);
-    QFETCH(QString, stored);
-    TempFolder folder;
-    const QString path = newGroup(folder);
+    void writtenRecordsReachTheFile()
     {
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        {
+            GroupStore store;
+            store.open(path);
+            QCOMPARE(store.recordCount(), 0);
+            for (int i = 1; i <= 3; ++i)
+                add(store,
+                    {QString("EmailAddress=p%1@x.org").arg(i), QString("LastName=P %1").arg(i)});
+            // Field names match without regard to case.
+            add(store, {"Web=https://x.org", "fax=+44 1", "EMAILADDRESS=a@b.cc"});
+            QCOMPARE(store.fieldIndex("wEb"), store.fieldIndex("WEB"));
+            QCOMPARE(store.fieldIndex("FullNameMacro"), -1);
+            QVERIFY_THROWS_EXCEPTION(AppError, store.setField("FullNameMacro", "x"));
+            QVERIFY_THROWS_EXCEPTION(AppError, store.getField("Nickname"));
+            QCOMPARE(store.recordCount(), 4);
+            store.close();
+            QVERIFY(!store.isOpen());
+            QVERIFY_THROWS_EXCEPTION(AppError, store.addRecord());
+            QVERIFY_THROWS_EXCEPTION(AppError, store.recordCount());
+        }
+        // Fields never set stay NULL, and read back as empty text.
+        QCOMPARE(SqliteColumn(path, "SELECT EmailAddress || '/' || IFNULL(LastName, '-') || '/' || "
+                                    "IFNULL(WEB || FAX, '-') || IFNULL(City, '.') FROM Recipients "
+                                    "ORDER BY rowid"),
+                 QStringList({"p1@x.org/P 1/-.", "p2@x.org/P 2/-.", "p3@x.org/P 3/-.",
+                              "a@b.cc/-/https://x.org+44 1."}));
         GroupStore store;
         store.open(path);
-        store.addRecord();
-        store.setField(field, value);
-        QCOMPARE(store.getField(field), stored);
+        store.moveFirst();
+        QCOMPARE(store.getField("City"), QString());
     }
-    QCOMPARE(SqliteColumn(path, QString("SELECT %1 FROM Recipients").arg(field)),
-             QStringList{stored});
-}
 
-void tst_GroupStore::findIgnoresCase_data()
-{
-    QTest::addColumn<QString>("stored");
-    QTest::addColumn<QString>("wanted");
-    QTest::addColumn<bool>("found");
-    QTest::newRow("same") << "ann@example.com"
-                          << "ann@example.com" << true;
-    QTest::newRow("ASCII case") << "Ann@Example.COM"
-                                << "ann@example.com" << true;
-    QTest::newRow("non-ASCII case")
-        << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
-    QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr")
-                                << QString::fromUtf8("σοφια@example.gr") << true;
-    QTest::newRow("different") << "ann@example.com"
-                               << "bob@example.com" << false;
-    QTest::newRow("non-ASCII different")
-        << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
-    QTest::newRow("trailing blank differs") << "ann@example.com "
-                                            << "ann@example.com" << false;
-}
-
-void tst_GroupStore::findIgnoresCase()
-{
-    QFETCH(QString, stored);
-    QFETCH(QString, wanted);
-    QFETCH(bool, found);
-    TempFolder folder;
-    GroupStore store;
-    store.open(newGroup(folder));
-    for (const QString& email : {QString("first@x.org"), stored, QString("last@x.org")})
-        add(store, {"EmailAddress=" + email, "Company=of " + email});
-    findEmail(store, wanted);
-    QCOMPARE(!store.noMatch(), found);
-    if (found)
-        QCOMPARE(store.getField("Company"), "of " + stored);
-    QVERIFY_THROWS_EXCEPTION(AppError, store.find("EmailAddress", ">", wanted));
-}
-
-void tst_GroupStore::currentRecordSurvivesAddFindAndClose()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
+    void overLongValuesAreCut_data()
     {
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QString>("stored");
+        QTest::newRow("title 10") << "Title"
+                                  << "Professorin"
+                                  << "Professori";
+        QTest::newRow("exactly the length") << "Zip"
+                                            << "123456789012345"
+                                            << "123456789012345";
+        QTest::newRow("zip 15") << "Zip"
+                                << "1234567890123456789"
+                                << "123456789012345";
+        QTest::newRow("email 100") << "EmailAddress" << QString(120, 'e') << QString(100, 'e');
+        QTest::newRow("non-ASCII counted in characters")
+            << "Title" << QString::fromUtf8("ÄÖÜäöüßÉÈÊX") << QString::fromUtf8("ÄÖÜäöüßÉÈÊ");
+        // A character outside the BMP is one character, two UTF-16 units: never split.
+        const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");
+        QTest::newRow("surrogate pairs") << "Title" << clef.repeated(12) << clef.repeated(10);
+        QTest::newRow("date has no limit") << "DateAdded" << QString(60, 'd') << QString(60, 'd');
+    }
+
+    void overLongValuesAreCut()
+    {
+        QFETCH(QString, field);
+        QFETCH(QString, value);
+        QFETCH(QString, stored);
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        {
+            GroupStore store;
+            store.open(path);
+            store.addRecord();
+            store.setField(field, value);
+            QCOMPARE(store.getField(field), stored);
+        }
+        QCOMPARE(SqliteColumn(path, QString("SELECT %1 FROM Recipients").arg(field)),
+                 QStringList{stored});
+    }
+
+    void findIgnoresCase_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("wanted");
+        QTest::addColumn<bool>("found");
+        QTest::newRow("same") << "ann@example.com"
+                              << "ann@example.com" << true;
+        QTest::newRow("ASCII case") << "Ann@Example.COM"
+                                    << "ann@example.com" << true;
+        QTest::newRow("non-ASCII case")
+            << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
+        QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr")
+                                    << QString::fromUtf8("σοφια@example.gr") << true;
+        QTest::newRow("different") << "ann@example.com"
+                                   << "bob@example.com" << false;
+        QTest::newRow("non-ASCII different")
+            << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
+        QTest::newRow("trailing blank differs") << "ann@example.com "
+                                                << "ann@example.com" << false;
+    }
+
+    void findIgnoresCase()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, wanted);
+        QFETCH(bool, found);
+        TempFolder folder;
+        GroupStore store;
+        store.open(newGroup(folder));
+        for (const QString& email : {QString("first@x.org"), stored, QString("last@x.org")})
+            add(store, {"EmailAddress=" + email, "Company=of " + email});
+        findEmail(store, wanted);
+        QCOMPARE(!store.noMatch(), found);
+        if (found)
+            QCOMPARE(store.getField("Company"), "of " + stored);
+        QVERIFY_THROWS_EXCEPTION(AppError, store.find("EmailAddress", ">", wanted));
+    }
+
+    void currentRecordSurvivesAddFindAndClose()
+    {
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        {
+            GroupStore store;
+            store.open(path);
+            add(store, {"EmailAddress=one@x.org", "DateAdded=01/02/2020"});
+            add(store, {"EmailAddress=two@x.org"}); // the first must be written now
+            findEmail(store, "ONE@x.org");
+            QVERIFY(!store.noMatch());
+            store.setField("City", "Leeds");
+            add(store, {"EmailAddress=three@x.org"});
+            findEmail(store, "nobody@x.org");
+            QVERIFY(store.noMatch());
+            findEmail(store, "TWO@x.org");
+            QVERIFY(!store.noMatch());
+            store.setField("City", "York");
+            store.close(); // the update of two must be written by the close
+        }
+        {
+            GroupStore store; // the destructor closes too, keeping the last record
+            store.open(path);
+            add(store, {"EmailAddress=four@x.org"});
+        }
+        QCOMPARE(SqliteColumn(path, "SELECT EmailAddress || ':' || IFNULL(City, '-') || ':' || "
+                                    "IFNULL(DateAdded, '-') FROM Recipients ORDER BY rowid"),
+                 QStringList({"one@x.org:Leeds:01/02/2020", "two@x.org:York:-", "three@x.org:-:-",
+                              "four@x.org:-:-"}));
+    }
+
+    void manyNewRecordsKeepTheirOrderAndAreFound()
+    {
+        TempFolder folder;
+        const QString path = newGroup(folder);
         GroupStore store;
         store.open(path);
-        add(store, {"EmailAddress=one@x.org", "DateAdded=01/02/2020"});
-        add(store, {"EmailAddress=two@x.org"}); // the first must be written now
-        findEmail(store, "ONE@x.org");
-        QVERIFY(!store.noMatch());
-        store.setField("City", "Leeds");
-        add(store, {"EmailAddress=three@x.org"});
-        findEmail(store, "nobody@x.org");
-        QVERIFY(store.noMatch());
-        findEmail(store, "TWO@x.org");
-        QVERIFY(!store.noMatch());
-        store.setField("City", "York");
-        store.close(); // the update of two must be written by the close
+        QStringList expected;
+        for (int i = 0; i < 100; ++i) {
+            add(store, {QString("EmailAddress=r%1@x.org").arg(i), QString("Zip=%1").arg(i)});
+            expected << QString::number(i);
+        }
+        // Records added last, not yet written, are counted and found like any other.
+        QCOMPARE(store.recordCount(), 100);
+        for (int i : {0, 31, 32, 95, 98, 99}) {
+            findEmail(store, QString("R%1@X.ORG").arg(i));
+            QVERIFY(!store.noMatch());
+            QCOMPARE(store.getField("Zip"), QString::number(i));
+        }
+        store.setField("City", "Found");
+        store.close();
+        QCOMPARE(SqliteColumn(path, "SELECT Zip FROM Recipients ORDER BY rowid"), expected);
+        QCOMPARE(SqliteColumn(path, "SELECT Zip FROM Recipients WHERE City = 'Found'"),
+                 QStringList{"99"});
     }
+
+    void sequentialReading()
     {
-        GroupStore store; // the destructor closes too, keeping the last record
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        QStringList inserts;
+        for (int i = 0; i < 250; ++i)
+            inserts << QString("INSERT INTO Recipients (EmailAddress) VALUES ('r%1@x.org')").arg(i);
+        inserts << "INSERT INTO Recipients (EmailAddress) VALUES (NULL)";
+        QCOMPARE(BuildSqliteDatabase(path, inserts), QString());
+
+        GroupStore store;
         store.open(path);
-        add(store, {"EmailAddress=four@x.org"});
+        QCOMPARE(store.recordCount(), 251);
+        QStringList seen;
+        for (store.moveFirst(); !store.atEnd(); store.moveNext())
+            seen << store.getField("EmailAddress");
+        QCOMPARE(seen.size(), 251);
+        QCOMPARE(seen.first(), QString("r0@x.org"));
+        QCOMPARE(seen.at(249), QString("r249@x.org"));
+        QCOMPARE(seen.last(), QString());
+        QVERIFY_THROWS_EXCEPTION(AppError, store.getField("EmailAddress"));
+        // Changing a row met while reading updates that row and reading goes on.
+        store.moveFirst();
+        store.moveNext();
+        store.setField("City", "Hull");
+        store.moveNext();
+        QCOMPARE(store.getField("EmailAddress"), QString("r2@x.org"));
+        store.close();
+        QCOMPARE(SqliteColumn(path, "SELECT EmailAddress FROM Recipients WHERE City='Hull'"),
+                 QStringList{"r1@x.org"});
+
+        GroupStore empty;
+        empty.open(newGroup(folder, "Empty"));
+        empty.moveFirst();
+        QVERIFY(empty.atEnd());
     }
-    QCOMPARE(SqliteColumn(path, "SELECT EmailAddress || ':' || IFNULL(City, '-') || ':' || "
-                                "IFNULL(DateAdded, '-') FROM Recipients ORDER BY rowid"),
-             QStringList({"one@x.org:Leeds:01/02/2020", "two@x.org:York:-", "three@x.org:-:-",
-                          "four@x.org:-:-"}));
-}
 
-void tst_GroupStore::manyNewRecordsKeepTheirOrderAndAreFound()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
-    GroupStore store;
-    store.open(path);
-    QStringList expected;
-    for (int i = 0; i < 100; ++i) {
-        add(store, {QString("EmailAddress=r%1@x.org").arg(i), QString("Zip=%1").arg(i)});
-        expected << QString::number(i);
+    void committedBatchesAreVisibleBeforeClose()
+    {
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        GroupStore store;
+        store.open(path);
+        store.setBatchLimits(3, 0);
+        for (int i = 0; i < 7; ++i)
+            add(store, {QString("EmailAddress=b%1@x.org").arg(i)});
+        // Seven records set: six written in two full batches, the seventh still current.
+        QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Recipients"), QStringList{"6"});
+        store.close();
+        QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Recipients"), QStringList{"7"});
     }
-    // Records added last, not yet written, are counted and found like any other.
-    QCOMPARE(store.recordCount(), 100);
-    for (int i : {0, 31, 32, 95, 98, 99}) {
-        findEmail(store, QString("R%1@X.ORG").arg(i));
-        QVERIFY(!store.noMatch());
-        QCOMPARE(store.getField("Zip"), QString::number(i));
-    }
-    store.setField("City", "Found");
-    store.close();
-    QCOMPARE(SqliteColumn(path, "SELECT Zip FROM Recipients ORDER BY rowid"), expected);
-    QCOMPARE(SqliteColumn(path, "SELECT Zip FROM Recipients WHERE City = 'Found'"),
-             QStringList{"99"});
-}
-
-void tst_GroupStore::sequentialReading()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
-    QStringList inserts;
-    for (int i = 0; i < 250; ++i)
-        inserts << QString("INSERT INTO Recipients (EmailAddress) VALUES ('r%1@x.org')").arg(i);
-    inserts << "INSERT INTO Recipients (EmailAddress) VALUES (NULL)";
-    QCOMPARE(BuildSqliteDatabase(path, inserts), QString());
-
-    GroupStore store;
-    store.open(path);
-    QCOMPARE(store.recordCount(), 251);
-    QStringList seen;
-    for (store.moveFirst(); !store.atEnd(); store.moveNext())
-        seen << store.getField("EmailAddress");
-    QCOMPARE(seen.size(), 251);
-    QCOMPARE(seen.first(), QString("r0@x.org"));
-    QCOMPARE(seen.at(249), QString("r249@x.org"));
-    QCOMPARE(seen.last(), QString());
-    QVERIFY_THROWS_EXCEPTION(AppError, store.getField("EmailAddress"));
-    // Changing a row met while reading updates that row and reading goes on.
-    store.moveFirst();
-    store.moveNext();
-    store.setField("City", "Hull");
-    store.moveNext();
-    QCOMPARE(store.getField("EmailAddress"), QString("r2@x.org"));
-    store.close();
-    QCOMPARE(SqliteColumn(path, "SELECT EmailAddress FROM Recipients WHERE City='Hull'"),
-             QStringList{"r1@x.org"});
-
-    GroupStore empty;
-    empty.open(newGroup(folder, "Empty"));
-    empty.moveFirst();
-    QVERIFY(empty.atEnd());
-}
-
-void tst_GroupStore::committedBatchesAreVisibleBeforeClose()
-{
-    TempFolder folder;
-    const QString path = newGroup(folder);
-    GroupStore store;
-    store.open(path);
-    store.setBatchLimits(3, 0);
-    for (int i = 0; i < 7; ++i)
-        add(store, {QString("EmailAddress=b%1@x.org").arg(i)});
-    // Seven records set: six written in two full batches, the seventh still current.
-    QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Recipients"), QStringList{"6"});
-    store.close();
-    QCOMPARE(SqliteColumn(path, "SELECT COUNT(*) FROM Recipients"), QStringList{"7"});
-}
+};
 
 QTEST_GUILESS_MAIN(tst_GroupStore)
 #include "tst_groupstore.moc"
