@@ -78,7 +78,8 @@ void TestConnectionString::refuses_data()
     QTest::newRow("text after closing brace") << "Driver={a}b;DSN=x" << "after its closing" << false;
     QTest::newRow("no key") << "=value;DSN=x" << "without a key" << false;
     QTest::newRow("no equals sign") << "DSN=x;garbage" << "\"garbage\"" << false;
-    QTest::newRow("unknown provider") << "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c.mdb" << "\"Microsoft.Jet.OLEDB.4.0\"" << true;
+    QTest::newRow("unknown provider") << "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c.mdb"
+                                      << "\"Microsoft.Jet.OLEDB.4.0\"" << true;
     QTest::newRow("MSDASQL without a data source") << "Provider=MSDASQL.1;Uid=ann" << "MSDASQL.1" << true;
     QTest::newRow("no provider at all") << "Server=x;Database=y" << "names no provider" << true;
     QTest::newRow("empty") << "" << "names no provider" << true;

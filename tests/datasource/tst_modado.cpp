@@ -249,7 +249,8 @@ void TestModADO::fields_data()
     QTest::newRow("SQLite ODBC, blanks") << "sqlite-odbc" << "Order Lines" << lines << lineTypes;
     QTest::newRow("SQLite ODBC DSN") << "sqlite-dsn" << "Customers" << names << types;
     QTest::newRow("PostgreSQL") << "postgres" << "customers" << names.join(',').toLower().split(',') << types;
-    QTest::newRow("PostgreSQL, blanks") << "postgres" << "Order Lines" << QStringList{"Line No", "item"} << lineTypes;
+    QTest::newRow("PostgreSQL, blanks") << "postgres" << "Order Lines"
+                                        << QStringList{"Line No", "item"} << lineTypes;
     // A statement instead of a table name.
     const QString sql = "select Name, Balance, Joined, Active from Customers where Active";
     for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
@@ -289,8 +290,10 @@ void TestModADO::validateSQL_data()
 
     for (const char* kind : {"qsqlite", "sqlite-odbc", "postgres"}) {
         QTest::addRow("%s, select", kind) << kind << "SELECT * FROM Customers" << true << "";
-        QTest::addRow("%s, lower-case", kind) << kind << "select name from customers where name like 'A%'" << true << "";
-        QTest::addRow("%s, not a select", kind) << kind << "UPDATE Customers SET Name = 'x'" << false << notSelect;
+        QTest::addRow("%s, lower-case", kind)
+            << kind << "select name from customers where name like 'A%'" << true << "";
+        QTest::addRow("%s, not a select", kind)
+            << kind << "UPDATE Customers SET Name = 'x'" << false << notSelect;
         QTest::addRow("%s, empty", kind) << kind << "" << false << notSelect;
         QTest::addRow("%s, unknown table", kind) << kind << "SELECT * FROM NoSuchTable" << false << "";
         QTest::addRow("%s, syntax error", kind) << kind << "SELECT FROM WHERE" << false << "";

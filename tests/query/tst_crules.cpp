@@ -55,8 +55,10 @@ void TestCRules::duplicateKeys_data()
     const QStringList leeds = {"Town", "Equals", "=", "'Leeds'", "And"};
     QTest::newRow("identical") << leeds << leeds << true;
     QTest::newRow("value case") << leeds << QStringList{"Town", "Equals", "=", "'LEEDS'", "And"} << true;
-    QTest::newRow("OpSQL not in the key") << leeds << QStringList{"Town", "Equals", "like", "'Leeds'", "And"} << true;
-    QTest::newRow("LogicalOp differs") << leeds << QStringList{"Town", "Equals", "=", "'Leeds'", "Or"} << false;
+    QTest::newRow("OpSQL not in the key")
+        << leeds << QStringList{"Town", "Equals", "like", "'Leeds'", "And"} << true;
+    QTest::newRow("LogicalOp differs")
+        << leeds << QStringList{"Town", "Equals", "=", "'Leeds'", "Or"} << false;
     QTest::newRow("OpDisplay differs") << QStringList{"Age", "is Less Than", "<", "3", "And"}
                                        << QStringList{"Age", "is Greater Than", "<", "3", "And"} << false;
     // No separator in the key: parts that shift between fields still meet.

@@ -6,11 +6,11 @@
 namespace {
 
 // Rules as "LogicalOp|FieldName|OpSQL|Value" strings; OpDisplay follows from OpSQL.
-CRules rulesFrom(const QStringList& specs)
+CRules rulesFrom(const QStringList& texts)
 {
     CRules rules;
-    for (const QString& spec : specs) {
-        const QStringList p = spec.split(QLatin1Char('|'));
+    for (const QString& text : texts) {
+        const QStringList p = text.split(QLatin1Char('|'));
         rules.Add(p.at(1), QStringLiteral("display ") + p.at(2), p.at(2), p.at(3), p.at(0));
     }
     return rules;
@@ -41,7 +41,8 @@ void TestSelectSql::condition_data()
     QTest::newRow("inner blank bracketed") << "First Name" << "=" << "'Bob'" << "[First Name] = 'Bob'";
     QTest::newRow("plain name") << "Age" << ">" << "30" << "Age > 30";
     QTest::newRow("leading blank only, written as is") << " Age" << "<" << "5" << " Age < 5";
-    QTest::newRow("outer blanks kept inside brackets") << " Post Code " << "like" << "'LS%'" << "[ Post Code ] like 'LS%'";
+    QTest::newRow("outer blanks kept in brackets") << " Post Code " << "like" << "'LS%'"
+                                                   << "[ Post Code ] like 'LS%'";
     QTest::newRow("hyphen and dot not bracketed") << "e-mail.addr" << "!=" << "''" << "e-mail.addr != ''";
     QTest::newRow("tab is not a blank") << "A\tB" << "=" << "1" << "A\tB = 1";
     QTest::newRow("blank after a tab is inner") << "\t A" << "=" << "1" << "[\t A] = 1";
@@ -56,7 +57,8 @@ void TestSelectSql::condition()
     QFETCH(QString, value);
     QFETCH(QString, expected);
     QCOMPARE(RuleCondition(field, op, value), expected);
-    QCOMPARE(BuildTestSQL(" Customer List ", field, op, value), "select * from [Customer List] WHERE " + expected);
+    QCOMPARE(BuildTestSQL(" Customer List ", field, op, value),
+             "select * from [Customer List] WHERE " + expected);
 }
 
 void TestSelectSql::tablePart_data()
