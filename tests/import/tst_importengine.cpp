@@ -65,6 +65,20 @@ QString row(const QString& email)
     return QString("'%1', 'A', 'B', 'C', NULL").arg(email);
 }
 
+// Adds "GroupField=SourceField" pairs to the mappings.
+void map(ImportChoices& choices, const QStringList& pairs)
+{
+    for (const QString& pair : pairs)
+        choices.FieldMappings.Add(pair.section('=', 0, 0), pair.section('=', 1));
+}
+
+void build(const QString& file, const QStringList& statements)
+{
+    const QString error = BuildSqliteDatabase(file, statements);
+    if (!error.isEmpty())
+        qFatal("%s", qPrintable(error));
+}
+
 QString totalsText(const ImportEngine::Totals& t)
 {
     return QString("%1,%2,%3,%4")
@@ -89,6 +103,7 @@ private slots:
         m_boxes = std::make_unique<ScriptedMessageBoxes>();
         m_guard = std::make_unique<MessageBoxesGuard>(m_boxes.get());
         SetShellLauncher([](const QString&, const QString&) { return 42L; });
+        m_view = std::make_unique<RecordingView>();
     }
 
     void cleanup()
@@ -124,10 +139,8 @@ private slots:
         // The Group already holds Dave in other letter case, and Zed with a trailing blank,
         // which an address from the source (always trimmed) never matches.
         createGroup("Customers", {"Dave@Example.ORG", "zed@example.com "});
-        RecordingView view;
-        QString totals;
-        QVERIFY(run(choicesFor(source, "Customers", replace), view, &totals));
-        QCOMPARE(totals, QString("10,3,2,5"));
+        QVERIFY(run(choicesFor(source, "Customers", replace)));
+        QCOMPARE(m_totals, QString("10,3,2,5"));
 
         const QString today =
             QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
@@ -171,12 +184,12 @@ private slots:
                 .replace("#~", "#   ");
         QCOMPARE(logLines(), expected.split('\n'));
         QCOMPARE(
-            view.statuses,
+            m_view->statuses,
             QStringList({"Resetting duplicate check list ...", "Loading existing Group ...",
                          "Retrieving records from Database ...", "Determining size of import ...",
                          "Importing ...", "Import Complete ..."}));
-        QVERIFY(view.ranges.contains(qMakePair(0, 10))); // the bar's maximum is the record count
-        QVERIFY(view.notices.isEmpty());
+        QVERIFY(m_view->ranges.contains(qMakePair(0, 10))); // the bar's maximum is the record count
+        QVERIFY(m_view->notices.isEmpty());
         // The only question is the offer to review the log; no warning was needed.
         QCOMPARE(m_boxes->texts(), QStringList{"Would you like to review the log file now?"});
         QCOMPARE(m_boxes->shown().first().icon, MessageBoxes::Icon::Question);
@@ -190,15 +203,11 @@ private slots:
              "'c@x.org', NULL, 'Own', 'C3', NULL", "'d@x.org', NULL, NULL, 'C4', 'Cher'"});
         createGroup("Names");
         ImportChoices choices = choicesFor(source, "Names");
+        // The split overwrites the Title mapped before it; the LastName mapped after it wins.
         choices.FieldMappings.Clear();
-        choices.FieldMappings.Add("EMailAddress", "Email");
-        choices.FieldMappings.Add("Title", "City"); // overwritten by the split
-        choices.FieldMappings.Add("FullNameMacro", "Full Name");
-        choices.FieldMappings.Add("LastName", "Last"); // overwrites the split
-        choices.FieldMappings.Add("Web", "City");
-        choices.FieldMappings.Add("FAX", "First");
-        RecordingView view;
-        QVERIFY(run(choices, view));
+        map(choices, {"EMailAddress=Email", "Title=City", "FullNameMacro=Full Name",
+                      "LastName=Last", "Web=City", "FAX=First"});
+        QVERIFY(run(choices));
         QCOMPARE(
             groupRows("Names", "Title,FirstName,Initial,LastName,WEB,FAX"),
             QStringList({"Mr|John|A||C1|", "Dr|Alexander|||C2|Sep", "|||Own|C3|", "|Cher|||C4|"}));
@@ -217,15 +226,10 @@ private slots:
             ", Data BLOB, Flag BOOLEAN, Joined DATE, Amount REAL, Qty INTEGER");
         createGroup("Values");
         ImportChoices choices = choicesFor(source, "Values");
-        choices.FieldMappings.Add("Field1", "Data");
-        choices.FieldMappings.Add("Field2", "Flag");
-        choices.FieldMappings.Add("Field3", "Joined");
-        choices.FieldMappings.Add("Field4", "Amount");
-        choices.FieldMappings.Add("Telephone", "Qty");
-        RecordingView view;
-        QString totals;
-        QVERIFY(run(choices, view, &totals));
-        QCOMPARE(totals, QString("3,3,0,0"));
+        map(choices,
+            {"Field1=Data", "Field2=Flag", "Field3=Joined", "Field4=Amount", "Telephone=Qty"});
+        QVERIFY(run(choices));
+        QCOMPARE(m_totals, QString("3,3,0,0"));
         // NULL and empty text are written as empty text; numbers as decimal text; a blob holding
         // UTF-8 as its text, any other as hex; over-long text cut to the field (City: 30).
         QCOMPARE(
@@ -244,18 +248,16 @@ private slots:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("errorStart");
         QTest::addColumn<QString>("lastLogLine");
-        const QString failed = "#   Import failed";
-        QTest::newRow("mapped field missing from the source") << "nofield"
-                                                              << "3265 - " << failed;
+        auto add = [](const char* name, const char* kind, const char* start, const char* last) {
+            QTest::newRow(name) << QString(kind) << QString(start) << QString(last);
+        };
+        const char* failed = "#   Import failed";
+        add("mapped field missing from the source", "nofield", "3265 - ", failed);
         // Opening reports success; the run fails at the first write to the Group.
-        QTest::newRow("Group is a text file") << "text"
-                                              << "3100 - " << failed;
-        QTest::newRow("Group file missing") << "nogroup"
-                                            << "3100 - " << failed;
-        QTest::newRow("statement would change the source")
-            << "delete"
-            << ""
-            << "#   Error - Retrieval of records from DSN failed";
+        add("Group is a text file", "text", "3100 - ", failed);
+        add("Group file missing", "nogroup", "3100 - ", failed);
+        add("statement would change the source", "delete", "",
+            "#   Error - Retrieval of records from DSN failed");
     }
 
     void failures()
@@ -263,37 +265,35 @@ private slots:
         QFETCH(QString, kind);
         QFETCH(QString, errorStart);
         QFETCH(QString, lastLogLine);
-        const QString source = createSource({row("bad"), row("a@x.org")});
+        ImportChoices choices = prepare({row("bad"), row("a@x.org")});
+        const QString source = m_folder->filePath("source.db"), group = m_folder->filePath("G.gdb");
         const QByteArray text = "Title,FirstName\r\nMr,Bob\r\n";
+        QFile::remove(group);
         if (kind == "text")
             m_folder->writeFile("G.gdb", text);
         else if (kind != "nogroup")
             createGroup("G");
-        ImportChoices choices = choicesFor(source, "G");
         if (kind == "nofield")
             choices.FieldMappings.Add("Company", "Employer");
         if (kind == "delete") {
             choices.FilterMethod = 1;
             choices.AdvancedSQLString = "DELETE FROM People";
         }
-        RecordingView view;
-        QString totals, error;
-        QVERIFY(!run(choices, view, &totals, &error));
-        QVERIFY2(!error.isEmpty() && error.startsWith(errorStart), qPrintable(error));
+        QVERIFY(!run(choices));
+        QVERIFY2(!m_error.isEmpty() && m_error.startsWith(errorStart), qPrintable(m_error));
         const QStringList log = logLines();
         QCOMPARE(log.last(), lastLogLine);
         QVERIFY(!log.join('\n').contains("Total Processed"));
-        QCOMPARE(view.statuses.last(), QString("Import Terminated due to error ..."));
+        QCOMPARE(m_view->statuses.last(), QString("Import Terminated due to error ..."));
         QVERIFY(m_boxes->texts().isEmpty()); // no review offer after a failure
         QCOMPARE(SqliteColumn(source, "SELECT COUNT(*) FROM People"), QStringList{"2"});
-        const QString group = m_folder->filePath("G.gdb");
         if (kind == "nofield") {
-            QVERIFY(error.contains("Employer"));
+            QVERIFY(m_error.contains("Employer"));
             QVERIFY(GroupStore::checkFile(group)); // closed and readable
         } else if (kind == "text" || kind == "nogroup") {
             QVERIFY(log.contains("#   0 entries in duplicate check list"));
             QVERIFY(log.contains("**  IGNORED: Invalid email (No @ sign) Email=bad"));
-            QCOMPARE(totals, QString("1,0,0,1"));
+            QCOMPARE(m_totals, QString("1,0,0,1"));
             if (kind == "text")
                 QCOMPARE(m_folder->readFile("G.gdb"), text);
             else
@@ -314,14 +314,11 @@ private slots:
         QStringList rows;
         for (int i = 1; i <= 120; ++i)
             rows << row(QString("p%1@x.org").arg(i));
-        const QString source = createSource(rows);
-        createGroup("G");
-        RecordingView view;
-        const ImportChoices choices = choicesFor(source, "G");
-        ImportEngine engine(choices, view);
+        const ImportChoices choices = prepare(rows);
+        ImportEngine engine(choices, *m_view);
         // The Cancel button is pressed while the loop yields after record 50.
-        view.onYield = [&] {
-            if (engine.importRunning() && view.currentTotal == 50)
+        m_view->onYield = [&] {
+            if (engine.importRunning() && m_view->currentTotal == 50)
                 engine.requestStop();
         };
         m_boxes->queueAnswer(confirm);
@@ -335,7 +332,7 @@ private slots:
         const QStringList emails = groupRows("G", "EmailAddress");
         QCOMPARE(emails.size(), expected);
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(expected));
-        QCOMPARE(view.statuses.mid(view.statuses.size() - 2).join('|'),
+        QCOMPARE(m_view->statuses.mid(m_view->statuses.size() - 2).join('|'),
                  confirm ? QString("Import Terminated by user ...|Import Complete ...")
                          : QString("Importing ...|Import Complete ..."));
         QVERIFY(logLines().contains(QString("#   Total Processed  : %1").arg(expected)));
@@ -343,11 +340,9 @@ private slots:
 
     void twoRunsInARow()
     {
-        const QString source = createSource({row("a@x.org"), row("b@x.org"), row("A@X.ORG")});
-        createGroup("G", {"old@x.org"});
-        const ImportChoices choices = choicesFor(source, "G");
-        RecordingView view;
-        ImportEngine engine(choices, view);
+        const ImportChoices choices =
+            prepare({row("a@x.org"), row("b@x.org"), row("A@X.ORG")}, {"old@x.org"});
+        ImportEngine engine(choices, *m_view);
         QString errorText;
         QVERIFY(engine.DoImportJob(errorText));
         QCOMPARE(totalsText(engine.totals()), QString("3,2,1,0"));
@@ -361,7 +356,7 @@ private slots:
         QVERIFY(log.contains("#   3 entries in duplicate check list"));
         QCOMPARE(groupRows("G", "COUNT(*)"), QStringList{"3"});
         // The list was emptied position by position down from its three entries.
-        QVERIFY(view.ranges.contains(qMakePair(0, 3)));
+        QVERIFY(m_view->ranges.contains(qMakePair(0, 3)));
     }
 
     void cadenceOfUpdatesAndYields()
@@ -369,27 +364,22 @@ private slots:
         QStringList rows;
         for (int i = 1; i <= 100; ++i)
             rows << row(QString(i % 7 == 0 ? "bad%1" : "p%1@x.org").arg(i));
-        const QString source = createSource(rows);
-        createGroup("G");
-        RecordingView view;
-        QVERIFY(run(choicesFor(source, "G"), view));
+        QVERIFY(run(prepare(rows)));
         // The zeroing at the start, every tenth record, and the final write after the loop.
-        QCOMPARE(view.counterTotals, QList<int>({0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
-        QCOMPARE(view.counters.at(5), QString("50,43,0,7"));
+        QCOMPARE(m_view->counterTotals,
+                 QList<int>({0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
+        QCOMPARE(m_view->counters.at(5), QString("50,43,0,7"));
         // Two yields while the duplicate list is built, then after records 50 and 100.
-        QCOMPARE(view.yieldTotals, QList<int>({0, 0, 50, 100}));
-        const int firstLoopValue = int(view.values.indexOf(10));
+        QCOMPARE(m_view->yieldTotals, QList<int>({0, 0, 50, 100}));
+        const int firstLoopValue = int(m_view->values.indexOf(10));
         QVERIFY(firstLoopValue >= 0);
-        QCOMPARE(view.values.mid(firstLoopValue),
+        QCOMPARE(m_view->values.mid(firstLoopValue),
                  QList<int>({10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 100}));
     }
 
     void noRecords()
     {
-        const QString source = createSource({});
-        createGroup("G");
-        RecordingView view;
-        QVERIFY(run(choicesFor(source, "G"), view));
+        QVERIFY(run(prepare({})));
         QCOMPARE(
             m_boxes->texts(),
             QStringList({"The criteria specified did not return any records from the database.",
@@ -399,7 +389,7 @@ private slots:
         QCOMPARE(log.size(), 13);
         QCOMPARE(log.at(11), QString("#   0 entries in duplicate check list"));
         QVERIFY(log.at(12).startsWith("#   Database Import Ended : "));
-        QCOMPARE(view.statuses.last(), QString("Determining size of import ..."));
+        QCOMPARE(m_view->statuses.last(), QString("Determining size of import ..."));
     }
 
     void logThatCannotBeOpened_data()
@@ -412,17 +402,14 @@ private slots:
     void logThatCannotBeOpened()
     {
         QFETCH(bool, goOn);
-        const QString source = createSource({row("a@x.org"), row("bad")});
-        createGroup("G");
+        const ImportChoices choices = prepare({row("a@x.org"), row("bad")});
         // A folder where the log file should be: it cannot be replaced by a file.
         QVERIFY(QDir(m_folder->path()).mkpath(kLogName + "/keep"));
         m_boxes->queueAnswer(goOn);
-        RecordingView view;
-        QString totals, error;
-        QCOMPARE(run(choicesFor(source, "G"), view, &totals, &error), goOn);
-        QVERIFY(!error.isEmpty());
+        QCOMPARE(run(choices), goOn);
+        QVERIFY(!m_error.isEmpty());
         const QString first = m_boxes->texts().value(0);
-        QVERIFY2(first.startsWith("The log file cannot be opened, Error: " + error),
+        QVERIFY2(first.startsWith("The log file cannot be opened, Error: " + m_error),
                  qPrintable(first));
         QVERIFY(first.endsWith(". Do you wist to continue with the import ?"));
         QCOMPARE(LogFileNumber(), qint16(0));
@@ -432,31 +419,26 @@ private slots:
             QCOMPARE(m_boxes->texts().last(),
                      QString("Would you like to review the log file now?"));
         else
-            QVERIFY(view.statuses.isEmpty());
+            QVERIFY(m_view->statuses.isEmpty());
         QVERIFY(QFileInfo(m_folder->filePath(kLogName)).isDir());
     }
 
     void advancedSqlAndUnknownCount()
     {
-        const QString source = createSource({row("a@x.org")});
-        createGroup("G");
-        ImportChoices choices = choicesFor(source, "G");
+        ImportChoices choices = prepare({row("a@x.org")});
         choices.FilterMethod = 1;
         choices.SelectedTable = "Elsewhere";
         choices.Rules.Add("City", "Equals", "=", "'C'", "And");
         // A statement that cannot be counted as a sub-query: the import goes on without a bar.
         choices.AdvancedSQLString = "PRAGMA table_info(People)";
         choices.FieldMappings.Clear();
-        choices.FieldMappings.Add("EMailAddress", "name");
-        choices.FieldMappings.Add("Company", "type");
-        RecordingView view;
-        QString totals;
-        QVERIFY(run(choices, view, &totals));
-        QCOMPARE(view.notices,
+        map(choices, {"EMailAddress=name", "Company=type"});
+        QVERIFY(run(choices));
+        QCOMPARE(m_view->notices,
                  QStringList{"Progress bar not displayed - Record Count is not available."});
-        QVERIFY(view.visibility.contains(false));
-        QVERIFY(view.ranges.contains(qMakePair(0, 1000000)));
-        QCOMPARE(totals, QString("5,0,0,5")); // the five columns of People
+        QVERIFY(m_view->visibility.contains(false));
+        QVERIFY(m_view->ranges.contains(qMakePair(0, 1000000)));
+        QCOMPARE(m_totals, QString("5,0,0,5")); // the five columns of People
         QCOMPARE(
             logLines().mid(5, 4),
             QStringList({"#   FilterMethod : User inputted SQL", "#   Selected Table : Elsewhere",
@@ -467,16 +449,14 @@ private slots:
     {
         // The Group's row is removed behind the engine's back after the list was loaded, so the
         // list knows the address but the Group cannot find it.
-        const QString source = createSource({row("a@x.org"), row("q@x.org")});
-        const QString group = createGroup("G", {"q@x.org"});
-        RecordingView view;
-        view.onStatus = [&](const QString& status) {
+        const ImportChoices choices = prepare({row("a@x.org"), row("q@x.org")}, {"q@x.org"}, true);
+        const QString group = m_folder->filePath("G.gdb");
+        m_view->onStatus = [&](const QString& status) {
             if (status == "Retrieving records from Database ...")
                 QCOMPARE(BuildSqliteDatabase(group, {"DELETE FROM Recipients"}), QString());
         };
-        QString totals;
-        QVERIFY(run(choicesFor(source, "G", true), view, &totals));
-        QCOMPARE(totals, QString("2,1,1,0"));
+        QVERIFY(run(choices));
+        QCOMPARE(m_totals, QString("2,1,1,0"));
         QCOMPARE(m_boxes->shown().first().icon, MessageBoxes::Icon::Exclamation);
         QCOMPARE(
             m_boxes->texts().first(),
@@ -501,11 +481,8 @@ private slots:
             launched = file;
             return launcherResult;
         });
-        const QString source = createSource({row("a@x.org")});
-        createGroup("G");
         m_boxes->queueAnswer(true);
-        RecordingView view;
-        QVERIFY(run(choicesFor(source, "G"), view));
+        QVERIFY(run(prepare({row("a@x.org")})));
         QCOMPARE(launched, m_folder->filePath(kLogName));
         QCOMPARE(m_boxes->texts().size(), warned ? 2 : 1);
         if (warned) {
@@ -552,19 +529,15 @@ private slots:
             choices.ConnectionString = server.driverString(database.name());
             choices.FilterMethod = 1;
             choices.AdvancedSQLString = "SELECT * FROM contacts ORDER BY id";
-            for (const char* pair : {"EMailAddress=email", "FullNameMacro=full_name", "City=city",
-                                     "Field1=joined", "Field2=active", "Field3=score",
-                                     "Field4=photo", "Telephone=visits", "Address1=seen"})
-                choices.FieldMappings.Add(QString(pair).section('=', 0, 0),
-                                          QString(pair).section('=', 1));
+            map(choices, {"EMailAddress=email", "FullNameMacro=full_name", "City=city",
+                          "Field1=joined", "Field2=active", "Field3=score", "Field4=photo",
+                          "Telephone=visits", "Address1=seen"});
             choices.VTGroup = "PG";
             choices.ReplaceExisting = replace;
-            RecordingView view;
-            QString totals;
-            QVERIFY(run(choices, view, &totals));
-            QVERIFY(view.notices.isEmpty()); // the count came from COUNT(*)
-            QVERIFY(view.ranges.contains(qMakePair(0, 7)));
-            QCOMPARE(totals, QString(replace ? "7,0,5,2" : "7,2,3,2"));
+            QVERIFY(run(choices));
+            QVERIFY(m_view->notices.isEmpty()); // the count came from COUNT(*)
+            QVERIFY(m_view->ranges.contains(qMakePair(0, 7)));
+            QCOMPARE(m_totals, QString(replace ? "7,0,5,2" : "7,2,3,2"));
             if (!replace) {
                 // Dates, time stamps, numbers and a byte string holding text, as text.
                 QCOMPARE(
@@ -589,8 +562,12 @@ private:
     QString createSource(const QStringList& rows, const QString& extraColumns = QString());
     QString createGroup(const QString& name, const QStringList& emails = {});
     ImportChoices choicesFor(const QString& source, const QString& group, bool replace = false);
-    bool run(const ImportChoices& choices, RecordingView& view, QString* totals = nullptr,
-             QString* error = nullptr);
+    // A source People with these rows and a Group "G" holding these addresses; the choices
+    // import the one into the other.
+    ImportChoices prepare(const QStringList& rows, const QStringList& emails = {},
+                          bool replace = false);
+    // Runs the import into m_view; the totals as "total,added,duplicates,illegal" in m_totals.
+    bool run(const ImportChoices& choices);
     QStringList logLines() const;
     // The columns of every row, '|' between them; how each value shows is the wrap's business.
     QStringList groupRows(const QString& group, const QString& columns,
@@ -599,6 +576,8 @@ private:
     std::unique_ptr<TempFolder> m_folder;
     std::unique_ptr<ScriptedMessageBoxes> m_boxes;
     std::unique_ptr<MessageBoxesGuard> m_guard;
+    std::unique_ptr<RecordingView> m_view;
+    QString m_totals, m_error;
 };
 
 QString tst_ImportEngine::createSource(const QStringList& rows, const QString& extraColumns)
@@ -609,9 +588,7 @@ QString tst_ImportEngine::createSource(const QStringList& rows, const QString& e
                                .arg(extraColumns)};
     for (const QString& values : rows)
         statements << QString("INSERT INTO People VALUES (%1)").arg(values);
-    const QString error = BuildSqliteDatabase(file, statements);
-    if (!error.isEmpty())
-        qFatal("%s", qPrintable(error));
+    build(file, statements);
     return file;
 }
 
@@ -624,9 +601,7 @@ QString tst_ImportEngine::createGroup(const QString& name, const QStringList& em
         statements << QString("INSERT INTO Recipients (EmailAddress, City, DateAdded) "
                               "VALUES ('%1', 'OldCity', '01/01/2001')")
                           .arg(email.replace('\'', "''"));
-    const QString error = BuildSqliteDatabase(path, statements);
-    if (!error.isEmpty())
-        qFatal("%s", qPrintable(error));
+    build(path, statements);
     return path;
 }
 
@@ -638,27 +613,25 @@ ImportChoices tst_ImportEngine::choicesFor(const QString& source, const QString&
     c.ConnectionString = "Provider=SQLite;Data Source=" + source;
     c.FilterMethod = 0;
     c.SelectedTable = "People";
-    c.FieldMappings.Add("EMailAddress", "Email");
-    c.FieldMappings.Add("FirstName", "First");
-    c.FieldMappings.Add("LastName", "Last");
-    c.FieldMappings.Add("City", "City");
+    map(c, {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City"});
     c.VTGroup = group;
     c.ReplaceExisting = replace;
     return c;
 }
 
-bool tst_ImportEngine::run(const ImportChoices& choices, RecordingView& view, QString* totals,
-                           QString* error)
+ImportChoices tst_ImportEngine::prepare(const QStringList& rows, const QStringList& emails,
+                                        bool replace)
 {
-    ImportEngine engine(choices, view);
-    QString errorText;
-    const bool ok = engine.DoImportJob(errorText);
-    if (totals)
-        *totals = totalsText(engine.totals());
-    if (error)
-        *error = errorText;
-    else if (!ok)
-        qWarning("import failed: %s", qPrintable(errorText));
+    createGroup("G", emails);
+    return choicesFor(createSource(rows), "G", replace);
+}
+
+bool tst_ImportEngine::run(const ImportChoices& choices)
+{
+    ImportEngine engine(choices, *m_view);
+    m_error.clear();
+    const bool ok = engine.DoImportJob(m_error);
+    m_totals = totalsText(engine.totals());
     return ok && !engine.importRunning();
 }
 
@@ -672,13 +645,10 @@ QStringList tst_ImportEngine::logLines() const
     // The start and end lines carry the day and time: "Mon 13:45:10".
     static const QRegularExpression stamp("(Started: |Ended : )(Mon|Tue|Wed|Thu|Fri|Sat|Sun) "
                                           "\\d\\d:\\d\\d:\\d\\d\r\n");
-    QStringList lines = QString::fromUtf8(bytes).replace(stamp, "\\1<time>\r\n").split("\r\n");
-    lines.removeLast();
-    for (const QString& line : lines) {
-        if (line.contains('\n') || line.contains('\r'))
-            return {"<bare line break in log>"};
-    }
-    return lines;
+    const QString text = QString::fromUtf8(bytes).replace(stamp, "\\1<time>\r\n");
+    if (text.count('\n') != text.count("\r\n") || text.count('\r') != text.count("\r\n"))
+        return {"<bare line break in log>"};
+    return text.chopped(2).split("\r\n");
 }
 
 QStringList tst_ImportEngine::groupRows(const QString& group, const QString& columns,
