@@ -34,50 +34,6 @@ void typeText(QWidget* widget, const QString& text)
     }
 }
 
-QStringList comboItems(const QComboBox* combo)
-{
-    QStringList items;
-    for (int i = 0; i < combo->count(); ++i)
-        items << combo->itemText(i);
-    return items;
-}
-
-// The wizard on its Group step, with the Groups named already created.
-std::unique_ptr<frmDBImport> wizardOnGroupStep(Environment& env, const QStringList& groups)
-{
-    env.addConnection(QStringLiteral("Sales"),
-                      Environment::sqliteConnection(env.makeContacts(QStringLiteral("c"), 3)));
-    ImportChoices saved = contactsChoices(QStringLiteral("Sales"), QString());
-    env.saveChoices(saved);
-    for (const QString& group : groups) {
-        if (!CreateGroup(group, HostDataFolder()))
-            QTest::qFail("cannot create a Group", __FILE__, __LINE__);
-    }
-    auto form = std::make_unique<frmDBImport>();
-    form->show();
-    if (!QTest::qWaitForWindowActive(form.get()))
-        QTest::qFail("the wizard was not shown", __FILE__, __LINE__);
-    for (int i = 0; i < 3; ++i)
-        click(form.get(), "cmdNext");
-    if (currentStep(form.get()) != 3)
-        QTest::qFail("the wizard did not reach the Group step", __FILE__, __LINE__);
-    return form;
-}
-
-// Opens the dialog from the Group step, types name into it and presses button there.
-void createFromWizard(frmDBImport* form, const QString& name, const char* button)
-{
-    bool acted = false;
-    whenModal(QStringLiteral("frmAddModGroup"), [&](QWidget* dialog) {
-        auto* edit = control<QLineEdit>(dialog, "txtGroupName");
-        QTest::keyClicks(edit, name);
-        click(dialog, button);
-        acted = true;
-    });
-    click(form, "cmdCreateNewGroup");
-    QVERIFY(acted);
-}
-
 } // namespace
 
 class tst_frmAddModGroup : public QObject
@@ -93,15 +49,13 @@ private slots:
     void pastedTextIsNotFiltered();
     void refusedNames_data();
     void refusedNames();
-    void newGroupIsCreatedAndSelected();
-    void lowerCaseReservedNameIsCreatedButNotListed();
-    void cancelChangesNothing();
+    void fromTheWizard_data();
+    void fromTheWizard();
 };
 
 void tst_frmAddModGroup::cleanup()
 {
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+    verifyNothingOpen();
     QVERIFY(!IsFormLoaded(QStringLiteral("frmAddModGroup")));
 }
 
@@ -110,17 +64,18 @@ void tst_frmAddModGroup::layoutAndStartingState()
     Environment env;
     {
         frmAddModGroup dialog;
-        QCOMPARE(dialog.windowTitle(), QStringLiteral("Add New Group"));
+        QVERIFY(IsFormLoaded(QStringLiteral("frmAddModGroup")));
         QVERIFY(dialog.cancelled());
         QVERIFY(dialog.newGroupName().isEmpty());
-        QVERIFY(IsFormLoaded(QStringLiteral("frmAddModGroup")));
-        auto* label = control<QLabel>(&dialog, "lblGroupName");
+        QCOMPARE(dialog.windowTitle(), QStringLiteral("Add New Group"));
+        const char* captions[][2] = {
+            {"lblGroupName", "&Group Name:"}, {"cmdOK", "&OK"}, {"cmdCancel", "&Cancel"}};
+        for (const auto& c : captions)
+            QCOMPARE(control<QWidget>(&dialog, c[0])->property("text").toString(),
+                     QString::fromLatin1(c[1]));
         auto* edit = control<QLineEdit>(&dialog, "txtGroupName");
-        QCOMPARE(label->text(), QStringLiteral("&Group Name:"));
-        QCOMPARE(label->buddy(), edit);
+        QCOMPARE(control<QLabel>(&dialog, "lblGroupName")->buddy(), edit);
         QCOMPARE(edit->parentWidget(), control<QFrame>(&dialog, "fmeContainer"));
-        QCOMPARE(control<QAbstractButton>(&dialog, "cmdOK")->text(), QStringLiteral("&OK"));
-        QCOMPARE(control<QAbstractButton>(&dialog, "cmdCancel")->text(), QStringLiteral("&Cancel"));
     }
     QVERIFY(!IsFormLoaded(QStringLiteral("frmAddModGroup")));
 }
@@ -130,15 +85,11 @@ void tst_frmAddModGroup::typedCharacters_data()
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("kept");
     QTest::addColumn<int>("refused");
-    QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ"
-                                                    << "Ab 19-zZ" << 0;
-    QTest::newRow("hash") << "a#b"
-                          << "ab" << 1;
-    QTest::newRow("underscore and full stop") << "x_y.z"
-                                              << "xyz" << 2;
+    QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ" << "Ab 19-zZ" << 0;
+    QTest::newRow("hash") << "a#b" << "ab" << 1;
+    QTest::newRow("underscore and full stop") << "x_y.z" << "xyz" << 2;
     QTest::newRow("accented letter") << QStringLiteral("caf\u00e9") << "caf" << 1;
-    QTest::newRow("slash and backslash") << "a/b\\c"
-                                         << "abc" << 2;
+    QTest::newRow("slash and backslash") << "a/b\\c" << "abc" << 2;
 }
 
 void tst_frmAddModGroup::typedCharacters()
@@ -235,62 +186,58 @@ void tst_frmAddModGroup::refusedNames()
     dialog.close();
 }
 
-void tst_frmAddModGroup::newGroupIsCreatedAndSelected()
+void tst_frmAddModGroup::fromTheWizard_data()
 {
-    Environment env;
-    auto form = wizardOnGroupStep(env, {QStringLiteral("Alpha"), QStringLiteral("Beta")});
-    auto* groups = control<QComboBox>(form.get(), "icmbGroups");
-    groups->setCurrentIndex(0);
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QByteArray>("press");
+    QTest::addColumn<bool>("created");
+    QTest::addColumn<QStringList>("listed");
+    QTest::addColumn<QString>("current");
+    QTest::newRow("new Group, blanks around") << "  New Leads " << QByteArray("cmdOK") << true
+                                               << QStringList{"Alpha", "Beta", "New Leads"}
+                                               << "New Leads";
+    // Created, but a reserved name in other case never shows in the list.
+    QTest::newRow("reserved name in lower case") << "all groups" << QByteArray("cmdOK")
+                                                 << true << QStringList{"Alpha", "Beta"}
+                                                 << QString();
+    QTest::newRow("cancelled") << "Zeta" << QByteArray("cmdCancel") << false
+                               << QStringList{"Alpha", "Beta"} << "Beta";
+}
 
-    createFromWizard(form.get(), QStringLiteral("  New Leads "), "cmdOK");
-    QVERIFY(!QTest::currentTestFailed());
+void tst_frmAddModGroup::fromTheWizard()
+{
+    QFETCH(QString, typed);
+    QFETCH(QByteArray, press);
+    QFETCH(bool, created);
+    QFETCH(QStringList, listed);
+    QFETCH(QString, current);
+    Environment env;
+    auto form = wizardOnGroupStep(env, 3, {QStringLiteral("Alpha"), QStringLiteral("Beta")},
+                                  QStringLiteral("Beta"));
+    auto* groups = control<QComboBox>(form.get(), "icmbGroups");
+    QCOMPARE(groups->currentText(), QStringLiteral("Beta"));
+
+    bool acted = false;
+    whenModal(QStringLiteral("frmAddModGroup"), [&](QWidget* dialog) {
+        QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"), typed);
+        click(dialog, press.constData());
+        acted = true;
+    });
+    click(form.get(), "cmdCreateNewGroup");
+    QVERIFY(acted);
     QTRY_VERIFY(!QApplication::activeModalWidget());
-    QVERIFY(QFile::exists(env.groupFile(QStringLiteral("New Leads"))));
-    QCOMPARE(groups->count(), 3);
-    QCOMPARE(groups->currentText(), QStringLiteral("New Leads"));
-    QVERIFY(comboItems(groups).contains(QStringLiteral("Alpha")));
+    QCOMPARE(QFile::exists(env.groupFile(typed.trimmed())), created);
+    QStringList items = comboItems(groups);
+    items.sort();
+    QCOMPARE(items, listed);
+    QCOMPARE(groups->currentText(), current);
     QVERIFY(env.boxes.shown().isEmpty());
-
-    // The new Group is the import's destination.
-    click(form.get(), "cmdNext");
-    QCOMPARE(currentStep(form.get()), 4);
-    QCOMPARE(form->importChoices().VTGroup, QStringLiteral("New Leads"));
-    QCOMPARE(SqliteColumn(env.groupFile(QStringLiteral("New Leads")),
-                          QStringLiteral("SELECT count(*) FROM Recipients")),
-             QStringList{"3"});
-    form->close();
-}
-
-void tst_frmAddModGroup::lowerCaseReservedNameIsCreatedButNotListed()
-{
-    Environment env;
-    auto form = wizardOnGroupStep(env, {QStringLiteral("Alpha")});
-    auto* groups = control<QComboBox>(form.get(), "icmbGroups");
-    groups->setCurrentIndex(0);
-
-    createFromWizard(form.get(), QStringLiteral("all groups"), "cmdOK");
-    QVERIFY(!QTest::currentTestFailed());
-    QTRY_VERIFY(!QApplication::activeModalWidget());
-    QVERIFY(QFile::exists(env.groupFile(QStringLiteral("all groups"))));
-    QCOMPARE(comboItems(groups), QStringList{"Alpha"});
-    QCOMPARE(groups->currentIndex(), -1);
-    form->close();
-}
-
-void tst_frmAddModGroup::cancelChangesNothing()
-{
-    Environment env;
-    auto form = wizardOnGroupStep(env, {QStringLiteral("Alpha"), QStringLiteral("Beta")});
-    auto* groups = control<QComboBox>(form.get(), "icmbGroups");
-    groups->setCurrentIndex(1);
-    const QStringList before = comboItems(groups);
-
-    createFromWizard(form.get(), QStringLiteral("Zeta"), "cmdCancel");
-    QVERIFY(!QTest::currentTestFailed());
-    QTRY_VERIFY(!QApplication::activeModalWidget());
-    QVERIFY(!QFile::exists(env.groupFile(QStringLiteral("Zeta"))));
-    QCOMPARE(comboItems(groups), before);
-    QCOMPARE(groups->currentIndex(), 1);
+    if (current == QLatin1String("New Leads")) { // the new Group is the import's destination
+        click(form.get(), "cmdNext");
+        QCOMPARE(currentStep(form.get()), 4);
+        QCOMPARE(form->importChoices().VTGroup, current);
+        QCOMPARE(countRows(env.groupFile(current)), 3);
+    }
     form->close();
 }
 

@@ -8,6 +8,8 @@
 
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
+#include "import/groups.h"
+#include "import/hostfields.h"
 #include "import/importchoices.h"
 #include "util/appglobals.h"
 #include "util/scriptedmessageboxes.h"
@@ -17,6 +19,7 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QDir>
+#include <QFile>
 #include <QLabel>
 #include <QStackedWidget>
 #include <QTest>
@@ -103,6 +106,22 @@ public:
             QTest::qFail(qPrintable(message), __FILE__, __LINE__);
     }
 
+    // The "Sales" connection on a new contacts database; returns the database's path.
+    QString addSales(int validRows, const QString& name = QStringLiteral("Sales"))
+    {
+        const QString source = makeContacts(name, validRows);
+        addConnection(name, sqliteConnection(source));
+        return source;
+    }
+
+    void createGroups(const QStringList& groups)
+    {
+        for (const QString& group : groups) {
+            if (!CreateGroup(group, HostDataFolder()))
+                QTest::qFail(qPrintable("cannot create " + group), __FILE__, __LINE__);
+        }
+    }
+
     // Saves choices for a connection already added.
     void saveChoices(ImportChoices& choices)
     {
@@ -139,6 +158,13 @@ inline ImportChoices contactsChoices(const QString& connection, const QString& g
     choices.FieldMappings.Add(QStringLiteral("Telephone"), QStringLiteral("Phone"));
     choices.VTGroup = group;
     return choices;
+}
+
+// Used as every test's cleanup: a test closes whatever it opened.
+inline void verifyNothingOpen()
+{
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
 }
 
 template <class T> T* control(const QWidget* form, const char* name)
@@ -218,6 +244,74 @@ inline QTimer* whenProcessed(const QWidget* form, int minProcessed, std::functio
 {
     return whenTrue([=] { return text(form, "lblTotalProcessed").toInt() >= minProcessed; },
                     std::move(action));
+}
+
+inline std::unique_ptr<frmDBImport> openWizard()
+{
+    auto form = std::make_unique<frmDBImport>();
+    form->resize(760, 560);
+    form->show();
+    if (!QTest::qWaitForWindowActive(form.get()))
+        QTest::qFail("the wizard was not shown", __FILE__, __LINE__);
+    return form;
+}
+
+// Presses Next until the wizard shows step; false when a step refused.
+inline bool nextTo(const QWidget* form, int step)
+{
+    while (currentStep(form) < step) {
+        const int before = currentStep(form);
+        click(form, "cmdNext");
+        if (currentStep(form) != before + 1)
+            return false;
+    }
+    return currentStep(form) == step;
+}
+
+// The wizard on the Group step for "Sales" (validRows contacts), the Groups created and the
+// usual choices saved with destination group.
+inline std::unique_ptr<frmDBImport> wizardOnGroupStep(Environment& env, int validRows,
+                                                      const QStringList& groups,
+                                                      const QString& group)
+{
+    env.addSales(validRows);
+    env.createGroups(groups);
+    ImportChoices saved = contactsChoices(QStringLiteral("Sales"), group);
+    env.saveChoices(saved);
+    auto form = openWizard();
+    if (!nextTo(form.get(), 3))
+        QTest::qFail("the wizard did not reach the Group step", __FILE__, __LINE__);
+    return form;
+}
+
+inline QComboBox* mappingCombo(const QWidget* form, const char* key)
+{
+    for (const HostField& field : kHostFields) {
+        if (qstrcmp(field.key, key) == 0)
+            return control<QComboBox>(form, field.comboName);
+    }
+    qFatal("no host field %s", key);
+}
+
+inline QStringList comboItems(const QComboBox* combo)
+{
+    QStringList items;
+    for (int i = 0; i < combo->count(); ++i)
+        items << combo->itemText(i);
+    return items;
+}
+
+inline int countRows(const QString& groupFile)
+{
+    const QStringList values =
+        SqliteColumn(groupFile, QStringLiteral("SELECT count(*) FROM Recipients"));
+    return values.size() == 1 ? values.first().toInt() : -1;
+}
+
+inline QString readLog(const QString& path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()) : QString();
 }
 
 } // namespace wizardtest
