@@ -10,6 +10,7 @@
 #include "import/importchoices.h"
 #include "util/appglobals.h"
 
+#include "datarow.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -135,20 +136,19 @@ private slots:
     void usageErrors_data()
     {
         QTest::addColumn<QStringList>("arguments");
-        QTest::newRow("nothing") << QStringList{};
-        QTest::newRow("no data folder") << QStringList{"--connection", "X"};
-        QTest::newRow("no action") << QStringList{"--data-folder", "/tmp"};
-        QTest::newRow("two actions")
-            << QStringList{"--data-folder", "/tmp", "--list-groups", "--create-group", "A"};
-        QTest::newRow("replace and no-replace") << QStringList{
-            "--data-folder", "/tmp", "--connection", "X", "--replace", "--no-replace"};
-        QTest::newRow("unknown option")
-            << QStringList{"--data-folder", "/tmp", "--list-groups", "--colour"};
-        QTest::newRow("missing value") << QStringList{"--data-folder", "/tmp", "--connection"};
-        QTest::newRow("stray argument")
-            << QStringList{"--data-folder", "/tmp", "--list-groups", "extra"};
-        QTest::newRow("group without connection")
-            << QStringList{"--data-folder", "/tmp", "--list-groups", "--group", "G"};
+        DataRow("nothing", QStringList{});
+        DataRow("no data folder", QStringList{"--connection", "X"});
+        DataRow("no action", QStringList{"--data-folder", "/tmp"});
+        DataRow("two actions",
+                QStringList{"--data-folder", "/tmp", "--list-groups", "--create-group", "A"});
+        DataRow("replace and no-replace", QStringList{"--data-folder", "/tmp", "--connection", "X",
+                                                      "--replace", "--no-replace"});
+        DataRow("unknown option",
+                QStringList{"--data-folder", "/tmp", "--list-groups", "--colour"});
+        DataRow("missing value", QStringList{"--data-folder", "/tmp", "--connection"});
+        DataRow("stray argument", QStringList{"--data-folder", "/tmp", "--list-groups", "extra"});
+        DataRow("group without connection",
+                QStringList{"--data-folder", "/tmp", "--list-groups", "--group", "G"});
     }
 
     void usageErrors()
@@ -180,18 +180,12 @@ private slots:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("result"); // the file made, or the error shown
-        QTest::newRow("new") << "Spring Fair"
-                             << "Spring Fair.gdb";
-        QTest::newRow("blanks around") << "  Trimmed  "
-                                       << "Trimmed.gdb";
-        QTest::newRow("lower-case host list") << "all groups"
-                                              << "all groups.gdb";
-        QTest::newRow("exists") << "Existing"
-                                << "A Group by the name: Existing\nalready exists.";
-        QTest::newRow("reserved") << "All Groups"
-                                  << "Sorry but this Group name cannot be used.";
-        QTest::newRow("empty") << "   "
-                               << "Please enter a Group name.";
+        DataRow("new", "Spring Fair", "Spring Fair.gdb");
+        DataRow("blanks around", "  Trimmed  ", "Trimmed.gdb");
+        DataRow("lower-case host list", "all groups", "all groups.gdb");
+        DataRow("exists", "Existing", "A Group by the name: Existing\nalready exists.");
+        DataRow("reserved", "All Groups", "Sorry but this Group name cannot be used.");
+        DataRow("empty", "   ", "Please enter a Group name.");
     }
 
     void createGroup()
@@ -215,10 +209,10 @@ private slots:
         QTest::addColumn<QString>("connection");
         QTest::addColumn<QByteArray>("groupFile"); // empty: no Group file
         QTest::addColumn<QString>("error");
-        QTest::newRow("unknown connection") << "Nobody's DB" << QByteArray() << "\"Nobody's DB\"";
-        QTest::newRow("missing Group") << "Contacts DB" << QByteArray() << "\"Customers\"";
-        QTest::newRow("Group not a Group")
-            << "Contacts DB" << QByteArray("just text") << "the import failed: 3100 - ";
+        DataRow("unknown connection", "Nobody's DB", QByteArray(), "\"Nobody's DB\"");
+        DataRow("missing Group", "Contacts DB", QByteArray(), "\"Customers\"");
+        DataRow("Group not a Group", "Contacts DB", QByteArray("just text"),
+                "the import failed: 3100 - ");
     }
 
     void jobFailures()

@@ -6,6 +6,7 @@
 #include "import/groupstore.h"
 #include "util/apperror.h"
 
+#include "datarow.h"
 #include "readonlyfolder.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
@@ -104,10 +105,10 @@ private slots:
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<long>("number");
-        QTest::newRow("exists") << "exists" << 58L;
-        QTest::newRow("no such folder") << "nofolder" << long(AppError::PathNotFound);
-        QTest::newRow("folder is a file") << "fileasfolder" << long(AppError::PathNotFound);
-        QTest::newRow("read-only folder") << "readonly" << long(AppError::PermissionDenied);
+        DataRow("exists", "exists", 58L);
+        DataRow("no such folder", "nofolder", long(AppError::PathNotFound));
+        DataRow("folder is a file", "fileasfolder", long(AppError::PathNotFound));
+        DataRow("read-only folder", "readonly", long(AppError::PermissionDenied));
     }
 
     void createRefusesExistingAndUnwritable()
@@ -213,22 +214,16 @@ private slots:
         QTest::addColumn<QString>("field");
         QTest::addColumn<QString>("value");
         QTest::addColumn<QString>("stored");
-        QTest::newRow("title 10") << "Title"
-                                  << "Professorin"
-                                  << "Professori";
-        QTest::newRow("exactly the length") << "Zip"
-                                            << "123456789012345"
-                                            << "123456789012345";
-        QTest::newRow("zip 15") << "Zip"
-                                << "1234567890123456789"
-                                << "123456789012345";
-        QTest::newRow("email 100") << "EmailAddress" << QString(120, 'e') << QString(100, 'e');
-        QTest::newRow("non-ASCII counted in characters")
-            << "Title" << QString::fromUtf8("ÄÖÜäöüßÉÈÊX") << QString::fromUtf8("ÄÖÜäöüßÉÈÊ");
+        DataRow("title 10", "Title", "Professorin", "Professori");
+        DataRow("exactly the length", "Zip", "123456789012345", "123456789012345");
+        DataRow("zip 15", "Zip", "1234567890123456789", "123456789012345");
+        DataRow("email 100", "EmailAddress", QString(120, 'e'), QString(100, 'e'));
+        DataRow("non-ASCII counted in characters", "Title", QString::fromUtf8("ÄÖÜäöüßÉÈÊX"),
+                QString::fromUtf8("ÄÖÜäöüßÉÈÊ"));
         // A character outside the BMP is one character, two UTF-16 units: never split.
         const QString clef = QString::fromUtf8("\xF0\x9D\x84\x9E");
-        QTest::newRow("surrogate pairs") << "Title" << clef.repeated(12) << clef.repeated(10);
-        QTest::newRow("date has no limit") << "DateAdded" << QString(60, 'd') << QString(60, 'd');
+        DataRow("surrogate pairs", "Title", clef.repeated(12), clef.repeated(10));
+        DataRow("date has no limit", "DateAdded", QString(60, 'd'), QString(60, 'd'));
     }
 
     void overLongValuesAreCut()
@@ -254,20 +249,16 @@ private slots:
         QTest::addColumn<QString>("stored");
         QTest::addColumn<QString>("wanted");
         QTest::addColumn<bool>("found");
-        QTest::newRow("same") << "ann@example.com"
-                              << "ann@example.com" << true;
-        QTest::newRow("ASCII case") << "Ann@Example.COM"
-                                    << "ann@example.com" << true;
-        QTest::newRow("non-ASCII case")
-            << QString::fromUtf8("ÄNNE@MÜLLER.DE") << QString::fromUtf8("änne@müller.de") << true;
-        QTest::newRow("Greek case") << QString::fromUtf8("ΣΟΦΙΑ@example.gr")
-                                    << QString::fromUtf8("σοφια@example.gr") << true;
-        QTest::newRow("different") << "ann@example.com"
-                                   << "bob@example.com" << false;
-        QTest::newRow("non-ASCII different")
-            << QString::fromUtf8("änne@müller.de") << QString::fromUtf8("anne@muller.de") << false;
-        QTest::newRow("trailing blank differs") << "ann@example.com "
-                                                << "ann@example.com" << false;
+        DataRow("same", "ann@example.com", "ann@example.com", true);
+        DataRow("ASCII case", "Ann@Example.COM", "ann@example.com", true);
+        DataRow("non-ASCII case", QString::fromUtf8("ÄNNE@MÜLLER.DE"),
+                QString::fromUtf8("änne@müller.de"), true);
+        DataRow("Greek case", QString::fromUtf8("ΣΟΦΙΑ@example.gr"),
+                QString::fromUtf8("σοφια@example.gr"), true);
+        DataRow("different", "ann@example.com", "bob@example.com", false);
+        DataRow("non-ASCII different", QString::fromUtf8("änne@müller.de"),
+                QString::fromUtf8("anne@muller.de"), false);
+        DataRow("trailing blank differs", "ann@example.com ", "ann@example.com", false);
     }
 
     void findIgnoresCase()
