@@ -13,24 +13,6 @@
 
 // Every way the program reaches a source must leave the source as it was, whatever is
 // sent through the connection.
-class TestSourceConnection : public QObject
-{
-    Q_OBJECT
-
-private slots:
-    void initTestCase();
-    void sqliteSourcesStayUnchanged_data();
-    void sqliteSourcesStayUnchanged();
-    void postgresStaysUnchanged_data();
-    void postgresStaysUnchanged();
-    void missingSqliteFileIsNeverCreated();
-    void connectionsAreSeparateAndRemoved();
-    void refusedConnectionsReportNumberAndText_data();
-    void refusedConnectionsReportNumberAndText();
-
-private:
-    std::unique_ptr<OdbcEnvironment> m_odbc;
-};
 
 static const QStringList WritingStatements = {
     "DELETE FROM Customers WHERE Name = 'SELECT'", "UPDATE Customers SET Email = 'changed'",
@@ -54,180 +36,189 @@ static void sendWrites(SourceConnection& connection, bool closeExplicitly)
         connection.close();
 }
 
-void TestSourceConnection::initTestCase()
+class TestSourceConnection : public QObject
 {
-    m_odbc = std::make_unique<OdbcEnvironment>();
-    QVERIFY(m_odbc->isValid());
-}
+    Q_OBJECT
 
-void TestSourceConnection::sqliteSourcesStayUnchanged_data()
-{
-    QTest::addColumn<QString>("how");
-    QTest::addColumn<bool>("closeExplicitly");
-    QTest::newRow("QSQLITE, close") << "qsqlite" << true;
-    QTest::newRow("QSQLITE, destructor") << "qsqlite" << false;
-    QTest::newRow("ODBC driver string, close") << "odbc-driver" << true;
-    QTest::newRow("ODBC driver string, destructor") << "odbc-driver" << false;
-    QTest::newRow("ODBC DSN, close") << "odbc-dsn" << true;
-}
-
-void TestSourceConnection::sqliteSourcesStayUnchanged()
-{
-    QFETCH(QString, how);
-    QFETCH(bool, closeExplicitly);
-    TempFolder folder;
-    const QString file = folder.filePath("source.db");
-    QCOMPARE(BuildSqliteDatabase(file, SampleCustomerStatements()), QString());
-    const QByteArray before = folder.readFile("source.db");
-
-    QString conString;
-    if (how == "qsqlite") {
-        conString = "Provider=SQLite;Data Source=" + file;
-    } else if (how == "odbc-driver") {
-        conString = OdbcEnvironment::sqliteDriverString(file);
-    } else {
-        m_odbc->addSqliteDsn("SqliteSource", file);
-        conString = "Provider=MSDASQL.1;Persist Security Info=False;Data Source=SqliteSource";
-    }
-
+private slots:
+    void initTestCase()
     {
-        SourceConnection connection;
-        QString error;
-        QVERIFY2(connection.open(conString, error), qPrintable(error));
-        QVERIFY(connection.isOpen());
-        {
-            QSqlQuery query(connection.database()); // reading works inside the guard
-            QVERIFY2(query.exec("SELECT COUNT(*) FROM Customers") && query.next(),
-                     qPrintable(query.lastError().text()));
-            QCOMPARE(query.value(0).toInt(), 3);
-        }
-        sendWrites(connection, closeExplicitly);
+        m_odbc = std::make_unique<OdbcEnvironment>();
+        QVERIFY(m_odbc->isValid());
     }
 
-    QCOMPARE(SqliteColumn(file, "SELECT Name FROM Customers ORDER BY ID"), Names);
-    QCOMPARE(SqliteColumn(file, "SELECT DISTINCT Email FROM Customers ORDER BY ID"), Emails);
-    QCOMPARE(folder.readFile("source.db"), before);
-}
-
-void TestSourceConnection::postgresStaysUnchanged_data()
-{
-    QTest::addColumn<bool>("closeExplicitly");
-    QTest::newRow("close") << true;
-    QTest::newRow("destructor") << false;
-}
-
-void TestSourceConnection::postgresStaysUnchanged()
-{
-    QFETCH(bool, closeExplicitly);
-    PgTestServer server;
-    DBIMPORT_REQUIRE_PG(server);
-    PgTestDatabase db(server);
-    QVERIFY2(db.error().isEmpty(), qPrintable(db.error()));
-    QCOMPARE(db.run(PgSampleCustomerStatements()), QString());
-
+    void sqliteSourcesStayUnchanged_data()
     {
-        SourceConnection connection;
-        QString error;
-        QVERIFY2(connection.open(server.driverString(db.name()), error), qPrintable(error));
-        // Each statement on its own connection: PostgreSQL stops a transaction at its first
-        // failing statement, and every one of these must be tried for real.
-        sendWrites(connection, closeExplicitly);
+        QTest::addColumn<QString>("how");
+        QTest::addColumn<bool>("closeExplicitly");
+        QTest::newRow("QSQLITE, close") << "qsqlite" << true;
+        QTest::newRow("QSQLITE, destructor") << "qsqlite" << false;
+        QTest::newRow("ODBC driver string, close") << "odbc-driver" << true;
+        QTest::newRow("ODBC driver string, destructor") << "odbc-driver" << false;
+        QTest::newRow("ODBC DSN, close") << "odbc-dsn" << true;
     }
-    for (const QString& statement : WritingStatements) {
-        SourceConnection connection;
-        QString error;
-        QVERIFY2(connection.open(server.driverString(db.name()), error), qPrintable(error));
-        {
-            QSqlQuery query(connection.database());
-            QVERIFY2(query.exec(statement), qPrintable(statement + query.lastError().text()));
+
+    void sqliteSourcesStayUnchanged()
+    {
+        QFETCH(QString, how);
+        QFETCH(bool, closeExplicitly);
+        TempFolder folder;
+        const QString file = folder.filePath("source.db");
+        QCOMPARE(BuildSqliteDatabase(file, SampleCustomerStatements()), QString());
+        const QByteArray before = folder.readFile("source.db");
+
+        QString conString;
+        if (how == "qsqlite") {
+            conString = "Provider=SQLite;Data Source=" + file;
+        } else if (how == "odbc-driver") {
+            conString = OdbcEnvironment::sqliteDriverString(file);
+        } else {
+            m_odbc->addSqliteDsn("SqliteSource", file);
+            conString = "Provider=MSDASQL.1;Persist Security Info=False;Data Source=SqliteSource";
         }
-        if (closeExplicitly)
-            connection.close();
+
+        {
+            SourceConnection connection;
+            QString error;
+            QVERIFY2(connection.open(conString, error), qPrintable(error));
+            QVERIFY(connection.isOpen());
+            {
+                QSqlQuery query(connection.database()); // reading works inside the guard
+                QVERIFY2(query.exec("SELECT COUNT(*) FROM Customers") && query.next(),
+                         qPrintable(query.lastError().text()));
+                QCOMPARE(query.value(0).toInt(), 3);
+            }
+            sendWrites(connection, closeExplicitly);
+        }
+
+        QCOMPARE(SqliteColumn(file, "SELECT Name FROM Customers ORDER BY ID"), Names);
+        QCOMPARE(SqliteColumn(file, "SELECT DISTINCT Email FROM Customers ORDER BY ID"), Emails);
+        QCOMPARE(folder.readFile("source.db"), before);
     }
 
-    QCOMPARE(db.column("SELECT name FROM customers ORDER BY id"), Names);
-    QCOMPARE(db.column("SELECT email FROM customers ORDER BY id"), Emails);
-    QCOMPARE(db.column("SELECT tablename FROM pg_tables WHERE schemaname = 'public' ORDER BY 1"),
-             QStringList({"Order Lines", "customers"}));
-}
+    void postgresStaysUnchanged_data()
+    {
+        QTest::addColumn<bool>("closeExplicitly");
+        QTest::newRow("close") << true;
+        QTest::newRow("destructor") << false;
+    }
 
-void TestSourceConnection::missingSqliteFileIsNeverCreated()
-{
-    TempFolder folder;
-    const QString file = folder.filePath("missing.db");
-    SourceConnection connection;
-    QString error;
-    QVERIFY(!connection.open("Provider=SQLite;Data Source=" + file, error));
-    QVERIFY(!connection.isOpen());
-    QVERIFY2(error.startsWith("3000 - "), qPrintable(error));
-    QVERIFY2(error.contains(file), qPrintable(error));
-    QVERIFY(!QFile::exists(file));
-}
+    void postgresStaysUnchanged()
+    {
+        QFETCH(bool, closeExplicitly);
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        PgTestDatabase db(server);
+        QVERIFY2(db.error().isEmpty(), qPrintable(db.error()));
+        QCOMPARE(db.run(PgSampleCustomerStatements()), QString());
 
-void TestSourceConnection::connectionsAreSeparateAndRemoved()
-{
-    TempFolder folder;
-    const QString a = folder.filePath("a.db");
-    const QString b = folder.filePath("b.db");
-    for (const QString& f : {a, b})
-        QCOMPARE(BuildSqliteDatabase(f, {"CREATE TABLE T (V TEXT)", "INSERT INTO T VALUES ('" +
-                                             f.right(4).left(1) + "')"}), QString());
-    const QStringList namesBefore = QSqlDatabase::connectionNames();
+        {
+            SourceConnection connection;
+            QString error;
+            QVERIFY2(connection.open(server.driverString(db.name()), error), qPrintable(error));
+            // Each statement on its own connection: PostgreSQL stops a transaction at its first
+            // failing statement, and every one of these must be tried for real.
+            sendWrites(connection, closeExplicitly);
+        }
+        for (const QString& statement : WritingStatements) {
+            SourceConnection connection;
+            QString error;
+            QVERIFY2(connection.open(server.driverString(db.name()), error), qPrintable(error));
+            {
+                QSqlQuery query(connection.database());
+                QVERIFY2(query.exec(statement), qPrintable(statement + query.lastError().text()));
+            }
+            if (closeExplicitly)
+                connection.close();
+        }
 
-    auto first = std::make_unique<SourceConnection>();
-    SourceConnection second;
-    QString error;
-    QVERIFY2(first->open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
-    QVERIFY2(second.open("Provider=SQLite;Data Source=" + b, error), qPrintable(error));
-    QVERIFY(first->database().connectionName() != second.database().connectionName());
-    QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 2);
+        QCOMPARE(db.column("SELECT name FROM customers ORDER BY id"), Names);
+        QCOMPARE(db.column("SELECT email FROM customers ORDER BY id"), Emails);
+        QCOMPARE(db.column("SELECT tablename FROM pg_tables WHERE schemaname = 'public' ORDER BY 1"),
+                 QStringList({"Order Lines", "customers"}));
+    }
 
-    auto valueOf = [](const SourceConnection& c) {
-        QSqlQuery query(c.database());
-        query.exec("SELECT V FROM T");
-        return query.next() ? query.value(0).toString() : QString("<none>");
-    };
-    QCOMPARE(valueOf(*first), QString("a"));
-    QCOMPARE(valueOf(second), QString("b"));
+    void missingSqliteFileIsNeverCreated()
+    {
+        TempFolder folder;
+        const QString file = folder.filePath("missing.db");
+        SourceConnection connection;
+        QString error;
+        QVERIFY(!connection.open("Provider=SQLite;Data Source=" + file, error));
+        QVERIFY(!connection.isOpen());
+        QVERIFY2(error.startsWith("3000 - "), qPrintable(error));
+        QVERIFY2(error.contains(file), qPrintable(error));
+        QVERIFY(!QFile::exists(file));
+    }
 
-    first.reset();
-    QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 1);
-    QCOMPARE(valueOf(second), QString("b"));
+    void connectionsAreSeparateAndRemoved()
+    {
+        TempFolder folder;
+        const QString a = folder.filePath("a.db");
+        const QString b = folder.filePath("b.db");
+        for (const QString& f : {a, b})
+            QCOMPARE(BuildSqliteDatabase(f, {"CREATE TABLE T (V TEXT)", "INSERT INTO T VALUES ('" +
+                                                 f.right(4).left(1) + "')"}), QString());
+        const QStringList namesBefore = QSqlDatabase::connectionNames();
 
-    // Re-opening the same object on another source closes the first one.
-    QVERIFY2(second.open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
-    QCOMPARE(valueOf(second), QString("a"));
-    QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 1);
-    second.close();
-    QVERIFY(!second.isOpen());
-    QCOMPARE(QSqlDatabase::connectionNames(), namesBefore);
-}
+        auto first = std::make_unique<SourceConnection>();
+        SourceConnection second;
+        QString error;
+        QVERIFY2(first->open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
+        QVERIFY2(second.open("Provider=SQLite;Data Source=" + b, error), qPrintable(error));
+        QVERIFY(first->database().connectionName() != second.database().connectionName());
+        QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 2);
 
-void TestSourceConnection::refusedConnectionsReportNumberAndText_data()
-{
-    QTest::addColumn<QString>("conString");
-    QTest::addColumn<QString>("textPart");
+        auto valueOf = [](const SourceConnection& c) {
+            QSqlQuery query(c.database());
+            query.exec("SELECT V FROM T");
+            return query.next() ? query.value(0).toString() : QString("<none>");
+        };
+        QCOMPARE(valueOf(*first), QString("a"));
+        QCOMPARE(valueOf(second), QString("b"));
 
-    QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchSource" << "NoSuchSource";
-    QTest::newRow("unknown driver") << "Driver={No Such Driver};Database=x" << "No Such Driver";
-    QTest::newRow("unsupported provider") << "Provider=Foo.Bar;Data Source=x" << "\"Foo.Bar\"";
-}
+        first.reset();
+        QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 1);
+        QCOMPARE(valueOf(second), QString("b"));
 
-void TestSourceConnection::refusedConnectionsReportNumberAndText()
-{
-    QFETCH(QString, conString);
-    QFETCH(QString, textPart);
-    const QStringList namesBefore = QSqlDatabase::connectionNames();
-    SourceConnection connection;
-    QString error;
-    QVERIFY(!connection.open(conString, error));
-    static const QRegularExpression form("^-?\\d+ - \\S");
-    QVERIFY2(form.match(error).hasMatch(), qPrintable(error));
-    // The driver manager's text names what it could not find, where it says so.
-    if (!error.contains(textPart, Qt::CaseInsensitive))
-        QVERIFY2(error.contains("not found", Qt::CaseInsensitive), qPrintable(error));
-    QCOMPARE(QSqlDatabase::connectionNames(), namesBefore);
-}
+        // Re-opening the same object on another source closes the first one.
+        QVERIFY2(second.open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
+        QCOMPARE(valueOf(second), QString("a"));
+        QCOMPARE(QSqlDatabase::connectionNames().size(), namesBefore.size() + 1);
+        second.close();
+        QVERIFY(!second.isOpen());
+        QCOMPARE(QSqlDatabase::connectionNames(), namesBefore);
+    }
+
+    void refusedConnectionsReportNumberAndText_data()
+    {
+        QTest::addColumn<QString>("conString");
+        QTest::addColumn<QString>("textPart");
+
+        QTest::newRow("unknown DSN") << "Provider=MSDASQL.1;Data Source=NoSuchSource" << "NoSuchSource";
+        QTest::newRow("unknown driver") << "Driver={No Such Driver};Database=x" << "No Such Driver";
+        QTest::newRow("unsupported provider") << "Provider=Foo.Bar;Data Source=x" << "\"Foo.Bar\"";
+    }
+
+    void refusedConnectionsReportNumberAndText()
+    {
+        QFETCH(QString, conString);
+        QFETCH(QString, textPart);
+        const QStringList namesBefore = QSqlDatabase::connectionNames();
+        SourceConnection connection;
+        QString error;
+        QVERIFY(!connection.open(conString, error));
+        static const QRegularExpression form("^-?\\d+ - \\S");
+        QVERIFY2(form.match(error).hasMatch(), qPrintable(error));
+        // The driver manager's text names what it could not find, where it says so.
+        if (!error.contains(textPart, Qt::CaseInsensitive))
+            QVERIFY2(error.contains("not found", Qt::CaseInsensitive), qPrintable(error));
+        QCOMPARE(QSqlDatabase::connectionNames(), namesBefore);
+    }
+
+private:
+    std::unique_ptr<OdbcEnvironment> m_odbc;
+};
 
 QTEST_GUILESS_MAIN(TestSourceConnection)
 #include "tst_sourceconnection.moc"
