@@ -9,6 +9,8 @@
 
 #include <QTest>
 
+#include "datarow.h"
+
 #include <array>
 
 namespace {
@@ -61,6 +63,17 @@ const QStringList kStoredOrder = {
     "Address2",     "City",      "State",     "Zip",     "Country",  "Company",       "JobTitle",
     "Web",          "Telephone", "Fax",       "Field1",  "Field2",   "Field3",        "Field4"};
 
+// What a store gives: every host field in this order, mapped as the pairs say, else empty.
+QStringList stored(const QMap<QString, QString>& mapped, bool withEmail = true)
+{
+    QStringList lines;
+    for (const QString& key : kStoredOrder) {
+        if (withEmail || key != "EMailAddress")
+            lines << key + '=' + mapped.value(key);
+    }
+    return lines;
+}
+
 } // namespace
 
 class TestFieldMapping : public QObject
@@ -68,250 +81,194 @@ class TestFieldMapping : public QObject
     Q_OBJECT
 
 private slots:
-    void init();
-    void cleanup();
-    void populateStartsWithBlankAndRefills();
-    void storeAllFields();
-    void storeWithoutEmail_data();
-    void storeWithoutEmail();
-    void storeReplacesEarlierList();
-    void fieldNamedBlankIsUnmapped();
-    void addToFieldMapReportsDuplicate();
-    void showSelectsStoredFields_data();
-    void showSelectsStoredFields();
-    void storeThenShowRoundTrip();
+    void init()
+    {
+        m_boxes.clear();
+        m_previous = &MessageBoxes::instance();
+        MessageBoxes::setInstance(&m_boxes);
+    }
+
+    void cleanup() { MessageBoxes::setInstance(m_previous); }
+
+    void populateStartsWithBlankAndRefills()
+    {
+        TestCombos combos;
+        PopulateFieldCombos(combos, {"A", "B", "A"});
+        PopulateFieldCombos(combos, kSourceFields);
+        for (StringListControl& list : combos.lists) {
+            QCOMPARE(list.count(), kSourceFields.size() + 1);
+            QCOMPARE(list.itemText(0), QString("(blank)"));
+            QCOMPARE(list.currentIndex(), 0);
+            for (int i = 0; i < kSourceFields.size(); ++i)
+                QCOMPARE(list.itemText(i + 1), kSourceFields.at(i));
+        }
+
+        // No sorting, no removal of repeats.
+        StringListControl single;
+        PopulateMappingCombo(single, {"b", "a", "b"});
+        QCOMPARE(single.count(), 4);
+        QCOMPARE(single.itemText(3), QString("b"));
+    }
+
+    void storeAllFields()
+    {
+        TestCombos combos;
+        PopulateFieldCombos(combos, kSourceFields);
+        combos.choose("EMailAddress", "Email");
+        combos.choose("FirstName", "First Name");
+        combos.choose("LastName", "Surname");
+        combos.choose("City", "Town");
+        combos.choose("Zip", "Post Code");
+
+        CMappings list;
+        QString message = "left over";
+        QVERIFY(StoreFieldMapping(combos, list, message));
+        QCOMPARE(message, QString());
+        QVERIFY(m_boxes.shown().isEmpty());
+
+        QCOMPARE(dump(list), stored({{"EMailAddress", "Email"},
+                                     {"FirstName", "First Name"},
+                                     {"LastName", "Surname"},
+                                     {"City", "Town"},
+                                     {"Zip", "Post Code"}}));
+    }
+
+    void storeWithoutEmail_data()
+    {
+        QTest::addColumn<QString>("emailEntry");
+        QTest::newRow("(blank) entry") << "(blank)";
+        QTest::newRow("a source field named (BLANK)") << "(BLANK)";
+    }
+
+    void storeWithoutEmail()
+    {
+        QFETCH(QString, emailEntry);
+        TestCombos combos;
+        PopulateFieldCombos(combos, kSourceFields);
+        combos.choose("EMailAddress", emailEntry);
+        combos.choose("Telephone", "CITY");
+        combos.choose("FullNameMacro", "Full Name");
+
+        CMappings list;
+        QString message;
+        QVERIFY(!StoreFieldMapping(combos, list, message));
+        QCOMPARE(message, QString("You must match up the Email Address field in the import "
+                                  "database to the Email Address field in the Veltrano database."));
+        QVERIFY(m_boxes.shown().isEmpty());
+        QCOMPARE(dump(list),
+                 stored({{"Telephone", "CITY"}, {"FullNameMacro", "Full Name"}}, false));
+    }
+
+    void storeReplacesEarlierList()
+    {
+        TestCombos combos;
+        PopulateFieldCombos(combos, kSourceFields);
+        combos.choose("EMailAddress", "Email");
+
+        CMappings list;
+        list.Add("city", "Old");
+        list.Add("Something", "Else");
+        QString message;
+        QVERIFY(StoreFieldMapping(combos, list, message));
+        QCOMPARE(dump(list), stored({{"EMailAddress", "Email"}}));
+        QVERIFY(m_boxes.shown().isEmpty());
+    }
+
+    void fieldNamedBlankIsUnmapped()
+    {
+        TestCombos combos;
+        PopulateFieldCombos(combos, {"Mail", " (Blank) ", "(blank)x"});
+        combos.choose("EMailAddress", "Mail");
+        combos.choose("City", " (Blank) ");
+        combos.choose("Zip", "(blank)x");
+        // Nothing selected at all reads as an empty entry, stored as unmapped too.
+        combos.byKey("Fax").setCurrentIndex(-1);
+
+        CMappings list;
+        QString message;
+        QVERIFY(StoreFieldMapping(combos, list, message));
+        QCOMPARE(dump(list), stored({{"EMailAddress", "Mail"}, {"Zip", "(blank)x"}}));
+    }
+
+    void addToFieldMapReportsDuplicate()
+    {
+        CMappings list;
+        QVERIFY(AddToFieldMap(list, " Town ", "City"));
+        QCOMPARE(list.Item("City")->DBField, QString(" Town "));
+        QVERIFY(!AddToFieldMap(list, "Other", "CITY"));
+        QCOMPARE(list.Count(), 1);
+        QCOMPARE(m_boxes.shown().size(), 1);
+        const ScriptedMessageBoxes::Shown& box = m_boxes.shown().first();
+        QCOMPARE(box.icon, MessageBoxes::Icon::Critical);
+        QVERIFY2(box.text.startsWith("457 - "), qPrintable(box.text));
+        QCOMPARE(box.title, QString("AddToFieldMap : CITY"));
+    }
+
+    void showSelectsStoredFields_data()
+    {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("combo");
+        QTest::addColumn<QString>("shown");
+        DataRow("exact", "City", "Town", "City", "Town");
+        DataRow("field in other case", "Zip", "post code", "Zip", "Post Code");
+        DataRow("first of two case variants", "City", "city", "City", "CITY");
+        DataRow("blanks around both trimmed", " Title ", "  Surname ", "Title", "Surname");
+        DataRow("field gone", "Company", "Employer", "Company", "(blank)");
+        DataRow("empty field", "Fax", "", "Fax", "(blank)");
+        DataRow("key in wrong case ignored", "city", "Town", "City", "Email");
+        DataRow("unknown key ignored", "Mobile", "Town", "City", "Email");
+    }
+
+    void showSelectsStoredFields()
+    {
+        QFETCH(QString, key);
+        QFETCH(QString, field);
+        QFETCH(QString, combo);
+        QFETCH(QString, shown);
+
+        TestCombos combos;
+        PopulateFieldCombos(combos, kSourceFields);
+        // A previous selection shows whether the combo was touched at all.
+        StringListControl& target = combos.byKey(qPrintable(combo));
+        target.setCurrentIndex(1);
+
+        ImportChoices choices;
+        choices.FieldMappings.Add(key, field);
+        ShowFieldMapping(combos, choices);
+        QCOMPARE(target.itemText(target.currentIndex()), shown);
+        QVERIFY(m_boxes.shown().isEmpty());
+    }
+
+    void storeThenShowRoundTrip()
+    {
+        TestCombos combos;
+        PopulateFieldCombos(combos, kSourceFields);
+        combos.choose("EMailAddress", "Email");
+        combos.choose("FullNameMacro", "Full Name");
+        combos.choose("Address1", "Town");
+        combos.choose("Field4", "CITY");
+
+        ImportChoices choices;
+        QString message;
+        QVERIFY(StoreFieldMapping(combos, choices.FieldMappings, message));
+
+        // Entering the step again rebuilds the combos, then shows the stored choices.
+        PopulateFieldCombos(combos, kSourceFields);
+        ShowFieldMapping(combos, choices);
+        for (size_t i = 0; i < kHostFields.size(); ++i) {
+            const StringListControl& list = combos.lists.at(i);
+            const QString expected = choices.FieldMappings.Item(kHostFields[i].key)->DBField;
+            QCOMPARE(list.itemText(list.currentIndex()),
+                     expected.isEmpty() ? QString("(blank)") : expected);
+        }
+        QCOMPARE(combos.byKey("Field4").currentIndex(), kSourceFields.indexOf("CITY") + 1);
+    }
 
 private:
     ScriptedMessageBoxes m_boxes;
     MessageBoxes* m_previous = nullptr;
 };
-
-void TestFieldMapping::init()
-{
-    m_boxes.clear();
-    m_previous = &MessageBoxes::instance();
-    MessageBoxes::setInstance(&m_boxes);
-}
-
-void TestFieldMapping::cleanup()
-{
-    MessageBoxes::setInstance(m_previous);
-}
-
-void TestFieldMapping::populateStartsWithBlankAndRefills()
-{
-    TestCombos combos;
-    PopulateFieldCombos(combos, {"A", "B", "A"});
-    PopulateFieldCombos(combos, kSourceFields);
-    for (StringListControl& list : combos.lists) {
-        QCOMPARE(list.count(), kSourceFields.size() + 1);
-        QCOMPARE(list.itemText(0), QString("(blank)"));
-        QCOMPARE(list.currentIndex(), 0);
-        for (int i = 0; i < kSourceFields.size(); ++i)
-            QCOMPARE(list.itemText(i + 1), kSourceFields.at(i));
-    }
-
-    // No sorting, no removal of repeats.
-    StringListControl single;
-    PopulateMappingCombo(single, {"b", "a", "b"});
-    QCOMPARE(single.count(), 4);
-    QCOMPARE(single.itemText(3), QString("b"));
-}
-
-void TestFieldMapping::storeAllFields()
-{
-    TestCombos combos;
-    PopulateFieldCombos(combos, kSourceFields);
-    combos.choose("EMailAddress", "Email");
-    combos.choose("FirstName", "First Name");
-    combos.choose("LastName", "Surname");
-    combos.choose("City", "Town");
-    combos.choose("Zip", "Post Code");
-
-    CMappings list;
-    QString message = "left over";
-    QVERIFY(StoreFieldMapping(combos, list, message));
-    QCOMPARE(message, QString());
-    QVERIFY(m_boxes.shown().isEmpty());
-
-    QStringList expected;
-    for (const QString& key : kStoredOrder)
-        expected << key + '=';
-    expected[0] = "EMailAddress=Email";
-    expected[2] = "FirstName=First Name";
-    expected[4] = "LastName=Surname";
-    expected[8] = "City=Town";
-    expected[10] = "Zip=Post Code";
-    QCOMPARE(dump(list), expected);
-}
-
-void TestFieldMapping::storeWithoutEmail_data()
-{
-    QTest::addColumn<QString>("emailEntry");
-    QTest::newRow("(blank) entry") << "(blank)";
-    QTest::newRow("a source field named (BLANK)") << "(BLANK)";
-}
-
-void TestFieldMapping::storeWithoutEmail()
-{
-    QFETCH(QString, emailEntry);
-    TestCombos combos;
-    PopulateFieldCombos(combos, kSourceFields);
-    combos.choose("EMailAddress", emailEntry);
-    combos.choose("Telephone", "CITY");
-    combos.choose("FullNameMacro", "Full Name");
-
-    CMappings list;
-    QString message;
-    QVERIFY(!StoreFieldMapping(combos, list, message));
-    QCOMPARE(message, QString("You must match up the Email Address field in the import "
-                              "database to the Email Address field in the Veltrano database."));
-    QVERIFY(m_boxes.shown().isEmpty());
-    QCOMPARE(list.Count(), 20);
-    QVERIFY(!list.Item("EMailAddress"));
-    QCOMPARE(list.Item(1)->VTField, QString("Title"));
-    QCOMPARE(list.Item(5)->VTField, QString("FullNameMacro"));
-    QCOMPARE(list.Item(5)->DBField, QString("Full Name"));
-    QCOMPARE(list.Item("Telephone")->DBField, QString("CITY"));
-    QCOMPARE(dump(list).last(), QString("Field4="));
-}
-
-void TestFieldMapping::storeReplacesEarlierList()
-{
-    TestCombos combos;
-    PopulateFieldCombos(combos, kSourceFields);
-    combos.choose("EMailAddress", "Email");
-
-    CMappings list;
-    list.Add("city", "Old");
-    list.Add("Something", "Else");
-    QString message;
-    QVERIFY(StoreFieldMapping(combos, list, message));
-    QCOMPARE(list.Count(), 21);
-    QCOMPARE(list.Item("City")->VTField, QString("City"));
-    QCOMPARE(list.Item("City")->DBField, QString());
-    QVERIFY(!list.Item("Something"));
-    QVERIFY(m_boxes.shown().isEmpty());
-}
-
-void TestFieldMapping::fieldNamedBlankIsUnmapped()
-{
-    TestCombos combos;
-    PopulateFieldCombos(combos, {"Mail", " (Blank) ", "(blank)x"});
-    combos.choose("EMailAddress", "Mail");
-    combos.choose("City", " (Blank) ");
-    combos.choose("Zip", "(blank)x");
-    // Nothing selected at all reads as an empty entry, stored as unmapped too.
-    combos.byKey("Fax").setCurrentIndex(-1);
-
-    CMappings list;
-    QString message;
-    QVERIFY(StoreFieldMapping(combos, list, message));
-    QCOMPARE(list.Item("City")->DBField, QString());
-    QCOMPARE(list.Item("Zip")->DBField, QString("(blank)x"));
-    QCOMPARE(list.Item("Fax")->DBField, QString());
-    QCOMPARE(list.Count(), 21);
-}
-
-void TestFieldMapping::addToFieldMapReportsDuplicate()
-{
-    CMappings list;
-    QVERIFY(AddToFieldMap(list, " Town ", "City"));
-    QCOMPARE(list.Item("City")->DBField, QString(" Town "));
-    QVERIFY(!AddToFieldMap(list, "Other", "CITY"));
-    QCOMPARE(list.Count(), 1);
-    QCOMPARE(m_boxes.shown().size(), 1);
-    const ScriptedMessageBoxes::Shown& box = m_boxes.shown().first();
-    QCOMPARE(box.icon, MessageBoxes::Icon::Critical);
-    QVERIFY2(box.text.startsWith("457 - "), qPrintable(box.text));
-    QCOMPARE(box.title, QString("AddToFieldMap : CITY"));
-}
-
-void TestFieldMapping::showSelectsStoredFields_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("field");
-    QTest::addColumn<QString>("combo");
-    QTest::addColumn<QString>("shown");
-
-    QTest::newRow("exact") << "City"
-                           << "Town"
-                           << "City"
-                           << "Town";
-    QTest::newRow("field in other case") << "Zip"
-                                         << "post code"
-                                         << "Zip"
-                                         << "Post Code";
-    QTest::newRow("first of two case variants") << "City"
-                                                << "city"
-                                                << "City"
-                                                << "CITY";
-    QTest::newRow("blanks around both trimmed") << " Title "
-                                                << "  Surname "
-                                                << "Title"
-                                                << "Surname";
-    QTest::newRow("field gone") << "Company"
-                                << "Employer"
-                                << "Company"
-                                << "(blank)";
-    QTest::newRow("empty field") << "Fax"
-                                 << ""
-                                 << "Fax"
-                                 << "(blank)";
-    QTest::newRow("key in wrong case ignored") << "city"
-                                               << "Town"
-                                               << "City"
-                                               << "Email";
-    QTest::newRow("unknown key ignored") << "Mobile"
-                                         << "Town"
-                                         << "City"
-                                         << "Email";
-}
-
-void TestFieldMapping::showSelectsStoredFields()
-{
-    QFETCH(QString, key);
-    QFETCH(QString, field);
-    QFETCH(QString, combo);
-    QFETCH(QString, shown);
-
-    TestCombos combos;
-    PopulateFieldCombos(combos, kSourceFields);
-    // A previous selection shows whether the combo was touched at all.
-    StringListControl& target = combos.byKey(qPrintable(combo));
-    target.setCurrentIndex(1);
-
-    ImportChoices choices;
-    choices.FieldMappings.Add(key, field);
-    ShowFieldMapping(combos, choices);
-    QCOMPARE(target.itemText(target.currentIndex()), shown);
-    QVERIFY(m_boxes.shown().isEmpty());
-}
-
-void TestFieldMapping::storeThenShowRoundTrip()
-{
-    TestCombos combos;
-    PopulateFieldCombos(combos, kSourceFields);
-    combos.choose("EMailAddress", "Email");
-    combos.choose("FullNameMacro", "Full Name");
-    combos.choose("Address1", "Town");
-    combos.choose("Field4", "CITY");
-
-    ImportChoices choices;
-    QString message;
-    QVERIFY(StoreFieldMapping(combos, choices.FieldMappings, message));
-
-    // Entering the step again rebuilds the combos, then shows the stored choices.
-    PopulateFieldCombos(combos, kSourceFields);
-    ShowFieldMapping(combos, choices);
-    for (size_t i = 0; i < kHostFields.size(); ++i) {
-        const StringListControl& list = combos.lists.at(i);
-        const QString expected = choices.FieldMappings.Item(kHostFields[i].key)->DBField;
-        QCOMPARE(list.itemText(list.currentIndex()),
-                 expected.isEmpty() ? QString("(blank)") : expected);
-    }
-    QCOMPARE(combos.byKey("Field4").currentIndex(), kSourceFields.indexOf("CITY") + 1);
-}
 
 QTEST_GUILESS_MAIN(TestFieldMapping)
 #include "tst_fieldmapping.moc"
