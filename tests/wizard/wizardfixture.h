@@ -1,7 +1,7 @@
 #pragma once
 
-// What the wizard's tests share: a private data folder and settings file, a contacts
-// database made with real SQLite, and small helpers to find and press the form's controls.
+// What the wizard's tests share: a private data folder and settings file, a real SQLite
+// contacts database, and helpers to reach, press and wait for the form's controls.
 
 #include "sqlitefixture.h"
 #include "tempfolder.h"
@@ -18,6 +18,7 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
@@ -39,7 +40,6 @@ constexpr int kDuplicateRows = 3;
 // "Other Table" has a blank in its name and two columns of its own.
 inline QStringList contactsStatements(int validRows)
 {
-    Q_ASSERT(validRows >= 3);
     return {
         QStringLiteral("CREATE TABLE Contacts (ID INTEGER PRIMARY KEY, Email TEXT, "
                        "\"Full Name\" TEXT, \"First Name\" TEXT, \"Last Name\" TEXT, "
@@ -79,9 +79,6 @@ public:
         SetIniFilePath(QString());
         SetHostDataFolder(QString());
     }
-    Environment(const Environment&) = delete;
-    Environment& operator=(const Environment&) = delete;
-
     // Builds <name>.db with the contacts tables; returns its path ("" and a failure when not).
     QString makeContacts(const QString& name, int validRows)
     {
@@ -131,12 +128,14 @@ public:
             QTest::qFail(qPrintable(message), __FILE__, __LINE__);
     }
 
-    QString dataFile(const QString& name) const
+    QString groupFile(const QString& group) const
     {
-        return folder.filePath(QStringLiteral("data/") + name);
+        return folder.filePath(QStringLiteral("data/") + group + QStringLiteral(".gdb"));
     }
-    QString groupFile(const QString& group) const { return dataFile(group + ".gdb"); }
-    QString logFile() const { return dataFile(QStringLiteral("Database Import Log File.txt")); }
+    QString logFile() const
+    {
+        return folder.filePath(QStringLiteral("data/Database Import Log File.txt"));
+    }
 
     TempFolder folder;
     ScriptedMessageBoxes boxes;
@@ -197,28 +196,24 @@ inline QString text(const QWidget* form, const char* label)
 }
 
 // Runs action on the modal window named objectName as soon as it is up (the caller then
-// opens it); gives up after a few seconds so a missing dialog fails instead of hanging.
+// opens it); gives up after five seconds so a missing dialog fails instead of hanging.
 inline void whenModal(const QString& objectName, std::function<void(QWidget*)> action)
 {
     auto* timer = new QTimer(qApp);
-    auto* waited = new int(0);
+    const QDeadlineTimer deadline(5000);
     QObject::connect(timer, &QTimer::timeout, timer, [=] {
         QWidget* modal = QApplication::activeModalWidget();
-        if (modal && modal->objectName() == objectName) {
-            timer->stop();
-            timer->deleteLater();
-            delete waited;
+        const bool up = modal && modal->objectName() == objectName;
+        if (!up && !deadline.hasExpired())
+            return;
+        timer->stop();
+        timer->deleteLater();
+        if (up)
             action(modal);
-        } else if (++*waited > 500) {
-            timer->stop();
-            timer->deleteLater();
-            delete waited;
-            // Whatever else is open would keep the test waiting for ever.
-            if (modal)
-                modal->close();
-            QTest::qFail(qPrintable(objectName + QStringLiteral(" did not open")), __FILE__,
-                         __LINE__);
-        }
+        else if (modal) // whatever else is open would keep the test waiting for ever
+            modal->close();
+        if (!up)
+            QTest::qFail(qPrintable(objectName + " did not open"), __FILE__, __LINE__);
     });
     timer->start(10);
 }
@@ -270,9 +265,8 @@ inline bool nextTo(const QWidget* form, int step)
 
 // The wizard on the Group step for "Sales" (validRows contacts), the Groups created and the
 // usual choices saved with destination group.
-inline std::unique_ptr<frmDBImport> wizardOnGroupStep(Environment& env, int validRows,
-                                                      const QStringList& groups,
-                                                      const QString& group)
+inline std::unique_ptr<frmDBImport>
+wizardOnGroupStep(Environment& env, int validRows, const QStringList& groups, const QString& group)
 {
     env.addSales(validRows);
     env.createGroups(groups);
