@@ -66,79 +66,75 @@ private slots:
                  qPrintable(indexSql.first()));
     }
 
-    void checkAndOpen_data()
+    // What checking, opening and creating make of a path: only a Group file passes the check
+    // and opens; creating refuses what exists and what cannot be written, and leaves it as
+    // it was (-1: creating is not tried).
+    void fileKinds_data()
     {
         QTest::addColumn<QString>("kind");
         QTest::addColumn<bool>("isGroup");
-        for (const char* kind : {"group", "missing", "text", "empty", "other sqlite", "folder"})
-            QTest::newRow(kind) << kind << (qstrcmp(kind, "group") == 0);
+        QTest::addColumn<long>("createError");
+        const long exists = 58, noPath = long(AppError::PathNotFound);
+        DataRow("group", "group", true, exists);
+        DataRow("missing", "missing", false, 0L);
+        DataRow("text file", "text", false, exists);
+        DataRow("empty file", "empty", false, exists);
+        DataRow("SQLite without Recipients", "other", false, exists);
+        DataRow("folder", "folder", false, -1L);
+        DataRow("no such folder", "missing/G.gdb", false, noPath);
+        DataRow("folder is a file", "plain/G.gdb", false, noPath);
+        DataRow("read-only folder", "ro/G.gdb", false, long(AppError::PermissionDenied));
     }
 
-    void checkAndOpen()
+    void fileKinds()
     {
         QFETCH(QString, kind);
         QFETCH(bool, isGroup);
+        QFETCH(long, createError);
         TempFolder folder;
-        const QString path = folder.filePath("G.gdb");
+        const QString path = folder.filePath(kind.endsWith(".gdb") ? kind : "G.gdb");
         if (kind == "group")
             newGroup(folder, "G");
-        else if (kind == "text")
-            folder.writeFile("G.gdb", "Title,FirstName\r\nMr,John\r\n");
-        else if (kind == "empty")
-            folder.writeFile("G.gdb", QByteArray());
-        else if (kind == "other sqlite")
+        else if (kind == "text" || kind == "empty")
+            folder.writeFile("G.gdb", kind == "text" ? "Title,FirstName\r\nMr,John\r\n" : "");
+        else if (kind == "other")
             QCOMPARE(BuildSqliteDatabase(path, {"CREATE TABLE People (Name TEXT)"}), QString());
         else if (kind == "folder")
             QVERIFY(QDir(folder.path()).mkdir("G.gdb"));
-        QCOMPARE(GroupStore::checkFile(path), isGroup);
-        GroupStore store;
-        if (isGroup)
-            store.open(path);
-        else
-            QVERIFY_THROWS_EXCEPTION(AppError, store.open(path));
-        QCOMPARE(store.isOpen(), isGroup);
-        if (kind == "missing")
-            QVERIFY(!QFileInfo::exists(path));
-    }
-
-    void createRefusesExistingAndUnwritable_data()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<long>("number");
-        DataRow("exists", "exists", 58L);
-        DataRow("no such folder", "nofolder", long(AppError::PathNotFound));
-        DataRow("folder is a file", "fileasfolder", long(AppError::PathNotFound));
-        DataRow("read-only folder", "readonly", long(AppError::PermissionDenied));
-    }
-
-    void createRefusesExistingAndUnwritable()
-    {
-        QFETCH(QString, kind);
-        QFETCH(long, number);
-        TempFolder folder;
-        QString path = folder.filePath("ro/G.gdb");
-        if (kind == "exists")
-            path = folder.writeFile("G.gdb", "precious");
-        else if (kind == "nofolder")
-            path = folder.filePath("missing/G.gdb");
-        else if (kind == "fileasfolder")
-            path = folder.writeFile("plain", "x") + "/G.gdb";
+        else if (kind == "plain/G.gdb")
+            folder.writeFile("plain", "x");
         std::unique_ptr<ReadOnlyFolder> readOnly;
-        if (kind == "readonly") {
+        if (kind == "ro/G.gdb") {
             readOnly = std::make_unique<ReadOnlyFolder>(folder.filePath("ro"));
             if (!readOnly->isReadOnly())
                 QSKIP("cannot make a folder read-only here");
         }
+        QCOMPARE(GroupStore::checkFile(path), isGroup);
+        {
+            GroupStore store;
+            if (isGroup)
+                store.open(path);
+            else
+                QVERIFY_THROWS_EXCEPTION(AppError, store.open(path));
+            QCOMPARE(store.isOpen(), isGroup);
+        }
+        QCOMPARE(QFileInfo::exists(path), createError == 58 || kind == "folder");
+        if (createError < 0)
+            return;
+        auto bytes = [&] {
+            QFile file(path);
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<none>");
+        };
+        const QByteArray before = bytes();
         try {
             GroupStore::createFile(path, GroupStore::groupFields());
-            QFAIL("createFile did not throw");
+            QCOMPARE(0L, createError);
+            QVERIFY(GroupStore::checkFile(path));
         } catch (const AppError& e) {
-            QCOMPARE(e.number(), number);
+            QCOMPARE(e.number(), createError);
         }
-        if (kind == "exists")
-            QCOMPARE(folder.readFile("G.gdb"), QByteArray("precious"));
-        else
-            QVERIFY(!QFileInfo::exists(path));
+        if (createError != 0)
+            QCOMPARE(bytes(), before);
     }
 
     void staleJournalIsNotAppliedToANewGroup()
