@@ -76,6 +76,16 @@ class tst_Cli : public QObject
         return cli(QStringList{"--ini", m_ini, "--connection"} + arguments);
     }
 
+    // The Group's records, distinct addresses (ignoring case) and untrimmed addresses.
+    QString summary() const
+    {
+        return SqliteColumn(
+                   m_group,
+                   "SELECT COUNT(*) || ',' || COUNT(DISTINCT lower(EmailAddress)) "
+                   "|| ',' || IFNULL(SUM(EmailAddress <> trim(EmailAddress)), 0) FROM Recipients")
+            .join('|');
+    }
+
     // A generated source of the given size and a settings file with two connections; the
     // saved choices of "Contacts DB" import it into the Group "Customers" (made on request).
     void prepare(int rows, bool withGroup, int seed = 7)
@@ -254,12 +264,7 @@ private slots:
         QVERIFY(illegal > 0 && duplicates > 0);
         // Addresses are unique without regard to case and stored trimmed, and every source
         // address that is valid once trimmed is in the Group.
-        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), added);
-        QCOMPARE(count(m_group, "SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients"),
-                 added);
-        QCOMPARE(count(m_group,
-                       "SELECT COUNT(*) FROM Recipients WHERE EmailAddress <> trim(EmailAddress)"),
-                 0);
+        QCOMPARE(summary(), QString("%1,%1,0").arg(added));
         QCOMPARE(count(m_source,
                        "SELECT COUNT(DISTINCT lower(trim(Email))) FROM Contacts WHERE "
                        "instr(Email, '@') > 0 AND instr(substr(Email, instr(Email, '@')), "
@@ -279,7 +284,7 @@ private slots:
         QVERIFY(!again.out.contains("Importing ..."));
         QCOMPARE(again.figure("Recipients Added : "), 0);
         QCOMPARE(again.figure("Duplicates       : "), added + duplicates);
-        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), added);
+        QCOMPARE(summary(), QString("%1,%1,0").arg(added));
     }
 
     void overridesGroupAndReplace()
@@ -334,9 +339,7 @@ private slots:
         QCOMPARE(rerun.exitCode, 0);
         const int added = rerun.figure("Recipients Added : ");
         QVERIFY(added >= 0);
-        QCOMPARE(count(m_group, "SELECT COUNT(*) FROM Recipients"), kept + added);
-        QCOMPARE(count(m_group, "SELECT COUNT(DISTINCT lower(EmailAddress)) FROM Recipients"),
-                 kept + added);
+        QCOMPARE(summary(), QString("%1,%1,0").arg(kept + added));
     }
 };
 
