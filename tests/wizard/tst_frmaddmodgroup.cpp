@@ -15,8 +15,8 @@ using namespace wizardtest;
 namespace {
 
 const QString kCharacterRule =
-    QStringLiteral("Please enter valid characters only.\r\n\r\nThese include: Spaces, letters a "
-                   "to z and A to Z, Numbers 0 to 9 and Hyphens");
+    u"Please enter valid characters only.\r\n\r\nThese include: Spaces, letters a "
+    "to z and A to Z, Numbers 0 to 9 and Hyphens"_s;
 
 // Types text key by key; characters without a key of their own on a US keyboard arrive as
 // a key event carrying just the character, as an input method delivers them.
@@ -55,7 +55,7 @@ private slots:
 void tst_frmAddModGroup::cleanup()
 {
     verifyNothingOpen();
-    QVERIFY(!IsFormLoaded(QStringLiteral("frmAddModGroup")));
+    QVERIFY(!IsFormLoaded(u"frmAddModGroup"_s));
 }
 
 void tst_frmAddModGroup::layoutAndStartingState()
@@ -63,10 +63,10 @@ void tst_frmAddModGroup::layoutAndStartingState()
     Environment env;
     {
         frmAddModGroup dialog;
-        QVERIFY(IsFormLoaded(QStringLiteral("frmAddModGroup")));
+        QVERIFY(IsFormLoaded(u"frmAddModGroup"_s));
         QVERIFY(dialog.cancelled());
         QVERIFY(dialog.newGroupName().isEmpty());
-        QCOMPARE(dialog.windowTitle(), QStringLiteral("Add New Group"));
+        QCOMPARE(dialog.windowTitle(), u"Add New Group"_s);
         const char* captions[][2] = {
             {"lblGroupName", "&Group Name:"}, {"cmdOK", "&OK"}, {"cmdCancel", "&Cancel"}};
         for (const auto& c : captions)
@@ -76,7 +76,7 @@ void tst_frmAddModGroup::layoutAndStartingState()
         QCOMPARE(control<QLabel>(&dialog, "lblGroupName")->buddy(), edit);
         QCOMPARE(edit->parentWidget(), control<QFrame>(&dialog, "fmeContainer"));
     }
-    QVERIFY(!IsFormLoaded(QStringLiteral("frmAddModGroup")));
+    QVERIFY(!IsFormLoaded(u"frmAddModGroup"_s));
 }
 
 void tst_frmAddModGroup::typedCharacters_data()
@@ -88,7 +88,7 @@ void tst_frmAddModGroup::typedCharacters_data()
     QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ" << false << "Ab 19-zZ" << 0;
     QTest::newRow("hash") << "a#b" << false << "ab" << 1;
     QTest::newRow("underscore and full stop") << "x_y.z" << false << "xyz" << 2;
-    QTest::newRow("accented letter") << QStringLiteral("caf\u00e9") << false << "caf" << 1;
+    QTest::newRow("accented letter") << u"caf\u00e9"_s << false << "caf" << 1;
     QTest::newRow("slash and backslash") << "a/b\\c" << false << "abc" << 2;
     QTest::newRow("pasted text is not filtered") << "Club#7" << true << "Club#7" << 0;
 }
@@ -140,7 +140,7 @@ void tst_frmAddModGroup::refusedNames_data()
     QTest::addColumn<int>("icon");
     QTest::addColumn<QString>("message"); // the start of the message
     const int exclamation = static_cast<int>(MessageBoxes::Icon::Exclamation);
-    const QString reserved = QStringLiteral("Sorry but this Group name cannot be used.");
+    const QString reserved = u"Sorry but this Group name cannot be used."_s;
     QTest::newRow("empty") << QString() << exclamation << "Please enter a Group name.";
     QTest::newRow("blanks only") << "   " << exclamation << "Please enter a Group name.";
     QTest::newRow("All Groups") << "All Groups" << exclamation << reserved;
@@ -158,8 +158,8 @@ void tst_frmAddModGroup::refusedNames()
     QFETCH(int, icon);
     QFETCH(QString, message);
     Environment env;
-    QVERIFY(CreateGroup(QStringLiteral("Members"), HostDataFolder()));
-    const QByteArray membersBefore = env.folder.readFile(QStringLiteral("data/Members.gdb"));
+    QVERIFY(CreateGroup(u"Members"_s, HostDataFolder()));
+    const QByteArray membersBefore = env.folder.readFile(u"data/Members.gdb"_s);
     env.boxes.clear();
 
     frmAddModGroup dialog;
@@ -177,7 +177,7 @@ void tst_frmAddModGroup::refusedNames()
     QVERIFY2(env.boxes.shown().first().text.startsWith(message),
              qPrintable(env.boxes.shown().first().text));
     QCOMPARE(LoadVTGroups(), QStringList{"Members"});
-    QCOMPARE(env.folder.readFile(QStringLiteral("data/Members.gdb")), membersBefore);
+    QCOMPARE(env.folder.readFile(u"data/Members.gdb"_s), membersBefore);
     dialog.close();
 }
 
@@ -206,13 +206,12 @@ void tst_frmAddModGroup::fromTheWizard()
     QFETCH(QStringList, listed);
     QFETCH(QString, current);
     Environment env;
-    auto form = wizardOnGroupStep(env, 3, {QStringLiteral("Alpha"), QStringLiteral("Beta")},
-                                  QStringLiteral("Beta"));
+    auto form = wizardOnGroupStep(env, 3, {u"Alpha"_s, u"Beta"_s}, u"Beta"_s);
     auto* groups = control<QComboBox>(form.get(), "icmbGroups");
-    QCOMPARE(groups->currentText(), QStringLiteral("Beta"));
+    QCOMPARE(groups->currentText(), u"Beta"_s);
 
     bool acted = false;
-    whenModal(QStringLiteral("frmAddModGroup"), [&](QWidget* dialog) {
+    whenModal(u"frmAddModGroup"_s, [&](QWidget* dialog) {
         QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"), typed);
         click(dialog, press.constData());
         acted = true;

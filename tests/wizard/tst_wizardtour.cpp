@@ -24,7 +24,7 @@ void saveShot(QWidget* widget, const QString& name)
         return;
     QDir().mkpath(dir);
     QCoreApplication::processEvents();
-    if (!widget->grab().save(QDir(dir).filePath(name + QStringLiteral(".png"))))
+    if (!widget->grab().save(QDir(dir).filePath(name + u".png"_s)))
         QTest::qFail(qPrintable("cannot save " + name), __FILE__, __LINE__);
 }
 
@@ -43,8 +43,7 @@ QStringList cutCaptions(const QWidget* window)
         if ((label && !label->text().isEmpty()) || w->inherits("QAbstractButton") ||
             w->inherits("QComboBox"))
             if (!fits)
-                cut << QStringLiteral("%1 (%2 of %3 wide)")
-                           .arg(w->objectName())
+                cut << u"%1 (%2 of %3 wide)"_s.arg(w->objectName())
                            .arg(w->width())
                            .arg(w->minimumSizeHint().width());
     }
@@ -54,12 +53,10 @@ QStringList cutCaptions(const QWidget* window)
 // A demo-like set-up: one connection with its saved choices and three Groups.
 void prepare(Environment& env, const QString& source)
 {
-    env.addConnection(QStringLiteral("Demo contacts"), Environment::sqliteConnection(source));
-    env.addConnection(QStringLiteral("Members (PostgreSQL)"),
-                      QStringLiteral("Provider=MSDASQL;Data Source=members"));
+    env.addConnection(u"Demo contacts"_s, Environment::sqliteConnection(source));
+    env.addConnection(u"Members (PostgreSQL)"_s, u"Provider=MSDASQL;Data Source=members"_s);
     env.createGroups({"Customers", "Newsletter", "Search Results"});
-    ImportChoices saved =
-        contactsChoices(QStringLiteral("Demo contacts"), QStringLiteral("Customers"));
+    ImportChoices saved = contactsChoices(u"Demo contacts"_s, u"Customers"_s);
     env.saveChoices(saved);
 }
 
@@ -79,14 +76,13 @@ private slots:
 void tst_WizardTour::everyStepFits()
 {
     Environment env;
-    prepare(env, env.makeContacts(QStringLiteral("contacts"), 2500));
+    prepare(env, env.makeContacts(u"contacts"_s, 2500));
     frmDBImport form;
     form.show();
     QVERIFY(QTest::qWaitForWindowExposed(&form));
     const QRect screen = form.screen()->availableGeometry();
     QVERIFY2(screen.contains(form.frameGeometry()),
-             qPrintable(QStringLiteral("%1x%2 on a %3x%4 screen")
-                            .arg(form.frameGeometry().width())
+             qPrintable(u"%1x%2 on a %3x%4 screen"_s.arg(form.frameGeometry().width())
                             .arg(form.frameGeometry().height())
                             .arg(screen.width())
                             .arg(screen.height())));
@@ -104,11 +100,11 @@ void tst_WizardTour::everyStepFits()
             auto* bar = control<QScrollBar>(&form, "vscMapFields");
             QVERIFY(bar->maximum() > 0);
             bar->setValue(bar->maximum());
-            saveShot(&form, QStringLiteral("step3-mapping-scrolled"));
+            saveShot(&form, u"step3-mapping-scrolled"_s);
             bar->setValue(0);
         }
     }
-    QCOMPARE(text(&form, "lblAdded"), QStringLiteral("2500"));
+    QCOMPARE(text(&form, "lblAdded"), u"2500"_s);
     form.close();
 }
 
@@ -118,10 +114,9 @@ void tst_WizardTour::groupDialogFits()
     frmAddModGroup dialog;
     dialog.show();
     QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QTest::keyClicks(control<QLineEdit>(&dialog, "txtGroupName"),
-                     QStringLiteral("Spring Leads 2024"));
+    QTest::keyClicks(control<QLineEdit>(&dialog, "txtGroupName"), u"Spring Leads 2024"_s);
     QTRY_VERIFY2(cutCaptions(&dialog).isEmpty(), qPrintable(cutCaptions(&dialog).join(", ")));
-    saveShot(&dialog, QStringLiteral("group-dialog"));
+    saveShot(&dialog, u"group-dialog"_s);
     dialog.close();
 }
 
@@ -132,14 +127,14 @@ void tst_WizardTour::timedImport()
     Environment env;
     QString source;
     if (benchRows <= 0 || benchDir.isEmpty()) {
-        source = env.makeContacts(QStringLiteral("contacts"), 5000);
+        source = env.makeContacts(u"contacts"_s, 5000);
     } else {
         QDir(benchDir).removeRecursively();
-        QVERIFY(QDir().mkpath(benchDir + QStringLiteral("/data")));
-        source = benchDir + QStringLiteral("/contacts.db");
+        QVERIFY(QDir().mkpath(benchDir + u"/data"_s));
+        source = benchDir + u"/contacts.db"_s;
         QCOMPARE(BuildSqliteDatabase(source, contactsStatements(benchRows)), QString());
-        SetIniFilePath(benchDir + QStringLiteral("/dbimport.ini"));
-        SetHostDataFolder(HostForm(benchDir + QStringLiteral("/data")) + QLatin1Char('\\'));
+        SetIniFilePath(benchDir + u"/dbimport.ini"_s);
+        SetHostDataFolder(HostForm(benchDir + u"/data"_s) + QLatin1Char('\\'));
     }
     prepare(env, source);
     auto form = openWizard();
@@ -150,11 +145,11 @@ void tst_WizardTour::timedImport()
     click(form.get(), "cmdNext");
     const qint64 elapsed = timer.elapsed();
 
-    const QStringList count = SqliteColumn(source, QStringLiteral("SELECT count(*) FROM Contacts"));
+    const QStringList count = SqliteColumn(source, u"SELECT count(*) FROM Contacts"_s);
     QCOMPARE(count.size(), 1);
     QCOMPARE(text(form.get(), "lblTotalProcessed"), count.first());
-    QCOMPARE(text(form.get(), "lblCommand"), QStringLiteral("Import Complete ..."));
-    QCOMPARE(countRows(NativePath(HostDataFolder()) + QStringLiteral("Customers.gdb")),
+    QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
+    QCOMPARE(countRows(NativePath(HostDataFolder()) + u"Customers.gdb"_s),
              text(form.get(), "lblAdded").toInt());
     qInfo("wizard import: %s records in %lld ms", qPrintable(count.first()), elapsed);
     form->close();

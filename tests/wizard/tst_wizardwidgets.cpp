@@ -25,10 +25,10 @@ struct SeenBox
 // (without its mnemonic) is press.
 void readAndPress(SeenBox& seen, const QString& press)
 {
-    whenModal(QStringLiteral("messageBox"), [&seen, press](QWidget* box) {
+    whenModal(u"messageBox"_s, [&seen, press](QWidget* box) {
         seen.title = box->windowTitle();
         seen.icon = box->property("icon").toInt();
-        if (auto* label = box->findChild<QLabel*>(QStringLiteral("qt_msgbox_label")))
+        if (auto* label = box->findChild<QLabel*>(u"qt_msgbox_label"_s))
             seen.text = label->text();
         QPushButton* target = nullptr;
         for (QPushButton* button : box->findChildren<QPushButton*>()) {
@@ -93,8 +93,7 @@ void tst_WizardWidgets::boxes()
     QtMessageBoxes boxes;
     SeenBox seen;
     readAndPress(seen, press);
-    const QString text =
-        QStringLiteral("A Group by the name: X\r\nalready exists.\r\n\r\nClick OK");
+    const QString text = u"A Group by the name: X\r\nalready exists.\r\n\r\nClick OK"_s;
     if (kind < 0)
         QCOMPARE(boxes.ask(text, defaultYes), press == QLatin1String("Yes"));
     else
@@ -106,7 +105,7 @@ void tst_WizardWidgets::boxes()
     if (kind < 0)
         QCOMPARE(seen.defaultButton, QString::fromLatin1(defaultYes ? "Yes" : "No"));
     // Windows line breaks show as line breaks, not as stray carriage returns.
-    QCOMPARE(seen.text, QStringLiteral("A Group by the name: X\nalready exists.\n\nClick OK"));
+    QCOMPARE(seen.text, u"A Group by the name: X\nalready exists.\n\nClick OK"_s);
 }
 
 void tst_WizardWidgets::comboSearch_data()
@@ -137,10 +136,10 @@ void tst_WizardWidgets::comboSelection()
 {
     QComboBox combo;
     ComboBoxListControl list(&combo);
-    list.addItem(QStringLiteral("(blank)"));
-    list.addItem(QStringLiteral("Email"));
+    list.addItem(u"(blank)"_s);
+    list.addItem(u"Email"_s);
     list.setCurrentIndex(1);
-    QCOMPARE(combo.currentText(), QStringLiteral("Email"));
+    QCOMPARE(combo.currentText(), u"Email"_s);
     list.setCurrentIndex(7);
     QCOMPARE(list.currentIndex(), -1);
     QCOMPARE(list.itemText(7), QString());
@@ -179,9 +178,9 @@ void tst_WizardWidgets::wrappingCheckBoxWrapsAndToggles()
 {
     QWidget window;
     auto* box = new WrappingCheckBox(&window);
-    box->setText(QStringLiteral("&Update existing recipients details with the new data in the "
-                                "database (Note: this will slow down the import process by a "
-                                "factor of 10)."));
+    box->setText(u"&Update existing recipients details with the new data in the "
+                 "database (Note: this will slow down the import process by a "
+                 "factor of 10)."_s);
     const int oneLine = box->heightForWidth(4000);
     QVERIFY(box->heightForWidth(220) > oneLine);
     QVERIFY(box->minimumSizeHint().width() < box->fontMetrics().horizontalAdvance(box->text()));

@@ -31,6 +31,8 @@
 
 namespace wizardtest {
 
+using namespace Qt::StringLiterals;
+
 // Rows of the "Contacts" table besides the valid, distinct addresses.
 constexpr int kIllegalRows = 4;
 constexpr int kDuplicateRows = 3;
@@ -41,26 +43,24 @@ constexpr int kDuplicateRows = 3;
 inline QStringList contactsStatements(int validRows)
 {
     return {
-        QStringLiteral("CREATE TABLE Contacts (ID INTEGER PRIMARY KEY, Email TEXT, "
-                       "\"Full Name\" TEXT, \"First Name\" TEXT, \"Last Name\" TEXT, "
-                       "Company TEXT, City TEXT, Phone TEXT)"),
-        QStringLiteral(
-            "WITH RECURSIVE seq(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM seq "
-            "WHERE i < %1) "
-            "INSERT INTO Contacts (Email, \"Full Name\", \"First Name\", \"Last Name\", "
-            "Company, City, Phone) SELECT 'person' || i || '@example' || (i % 7) || "
-            "'.com', 'Mr Ann' || i || ' Lee', 'Ann' || i, 'Lee', 'Company ' || (i % 13), "
-            "'City ' || (i % 5), '+44 20 7946 ' || (1000 + i % 9000) FROM seq")
-            .arg(validRows - 1),
-        QStringLiteral("INSERT INTO Contacts (Email, \"Full Name\") VALUES "
-                       "('no-at-sign.example.com', 'No At'), ('user@nodot', 'No Dot'), "
-                       "('user@host.c', 'Short End'), ('', 'Blank Mail'), "
-                       "('person0@example0.com', 'Again Zero'), "
-                       "('PERSON1@EXAMPLE1.COM', 'Upper One'), "
-                       "(' person2@example2.com ', 'Spaced Two')"),
-        QStringLiteral("CREATE TABLE \"Other Table\" (\"Mail Address\" TEXT, Name TEXT)"),
-        QStringLiteral("INSERT INTO \"Other Table\" VALUES ('x@example.org', 'X'), "
-                       "('y@example.org', 'Y')"),
+        u"CREATE TABLE Contacts (ID INTEGER PRIMARY KEY, Email TEXT, "
+        "\"Full Name\" TEXT, \"First Name\" TEXT, \"Last Name\" TEXT, "
+        "Company TEXT, City TEXT, Phone TEXT)"_s,
+        u"WITH RECURSIVE seq(i) AS (SELECT 0 UNION ALL SELECT i + 1 FROM seq "
+        "WHERE i < %1) "
+        "INSERT INTO Contacts (Email, \"Full Name\", \"First Name\", \"Last Name\", "
+        "Company, City, Phone) SELECT 'person' || i || '@example' || (i % 7) || "
+        "'.com', 'Mr Ann' || i || ' Lee', 'Ann' || i, 'Lee', 'Company ' || (i % 13), "
+        "'City ' || (i % 5), '+44 20 7946 ' || (1000 + i % 9000) FROM seq"_s.arg(validRows - 1),
+        u"INSERT INTO Contacts (Email, \"Full Name\") VALUES "
+        "('no-at-sign.example.com', 'No At'), ('user@nodot', 'No Dot'), "
+        "('user@host.c', 'Short End'), ('', 'Blank Mail'), "
+        "('person0@example0.com', 'Again Zero'), "
+        "('PERSON1@EXAMPLE1.COM', 'Upper One'), "
+        "(' person2@example2.com ', 'Spaced Two')"_s,
+        u"CREATE TABLE \"Other Table\" (\"Mail Address\" TEXT, Name TEXT)"_s,
+        u"INSERT INTO \"Other Table\" VALUES ('x@example.org', 'X'), "
+        "('y@example.org', 'Y')"_s,
     };
 }
 
@@ -70,9 +70,9 @@ class Environment
 public:
     Environment() : m_guard(&boxes)
     {
-        QDir().mkpath(folder.filePath(QStringLiteral("data")));
-        SetIniFilePath(folder.filePath(QStringLiteral("dbimport.ini")));
-        SetHostDataFolder(HostForm(folder.filePath(QStringLiteral("data"))) + QLatin1Char('\\'));
+        QDir().mkpath(folder.filePath(u"data"_s));
+        SetIniFilePath(folder.filePath(u"dbimport.ini"_s));
+        SetHostDataFolder(HostForm(folder.filePath(u"data"_s)) + QLatin1Char('\\'));
     }
     ~Environment()
     {
@@ -82,7 +82,7 @@ public:
     // Builds <name>.db with the contacts tables; returns its path ("" and a failure when not).
     QString makeContacts(const QString& name, int validRows)
     {
-        const QString path = folder.filePath(name + QStringLiteral(".db"));
+        const QString path = folder.filePath(name + u".db"_s);
         const QString error = BuildSqliteDatabase(path, contactsStatements(validRows));
         if (!error.isEmpty()) {
             QTest::qFail(qPrintable(error), __FILE__, __LINE__);
@@ -93,7 +93,7 @@ public:
 
     static QString sqliteConnection(const QString& file)
     {
-        return QStringLiteral("Provider=SQLite;Data Source=") + file;
+        return u"Provider=SQLite;Data Source="_s + file;
     }
 
     void addConnection(const QString& name, const QString& conString)
@@ -104,7 +104,7 @@ public:
     }
 
     // The "Sales" connection on a new contacts database; returns the database's path.
-    QString addSales(int validRows, const QString& name = QStringLiteral("Sales"))
+    QString addSales(int validRows, const QString& name = u"Sales"_s)
     {
         const QString source = makeContacts(name, validRows);
         addConnection(name, sqliteConnection(source));
@@ -130,12 +130,9 @@ public:
 
     QString groupFile(const QString& group) const
     {
-        return folder.filePath(QStringLiteral("data/") + group + QStringLiteral(".gdb"));
+        return folder.filePath(u"data/"_s + group + u".gdb"_s);
     }
-    QString logFile() const
-    {
-        return folder.filePath(QStringLiteral("data/Database Import Log File.txt"));
-    }
+    QString logFile() const { return folder.filePath(u"data/Database Import Log File.txt"_s); }
 
     TempFolder folder;
     ScriptedMessageBoxes boxes;
@@ -149,12 +146,12 @@ inline ImportChoices contactsChoices(const QString& connection, const QString& g
 {
     ImportChoices choices;
     choices.DSNName = connection;
-    choices.SelectedTable = QStringLiteral("Contacts");
-    choices.FieldMappings.Add(QStringLiteral("EMailAddress"), QStringLiteral("Email"));
-    choices.FieldMappings.Add(QStringLiteral("FullNameMacro"), QStringLiteral("Full Name"));
-    choices.FieldMappings.Add(QStringLiteral("Company"), QStringLiteral("Company"));
-    choices.FieldMappings.Add(QStringLiteral("City"), QStringLiteral("City"));
-    choices.FieldMappings.Add(QStringLiteral("Telephone"), QStringLiteral("Phone"));
+    choices.SelectedTable = u"Contacts"_s;
+    choices.FieldMappings.Add(u"EMailAddress"_s, u"Email"_s);
+    choices.FieldMappings.Add(u"FullNameMacro"_s, u"Full Name"_s);
+    choices.FieldMappings.Add(u"Company"_s, u"Company"_s);
+    choices.FieldMappings.Add(u"City"_s, u"City"_s);
+    choices.FieldMappings.Add(u"Telephone"_s, u"Phone"_s);
     choices.VTGroup = group;
     return choices;
 }
@@ -233,14 +230,6 @@ inline QTimer* whenTrue(std::function<bool()> condition, std::function<void()> a
     return timer;
 }
 
-// Calls action once while the import runs, as soon as at least minProcessed records show
-// in the counter.
-inline QTimer* whenProcessed(const QWidget* form, int minProcessed, std::function<void()> action)
-{
-    return whenTrue([=] { return text(form, "lblTotalProcessed").toInt() >= minProcessed; },
-                    std::move(action));
-}
-
 inline std::unique_ptr<frmDBImport> openWizard()
 {
     auto form = std::make_unique<frmDBImport>();
@@ -270,7 +259,7 @@ wizardOnGroupStep(Environment& env, int validRows, const QStringList& groups, co
 {
     env.addSales(validRows);
     env.createGroups(groups);
-    ImportChoices saved = contactsChoices(QStringLiteral("Sales"), group);
+    ImportChoices saved = contactsChoices(u"Sales"_s, group);
     env.saveChoices(saved);
     auto form = openWizard();
     if (!nextTo(form.get(), 3))
@@ -297,8 +286,7 @@ inline QStringList comboItems(const QComboBox* combo)
 
 inline int countRows(const QString& groupFile)
 {
-    const QStringList values =
-        SqliteColumn(groupFile, QStringLiteral("SELECT count(*) FROM Recipients"));
+    const QStringList values = SqliteColumn(groupFile, u"SELECT count(*) FROM Recipients"_s);
     return values.size() == 1 ? values.first().toInt() : -1;
 }
 
