@@ -29,11 +29,6 @@ void DuplicateCheckList::clear()
     m_count = 0;
 }
 
-std::size_t DuplicateCheckList::memoryUsed() const
-{
-    return m_arena.capacity() + m_slots.capacity() * sizeof(Slot);
-}
-
 // FNV-1a: short keys, no allocation, good enough spread for addresses.
 std::uint32_t DuplicateCheckList::hashOf(const char* data, std::size_t size)
 {

@@ -23,9 +23,6 @@ public:
     // Empties the list and gives its memory back.
     void clear();
 
-    // Bytes held by the arena and the table, for the benchmark's figures.
-    std::size_t memoryUsed() const;
-
 private:
     struct Slot
     {
