@@ -1,7 +1,6 @@
 // Walks the five steps and the Group dialog checking that every caption fits and the window
 // fits the screen; saves pictures to DBIMPORT_SCREENSHOT_DIR when set (scripts/screenshots.sh).
-// With DBIMPORT_BENCH_ROWS and DBIMPORT_BENCH_DIR set, timedImport builds its source and
-// settings there for the command-line runner to repeat (scripts/bench-wizard.sh).
+// timedImport times one import for scripts/bench-wizard.sh.
 
 #include "wizardfixture.h"
 
@@ -50,14 +49,33 @@ QStringList cutCaptions(const QWidget* window)
     return cut;
 }
 
-// A demo-like set-up: one connection with its saved choices and three Groups.
-void prepare(Environment& env, const QString& source)
+// A demo-like set-up: one connection on validRows contacts with its saved choices, another
+// one and three Groups. With DBIMPORT_BENCH_ROWS and DBIMPORT_BENCH_DIR set, everything goes
+// in that folder instead, for the command-line runner to repeat the same import. Returns the
+// source database's path.
+QString prepare(Environment& env, int validRows)
 {
-    env.addConnection(u"Demo contacts"_s, Environment::sqliteConnection(source));
+    const int benchRows = qEnvironmentVariableIntValue("DBIMPORT_BENCH_ROWS");
+    const QString benchDir = qEnvironmentVariable("DBIMPORT_BENCH_DIR");
+    QString source;
+    if (benchRows > 0 && !benchDir.isEmpty()) {
+        QDir(benchDir).removeRecursively();
+        QDir().mkpath(benchDir + u"/data"_s);
+        source = benchDir + u"/contacts.db"_s;
+        const QString error = BuildSqliteDatabase(source, contactsStatements(benchRows));
+        if (!error.isEmpty())
+            QTest::qFail(qPrintable(error), __FILE__, __LINE__);
+        SetIniFilePath(benchDir + u"/dbimport.ini"_s);
+        SetHostDataFolder(HostForm(benchDir + u"/data"_s) + QLatin1Char('\\'));
+        env.addConnection(u"Demo contacts"_s, Environment::sqliteConnection(source));
+    } else {
+        source = env.addSales(validRows, u"Demo contacts"_s);
+    }
     env.addConnection(u"Members (PostgreSQL)"_s, u"Provider=MSDASQL;Data Source=members"_s);
     env.createGroups({"Customers", "Newsletter", "Search Results"});
     ImportChoices saved = contactsChoices(u"Demo contacts"_s, u"Customers"_s);
     env.saveChoices(saved);
+    return source;
 }
 
 } // namespace
@@ -76,7 +94,7 @@ private slots:
 void tst_WizardTour::everyStepFits()
 {
     Environment env;
-    prepare(env, env.makeContacts(u"contacts"_s, 2500));
+    prepare(env, 2500);
     frmDBImport form;
     form.show();
     QVERIFY(QTest::qWaitForWindowExposed(&form));
@@ -122,21 +140,8 @@ void tst_WizardTour::groupDialogFits()
 
 void tst_WizardTour::timedImport()
 {
-    const int benchRows = qEnvironmentVariableIntValue("DBIMPORT_BENCH_ROWS");
-    const QString benchDir = qEnvironmentVariable("DBIMPORT_BENCH_DIR");
     Environment env;
-    QString source;
-    if (benchRows <= 0 || benchDir.isEmpty()) {
-        source = env.makeContacts(u"contacts"_s, 5000);
-    } else {
-        QDir(benchDir).removeRecursively();
-        QVERIFY(QDir().mkpath(benchDir + u"/data"_s));
-        source = benchDir + u"/contacts.db"_s;
-        QCOMPARE(BuildSqliteDatabase(source, contactsStatements(benchRows)), QString());
-        SetIniFilePath(benchDir + u"/dbimport.ini"_s);
-        SetHostDataFolder(HostForm(benchDir + u"/data"_s) + QLatin1Char('\\'));
-    }
-    prepare(env, source);
+    const QString source = prepare(env, 5000);
     auto form = openWizard();
     QVERIFY(nextTo(form.get(), 3));
 

@@ -79,18 +79,6 @@ public:
         SetIniFilePath(QString());
         SetHostDataFolder(QString());
     }
-    // Builds <name>.db with the contacts tables; returns its path ("" and a failure when not).
-    QString makeContacts(const QString& name, int validRows)
-    {
-        const QString path = folder.filePath(name + u".db"_s);
-        const QString error = BuildSqliteDatabase(path, contactsStatements(validRows));
-        if (!error.isEmpty()) {
-            QTest::qFail(qPrintable(error), __FILE__, __LINE__);
-            return QString();
-        }
-        return path;
-    }
-
     static QString sqliteConnection(const QString& file)
     {
         return u"Provider=SQLite;Data Source="_s + file;
@@ -103,12 +91,15 @@ public:
             QTest::qFail(qPrintable(message), __FILE__, __LINE__);
     }
 
-    // The "Sales" connection on a new contacts database; returns the database's path.
+    // A connection (by default "Sales") on a new contacts database; returns its path.
     QString addSales(int validRows, const QString& name = u"Sales"_s)
     {
-        const QString source = makeContacts(name, validRows);
-        addConnection(name, sqliteConnection(source));
-        return source;
+        const QString path = folder.filePath(name + u".db"_s);
+        const QString error = BuildSqliteDatabase(path, contactsStatements(validRows));
+        if (!error.isEmpty())
+            QTest::qFail(qPrintable(error), __FILE__, __LINE__);
+        addConnection(name, sqliteConnection(path));
+        return path;
     }
 
     void createGroups(const QStringList& groups)
@@ -147,11 +138,11 @@ inline ImportChoices contactsChoices(const QString& connection, const QString& g
     ImportChoices choices;
     choices.DSNName = connection;
     choices.SelectedTable = u"Contacts"_s;
-    choices.FieldMappings.Add(u"EMailAddress"_s, u"Email"_s);
-    choices.FieldMappings.Add(u"FullNameMacro"_s, u"Full Name"_s);
-    choices.FieldMappings.Add(u"Company"_s, u"Company"_s);
-    choices.FieldMappings.Add(u"City"_s, u"City"_s);
-    choices.FieldMappings.Add(u"Telephone"_s, u"Phone"_s);
+    for (const char* pair : {"EMailAddress=Email", "FullNameMacro=Full Name", "Company=Company",
+                             "City=City", "Telephone=Phone"}) {
+        const QStringList parts = QString::fromLatin1(pair).split(QLatin1Char('='));
+        choices.FieldMappings.Add(parts[0], parts[1]);
+    }
     choices.VTGroup = group;
     return choices;
 }
