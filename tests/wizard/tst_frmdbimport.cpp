@@ -387,10 +387,12 @@ void tst_frmDBImport::nameExclusion()
     QCOMPARE(partCombo->currentText(), u"First Name"_s);
     QCOMPARE(fullName->currentIndex(), 0);
 
-    // Neither "(blank)" picked for a part nor a part set by the program clears it.
+    // Neither a part set by the program nor "(blank)" picked for it clears the full name.
     pickWithKeys(fullName, 3);
-    pickWithKeys(partCombo, 0);
     partCombo->setCurrentIndex(5);
+    QCOMPARE(fullName->currentText(), u"Full Name"_s);
+    pickWithKeys(partCombo, 0);
+    QCOMPARE(partCombo->currentIndex(), 0);
     QCOMPARE(fullName->currentText(), u"Full Name"_s);
 
     // The full name clears every name part that is set, whichever way it changes.
