@@ -44,10 +44,8 @@ private slots:
     void cleanup();
 
     void layoutAndStartingState();
-    void typedCharacters_data();
-    void typedCharacters();
-    void refusedNames_data();
-    void refusedNames();
+    void typedNames_data();
+    void typedNames();
     void fromTheWizard_data();
     void fromTheWizard();
 };
@@ -79,27 +77,50 @@ void tst_frmAddModGroup::layoutAndStartingState()
     QVERIFY(!IsFormLoaded(u"frmAddModGroup"_s));
 }
 
-void tst_frmAddModGroup::typedCharacters_data()
+void tst_frmAddModGroup::typedNames_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<bool>("pasted");
     QTest::addColumn<QString>("kept");
-    QTest::addColumn<int>("refused");
-    QTest::newRow("letters, digits, blank, hyphen") << "Ab 19-zZ" << false << "Ab 19-zZ" << 0;
-    QTest::newRow("hash") << "a#b" << false << "ab" << 1;
-    QTest::newRow("underscore and full stop") << "x_y.z" << false << "xyz" << 2;
-    QTest::newRow("accented letter") << u"caf\u00e9"_s << false << "caf" << 1;
-    QTest::newRow("slash and backslash") << "a/b\\c" << false << "abc" << 2;
-    QTest::newRow("pasted text is not filtered") << "Club#7" << true << "Club#7" << 0;
+    QTest::addColumn<int>("refusedKeys");
+    QTest::addColumn<int>("icon");        // of the refusal of OK, -1: accepted
+    QTest::addColumn<QString>("message"); // the start of the refusal's message
+
+    const int exclamation = static_cast<int>(MessageBoxes::Icon::Exclamation);
+    const QString reserved = u"Sorry but this Group name cannot be used."_s;
+    const QString empty = u"Please enter a Group name."_s;
+    QTest::newRow("letters, digits, blank, hyphen, backspace")
+        << "Ab 19-zZx\b" << false << "Ab 19-zZ" << 0 << -1 << QString();
+    QTest::newRow("hash") << "a#b" << false << "ab" << 1 << -1 << QString();
+    QTest::newRow("underscore and full stop") << "x_y.z" << false << "xyz" << 2 << -1 << QString();
+    QTest::newRow("accented letter") << u"caf\u00e9"_s << false << "caf" << 1 << -1 << QString();
+    QTest::newRow("slash and backslash") << "a/b\\c" << false << "abc" << 2 << -1 << QString();
+    QTest::newRow("pasted text is not filtered")
+        << "Club#7" << true << "Club#7" << 0 << -1 << QString();
+    QTest::newRow("empty") << QString() << false << QString() << 0 << exclamation << empty;
+    QTest::newRow("blanks only") << "   " << false << "   " << 0 << exclamation << empty;
+    QTest::newRow("All Groups") << "All Groups" << false << "All Groups" << 0 << exclamation
+                                << reserved;
+    QTest::newRow("Search Results")
+        << "Search Results" << false << "Search Results" << 0 << exclamation << reserved;
+    QTest::newRow("Exclusion List, blanks around")
+        << "  Exclusion List " << false << "  Exclusion List " << 0 << exclamation << reserved;
+    QTest::newRow("existing Group")
+        << "Members" << false << "Members" << 0 << static_cast<int>(MessageBoxes::Icon::Information)
+        << "A Group by the name: Members\r\nalready exists.";
 }
 
-void tst_frmAddModGroup::typedCharacters()
+void tst_frmAddModGroup::typedNames()
 {
     QFETCH(QString, typed);
     QFETCH(bool, pasted);
     QFETCH(QString, kept);
-    QFETCH(int, refused);
+    QFETCH(int, refusedKeys);
+    QFETCH(int, icon);
+    QFETCH(QString, message);
     Environment env;
+    env.createGroups({u"Members"_s});
+    const QByteArray membersBefore = env.folder.readFile(u"data/Members.gdb"_s);
     frmAddModGroup dialog;
     dialog.show();
     QVERIFY(QTest::qWaitForWindowExposed(&dialog));
@@ -116,62 +137,27 @@ void tst_frmAddModGroup::typedCharacters()
         typeText(edit, typed);
     }
     QCOMPARE(edit->text(), kept);
-    QCOMPARE(env.boxes.beeps(), refused);
-    QCOMPARE(env.boxes.shown().size(), refused);
+    QCOMPARE(env.boxes.beeps(), refusedKeys);
+    QCOMPARE(env.boxes.shown().size(), refusedKeys);
     for (const ScriptedMessageBoxes::Shown& box : env.boxes.shown()) {
         QCOMPARE(box.icon, MessageBoxes::Icon::Information);
         QCOMPARE(box.text, kCharacterRule);
     }
-    // Backspace is one of the keys a name may be edited with; OK takes the box as it is.
-    QTest::keyClick(edit, Qt::Key_Backspace);
-    const QString name = kept.left(kept.size() - 1);
-    QCOMPARE(edit->text(), name);
-    click(&dialog, "cmdOK");
-    QCOMPARE(env.boxes.shown().size(), refused);
-    QVERIFY(!dialog.isVisible());
-    QVERIFY(!dialog.cancelled());
-    QCOMPARE(dialog.newGroupName(), name);
-    QVERIFY(QFile::exists(env.groupFile(name)));
-}
-
-void tst_frmAddModGroup::refusedNames_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<int>("icon");
-    QTest::addColumn<QString>("message"); // the start of the message
-    const int exclamation = static_cast<int>(MessageBoxes::Icon::Exclamation);
-    const QString reserved = u"Sorry but this Group name cannot be used."_s;
-    QTest::newRow("empty") << QString() << exclamation << "Please enter a Group name.";
-    QTest::newRow("blanks only") << "   " << exclamation << "Please enter a Group name.";
-    QTest::newRow("All Groups") << "All Groups" << exclamation << reserved;
-    QTest::newRow("Search Results") << "Search Results" << exclamation << reserved;
-    QTest::newRow("Exclusion List, blanks around")
-        << "  Exclusion List " << exclamation << reserved;
-    QTest::newRow("existing Group")
-        << "Members" << static_cast<int>(MessageBoxes::Icon::Information)
-        << "A Group by the name: Members\r\nalready exists.";
-}
-
-void tst_frmAddModGroup::refusedNames()
-{
-    QFETCH(QString, name);
-    QFETCH(int, icon);
-    QFETCH(QString, message);
-    Environment env;
-    QVERIFY(CreateGroup(u"Members"_s, HostDataFolder()));
-    const QByteArray membersBefore = env.folder.readFile(u"data/Members.gdb"_s);
     env.boxes.clear();
-
-    frmAddModGroup dialog;
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    auto* edit = control<QLineEdit>(&dialog, "txtGroupName");
-    QTest::keyClicks(edit, name);
     click(&dialog, "cmdOK");
 
+    const QString name = kept.trimmed();
+    if (icon < 0) { // OK takes the box as it is
+        QVERIFY(env.boxes.shown().isEmpty());
+        QVERIFY(!dialog.isVisible());
+        QVERIFY(!dialog.cancelled());
+        QCOMPARE(dialog.newGroupName(), name);
+        QVERIFY(QFile::exists(env.groupFile(name)));
+        return;
+    }
     QVERIFY(dialog.isVisible());
     QVERIFY(dialog.cancelled());
-    QCOMPARE(edit->text(), name.trimmed());
+    QCOMPARE(edit->text(), name);
     QCOMPARE(env.boxes.shown().size(), 1);
     QCOMPARE(static_cast<int>(env.boxes.shown().first().icon), icon);
     QVERIFY2(env.boxes.shown().first().text.startsWith(message),
