@@ -339,6 +339,7 @@ void tst_frmDBImport::savedChoicesAndAnotherConnection()
     QCOMPARE(tables->currentText(), u"Other Table"_s);
     QVERIFY(nextTo(f, 2));
     // The columns of a table with a blank in its name.
+    QCOMPARE(form->importChoices().SelectedTable, u"Other Table"_s);
     QCOMPARE(comboItems(mappingCombo(f, "EMailAddress")),
              (QStringList{"(blank)", "Mail Address", "Name"}));
     QCOMPARE(mappingCombo(f, "EMailAddress")->currentText(), u"Mail Address"_s);
