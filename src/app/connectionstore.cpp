@@ -7,7 +7,6 @@
 #include "util/modApplication.h"
 #include "util/nativepath.h"
 #include "util/profilefile.h"
-#include "util/windows1252.h"
 
 namespace {
 
@@ -22,21 +21,6 @@ QString readDsn(const QString& key)
 void write(const QString& section, const QString& key, const QString& value)
 {
     WriteIniString(IniFilePath(), section, key, value);
-}
-
-// A slot is two keys written one after the other; refusing the text up front keeps a
-// failed write from leaving a name without its string.
-void requireStorable(const QString& what, const QString& text)
-{
-    for (QChar c : text) {
-        if (Windows1252::code(c) < 0)
-            throw AppError(AppError::Encoding,
-                           QStringLiteral("The %1 holds the character U+%2, which cannot be "
-                                          "stored in the settings file (Windows-1252)")
-                               .arg(what, QString::number(c.unicode(), 16)
-                                              .toUpper()
-                                              .rightJustified(4, QLatin1Char('0'))));
-    }
 }
 
 void writeSlot(int n, const QString& name, const QString& conString)

@@ -9,7 +9,6 @@
 #include "util/modApplication.h"
 #include "util/nativepath.h"
 #include "util/profilefile.h"
-#include "util/windows1252.h"
 
 namespace {
 
@@ -37,21 +36,6 @@ int findSlot(const QString& connectionName)
             return n;
     }
     return 0;
-}
-
-// A save is many writes; refusing unstorable text before the first one keeps a slot's
-// choices from being left half old, half new.
-void requireStorable(const QString& what, const QString& text)
-{
-    for (QChar c : text) {
-        if (Windows1252::code(c) < 0)
-            throw AppError(AppError::Encoding,
-                           QStringLiteral("The %1 holds the character U+%2, which cannot be "
-                                          "stored in the settings file (Windows-1252)")
-                               .arg(what, QString::number(c.unicode(), 16)
-                                              .toUpper()
-                                              .rightJustified(4, QLatin1Char('0'))));
-    }
 }
 
 void requireStorable(const ImportChoices& choices)
