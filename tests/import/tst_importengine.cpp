@@ -557,6 +557,50 @@ private slots:
         QVERIFY(logLines().contains("**  IGNORED: Invalid email (No @ sign) Email=no-at-sign"));
     }
 
+    void sourceDropsMidRun()
+    {
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString failed =
+            database.run({"CREATE TABLE contacts (id serial PRIMARY KEY, email text)",
+                          "INSERT INTO contacts (email) SELECT 'p' || i || '@x.org' "
+                          "FROM generate_series(1, 500) AS i"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        createGroup("Drop");
+        ImportChoices choices;
+        choices.DSNName = "Postgres";
+        // Rows come in small fetches, so the server is still needed after the first yield.
+        choices.ConnectionString =
+            server.driverString(database.name()) + "UseDeclareFetch=1;Fetch=20;";
+        choices.FilterMethod = 1;
+        choices.AdvancedSQLString = "SELECT * FROM contacts ORDER BY id";
+        map(choices, {"EMailAddress=email"});
+        choices.VTGroup = "Drop";
+        ImportEngine engine(choices, *m_view);
+        // The server ends the import's session while the loop yields after record 50.
+        m_view->onYield = [&] {
+            if (engine.importRunning() && m_view->currentTotal == 50)
+                database.run({"SELECT pg_terminate_backend(pid) FROM pg_stat_activity "
+                              "WHERE datname = current_database() AND pid <> pg_backend_pid()"});
+        };
+        QString errorText;
+        QVERIFY(!engine.DoImportJob(errorText));
+        QVERIFY(!errorText.isEmpty());
+        QCOMPARE(logLines().last(), QString("#   Import failed"));
+        QCOMPARE(m_view->statuses.last(), QString("Import Terminated due to error ..."));
+        // Every record read before the drop is in the Group, and the file is whole.
+        const QString group = m_folder->filePath("Drop.gdb");
+        QVERIFY(GroupStore::checkFile(group));
+        const QStringList emails = groupRows("Drop", "EmailAddress");
+        QVERIFY2(emails.size() >= 50 && emails.size() < 500, qPrintable(emails.join(',')));
+        QCOMPARE(emails.size(), int(engine.totals().added));
+        QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
+    }
+
 private:
     // A table People(Email, First, Last, City, "Full Name"[, extra]) with the given VALUES rows.
     QString createSource(const QStringList& rows, const QString& extraColumns = QString());
