@@ -4,23 +4,18 @@
 #include <QString>
 #include <QTemporaryDir>
 
-// A test-local unixODBC configuration (its own odbcinst.ini with the SQLite 3 and
-// PostgreSQL Unicode drivers, and odbc.ini) reached through ODBCSYSINI/ODBCINI, so no
-// system or user configuration is read or touched; the previous variables come back on
-// destruction. Create it before the first ODBC connection of the test.
+// A test-local unixODBC configuration (SQLite3 and PostgreSQL Unicode drivers), so no system
+// or user configuration is touched. Create it before the first ODBC connection.
 class OdbcEnvironment final
 {
 public:
     OdbcEnvironment();
     ~OdbcEnvironment();
-    OdbcEnvironment(const OdbcEnvironment&) = delete;
-    OdbcEnvironment& operator=(const OdbcEnvironment&) = delete;
+    Q_DISABLE_COPY_MOVE(OdbcEnvironment)
 
     bool isValid() const { return m_valid; }
-    // Adds a data source name for a SQLite file through the SQLite 3 ODBC driver.
     void addSqliteDsn(const QString& dsn, const QString& file);
-    // "Driver={SQLite3};Database=<file>;"
-    static QString sqliteDriverString(const QString& file);
+    static QString sqliteDriverString(const QString& file); // "Driver={SQLite3};Database=..."
 
 private:
     QTemporaryDir m_dir;

@@ -1,33 +1,33 @@
 #include "pgtestserver.h"
 
-#include <QAtomicInteger>
 #include <QCoreApplication>
 #include <QSqlDatabase>
 #include <QSqlError>
 #include <QSqlQuery>
 
-namespace {
+static int g_counter = 0;
 
-QAtomicInteger<int> g_counter;
-
-// Connects by driver path, so fixtures work with or without a test ODBC configuration.
-QString runOn(const PgTestServer& s, const QString& db, const QStringList& statements,
-              QStringList* firstColumn)
+static QString variable(const char* name)
 {
-    const QString name = QStringLiteral("pg-fixture-%1").arg(g_counter.fetchAndAddRelaxed(1));
+    return qEnvironmentVariable(("DBIMPORT_TEST_PG_" + QByteArray(name)).constData());
+}
+
+// By driver path, so fixtures work with or without a test ODBC configuration.
+static QString runOn(const PgTestServer& s, const QString& db, const QStringList& statements,
+                     QStringList* firstColumn = nullptr)
+{
+    const QString name = QStringLiteral("pg-fixture-%1").arg(++g_counter);
     QString result;
     {
-        QSqlDatabase conn = QSqlDatabase::addDatabase(QStringLiteral("QODBC"), name);
-        conn.setDatabaseName(
-            QStringLiteral("Driver=/usr/lib/x86_64-linux-gnu/odbc/psqlodbcw.so;Server=%1;Port=%2;"
-                           "Database=%3;Uid=%4;Pwd={%5};")
-                .arg(s.host, QString::number(s.port), db, s.user, s.password));
+        QSqlDatabase conn = QSqlDatabase::addDatabase("QODBC", name);
+        conn.setDatabaseName(s.driverString(db).replace(
+            "{PostgreSQL Unicode}", "/usr/lib/x86_64-linux-gnu/odbc/psqlodbcw.so"));
         if (!conn.open())
-            result = QStringLiteral("cannot connect to %1: %2").arg(db, conn.lastError().text());
+            result = "cannot connect to " + db + ": " + conn.lastError().text();
         for (int i = 0; result.isEmpty() && i < statements.size(); ++i) {
             QSqlQuery query(conn);
             if (!query.exec(statements.at(i)))
-                result = statements.at(i) + QStringLiteral(": ") + query.lastError().text();
+                result = statements.at(i) + ": " + query.lastError().text();
             while (firstColumn && query.next())
                 firstColumn->append(query.value(0).toString());
         }
@@ -36,42 +36,29 @@ QString runOn(const PgTestServer& s, const QString& db, const QStringList& state
     return result;
 }
 
-} // namespace
-
 bool PgTestServer::fromEnvironment(PgTestServer& server, QString& reason)
 {
-    QStringList missing;
-    for (const char* n : {"DBIMPORT_TEST_PG_HOST", "DBIMPORT_TEST_PG_PORT", "DBIMPORT_TEST_PG_DB",
-                          "DBIMPORT_TEST_PG_USER", "DBIMPORT_TEST_PG_PASSWORD"}) {
-        if (qEnvironmentVariableIsEmpty(n))
-            missing << QLatin1String(n);
-    }
-    if (!missing.isEmpty()) {
-        reason = QStringLiteral("no PostgreSQL test server (%1 not set); scripts/test.sh starts one")
-                     .arg(missing.join(QStringLiteral(", ")));
-        return false;
-    }
-    server.host = qEnvironmentVariable("DBIMPORT_TEST_PG_HOST");
-    server.port = qEnvironmentVariableIntValue("DBIMPORT_TEST_PG_PORT");
-    server.database = qEnvironmentVariable("DBIMPORT_TEST_PG_DB");
-    server.user = qEnvironmentVariable("DBIMPORT_TEST_PG_USER");
-    server.password = qEnvironmentVariable("DBIMPORT_TEST_PG_PASSWORD");
-    return true;
+    server = {variable("HOST"), variable("PORT").toInt(), variable("DB"), variable("USER"),
+              variable("PASSWORD")};
+    reason = "no PostgreSQL test server (DBIMPORT_TEST_PG_* not set); scripts/test.sh starts one";
+    return !server.host.isEmpty() && server.port && !server.database.isEmpty() &&
+           !server.user.isEmpty() && !server.password.isEmpty();
 }
 
 QString PgTestServer::driverString(const QString& db) const
 {
-    return QStringLiteral("Driver={PostgreSQL Unicode};Server=%1;Port=%2;Database=%3;Uid=%4;Pwd={%5};")
+    return QStringLiteral("Driver={PostgreSQL Unicode};Server=%1;Port=%2;Database=%3;Uid=%4;"
+                          "Pwd={%5};")
         .arg(host, QString::number(port), db.isEmpty() ? database : db, user, password);
 }
 
-PgTestDatabase::PgTestDatabase(const PgTestServer& server) : m_server(server)
+PgTestDatabase::PgTestDatabase(const PgTestServer& server)
+    : m_server(server), m_name(QStringLiteral("dbimport_t%1_%2")
+                                   .arg(QCoreApplication::applicationPid())
+                                   .arg(++g_counter))
 {
-    m_name = QStringLiteral("dbimport_t%1_%2")
-                 .arg(QCoreApplication::applicationPid())
-                 .arg(g_counter.fetchAndAddRelaxed(1));
-    m_error = runOn(m_server, m_server.database,
-                    {"DROP DATABASE IF EXISTS " + m_name, "CREATE DATABASE " + m_name}, nullptr);
+    m_error = runOn(server, server.database,
+                    {"DROP DATABASE IF EXISTS " + m_name, "CREATE DATABASE " + m_name});
     if (!m_error.isEmpty())
         m_name.clear();
 }
@@ -79,20 +66,19 @@ PgTestDatabase::PgTestDatabase(const PgTestServer& server) : m_server(server)
 PgTestDatabase::~PgTestDatabase()
 {
     if (!m_name.isEmpty())
-        runOn(m_server, m_server.database, {"DROP DATABASE IF EXISTS " + m_name + " WITH (FORCE)"},
-              nullptr);
+        runOn(m_server, m_server.database, {"DROP DATABASE IF EXISTS " + m_name + " WITH (FORCE)"});
 }
 
 QString PgTestDatabase::run(const QStringList& statements) const
 {
-    return runOn(m_server, m_name, statements, nullptr);
+    return runOn(m_server, m_name, statements);
 }
 
 QStringList PgTestDatabase::column(const QString& query) const
 {
     QStringList values;
     const QString error = runOn(m_server, m_name, {query}, &values);
-    return error.isEmpty() ? values : QStringList{QStringLiteral("<error>"), error};
+    return error.isEmpty() ? values : QStringList{"<error>", error};
 }
 
 QStringList PgSampleCustomerStatements()
@@ -105,6 +91,5 @@ QStringList PgSampleCustomerStatements()
         "('SELECT', 'select@example.com', 0, '2019-12-01', '2019-12-01 00:00:00', false), "
         "('Bob Jones', 'bob@example.com', -3, '2018-06-15', '2018-06-15 12:00:00', true)",
         "CREATE TABLE \"Order Lines\" (\"Line No\" integer, Item text)",
-        "CREATE VIEW ActiveCustomers AS SELECT * FROM Customers WHERE Active",
-    };
+        "CREATE VIEW ActiveCustomers AS SELECT * FROM Customers WHERE Active"};
 }

@@ -4,16 +4,12 @@
 #include <QStringList>
 #include <QVariant>
 
-// Builds a real SQLite database file through the SQLite C API, outside Qt SQL, so the
-// fixture never shares a connection with the code under test. Empty on success, else the
-// failing statement and the error.
+// Real SQLite files through the SQLite C API, outside Qt SQL, so a fixture never shares a
+// connection with the code under test. Empty, or the failing statement and the error.
 QString BuildSqliteDatabase(const QString& file, const QStringList& statements);
-
-// The first column of every row of a query on the file (opened read-only), as text;
-// "<error>" and the message when the query fails.
+// First column of every row (the file opened read-only) as text; "<error>" and the message.
 QStringList SqliteColumn(const QString& file, const QString& query);
 
-// A sample "Customers" table (three rows, one named 'SELECT'), an "Order Lines" table
-// with blanks in its names, and what must never be listed as a table: a view, an index
-// and SQLite's own sqlite_sequence (from AUTOINCREMENT).
+// "Customers" (three rows, one named 'SELECT'), "Order Lines" with blanks in its names, and
+// what is never listed as a table: a view, an index and sqlite_sequence (from AUTOINCREMENT).
 QStringList SampleCustomerStatements();

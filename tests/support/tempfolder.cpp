@@ -4,12 +4,7 @@
 #include <QFile>
 #include <QFileInfo>
 
-TempFolder::TempFolder() : m_dir(QDir::tempPath() + QStringLiteral("/dbimport-test-XXXXXX")) {}
-
-QString TempFolder::hostPath() const
-{
-    return HostForm(path() + QLatin1Char('/'));
-}
+TempFolder::TempFolder() : m_dir(QDir::tempPath() + "/dbimport-test-XXXXXX") {}
 
 QString TempFolder::writeFile(const QString& name, const QByteArray& bytes) const
 {
@@ -29,5 +24,5 @@ QByteArray TempFolder::readFile(const QString& name) const
 
 QString HostForm(const QString& nativePath)
 {
-    return QStringLiteral("Z:") + QString(nativePath).replace(QLatin1Char('/'), QLatin1Char('\\'));
+    return "Z:" + QString(nativePath).replace('/', '\\');
 }
