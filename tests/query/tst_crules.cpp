@@ -4,12 +4,25 @@
 
 #include <QTest>
 
-static QStringList fieldNames(const CRules& rules)
+#include <tuple>
+
+// The number of the AppError the call throws, 0 when it throws none.
+template <typename Call>
+static long thrown(Call call)
 {
-    QStringList walked;
-    for (const CRule& rule : rules)
-        walked << rule.FieldName;
-    return walked;
+    try {
+        call();
+    } catch (const AppError& e) {
+        return e.number();
+    }
+    return 0;
+}
+
+// A rule from "FieldName|OpDisplay|OpSQL|Value|LogicalOp".
+static void add(CRules& rules, const QString& text)
+{
+    const QStringList p = text.split('|');
+    rules.Add(p[0], p[1], p[2], p[3], p[4]);
 }
 
 class TestCRules : public QObject
@@ -17,99 +30,45 @@ class TestCRules : public QObject
     Q_OBJECT
 
 private slots:
-    void addAndPositions()
-    {
-        CRules rules;
-        const CRule* rule = rules.Add("Town", "Equals", "=", "'Leeds'", "Or");
-        QCOMPARE(QStringList({rule->FieldName, rule->OpDisplay, rule->OpSQL, rule->Value, rule->LogicalOp}),
-                 QStringList({"Town", "Equals", "=", "'Leeds'", "Or"}));
-        QCOMPARE(rule->key(), QString("OrTownEquals'Leeds'"));
-        QCOMPARE(rules.Item(1), rule);
-        rules.Add("B", "Equals", "=", "2", "And");
-        rules.Add("C", "Equals", "=", "3", "And");
-        rules.Remove(2);
-        QCOMPARE(rules.Count(), 2);
-        QCOMPARE(rules.Item(2)->FieldName, QString("C"));
-        QVERIFY(!rules.Item(3));
-        QCOMPARE(fieldNames(rules), QStringList({"Town", "C"}));
-        // The freed key can be used again, and goes to the end.
-        rules.Add("B", "Equals", "=", "2", "And");
-        QCOMPARE(rules.Item(3)->FieldName, QString("B"));
-        rules.Clear();
-        QCOMPARE(rules.Count(), 0);
-    }
-
-    void duplicateKeys_data()
-    {
-        QTest::addColumn<QStringList>("first"); // field, display, sql, value, logical
-        QTest::addColumn<QStringList>("second");
-        QTest::addColumn<bool>("collides");
-        const QStringList leeds = {"Town", "Equals", "=", "'Leeds'", "And"};
-        QTest::newRow("identical") << leeds << leeds << true;
-        QTest::newRow("value case") << leeds << QStringList{"Town", "Equals", "=", "'LEEDS'", "And"} << true;
-        QTest::newRow("OpSQL not in the key")
-            << leeds << QStringList{"Town", "Equals", "like", "'Leeds'", "And"} << true;
-        QTest::newRow("LogicalOp differs")
-            << leeds << QStringList{"Town", "Equals", "=", "'Leeds'", "Or"} << false;
-        QTest::newRow("OpDisplay differs") << QStringList{"Age", "is Less Than", "<", "3", "And"}
-                                           << QStringList{"Age", "is Greater Than", "<", "3", "And"} << false;
-        // No separator in the key: parts that shift between fields still meet.
-        QTest::newRow("same concatenation") << QStringList{"AB", "C", "=", "D", "X"}
-                                            << QStringList{"A", "BC", "=", "D", "X"} << true;
-    }
-
     void duplicateKeys()
     {
-        QFETCH(QStringList, first);
-        QFETCH(QStringList, second);
-        QFETCH(bool, collides);
-        CRules rules;
-        rules.Add(first[0], first[1], first[2], first[3], first[4]);
-        long thrown = 0;
-        try {
-            rules.Add(second[0], second[1], second[2], second[3], second[4]);
-        } catch (const AppError& e) {
-            thrown = e.number();
-        }
-        QCOMPARE(thrown, collides ? long(AppError::DuplicateKey) : 0L);
-        QCOMPARE(rules.Count(), collides ? 1 : 2);
-        QCOMPARE(rules.Item(1)->OpSQL, first[2]);
-    }
-
-    void keysIgnoreCase()
-    {
-        CRules rules;
-        rules.Add("A", "Equals", "=", "1", "And");
-        rules.Add("Age", "is Greater Than", ">", "30", "Or");
-        QCOMPARE(rules.Item(QStringLiteral("ORAGEIS GREATER THAN30"))->Value, QString("30"));
-        QVERIFY(!rules.Item(QStringLiteral("OrAgeis Greater Than31")));
-        rules.Remove(QStringLiteral("andaequals1"));
-        QCOMPARE(fieldNames(rules), QStringList{"Age"});
-        try {
-            rules.Remove(QStringLiteral("AndAEquals1"));
-            QFAIL("removing a missing key must fail");
-        } catch (const AppError& e) {
-            QCOMPARE(e.number(), long(AppError::InvalidProcedureCall));
+        // Keys ignore case, leave OpSQL out and have no separator between their parts.
+        const QString leeds = "Town|Equals|=|'Leeds'|And";
+        const QList<std::tuple<QString, QString, bool>> cases = { // first, second, collides
+            {leeds, leeds, true}, {leeds, "Town|Equals|=|'LEEDS'|And", true},
+            {leeds, "Town|Equals|like|'Leeds'|And", true},
+            {leeds, "Town|Equals|=|'Leeds'|Or", false},
+            {"Age|is Less Than|<|3|And", "Age|is Greater Than|<|3|And", false},
+            {"AB|C|=|D|X", "A|BC|=|D|X", true}};
+        for (const auto& [first, second, collides] : cases) {
+            CRules rules;
+            add(rules, first);
+            QCOMPARE(thrown([&] { add(rules, second); }), collides ? 457L : 0L);
+            QCOMPARE(rules.Count(), collides ? 1 : 2);
+            QCOMPARE(rules.Item(1)->OpSQL, first.section('|', 2, 2)); // the first one is kept
         }
     }
 
-    void unknownIndex_data()
+    void positionsAndKeys()
     {
-        QTest::addColumn<int>("position");
-        QTest::newRow("zero") << 0;
-        QTest::newRow("negative") << -1;
-        QTest::newRow("past the end") << 3;
-    }
-
-    void unknownIndex()
-    {
-        QFETCH(int, position);
         CRules rules;
-        rules.Add("A", "Equals", "=", "1", "And");
-        rules.Add("B", "Equals", "=", "2", "And");
-        QVERIFY(!rules.Item(position));
-        QVERIFY_THROWS_EXCEPTION(AppError, rules.Remove(position));
-        QCOMPARE(rules.Count(), 2);
+        for (const char* rule :
+             {"Town|Equals|=|'Leeds'|Or", "B|Equals|=|2|And", "C|is Greater Than|>|3|And"})
+            add(rules, rule);
+        rules.Remove(2);
+        add(rules, "B|Equals|=|2|And"); // a freed key can be used again, and goes to the end
+        QCOMPARE(rules.Item(2)->FieldName + rules.Item(3)->FieldName, "CB");
+        QCOMPARE(rules.Item(QStringLiteral("ANDCIS GREATER THAN3"))->Value, "3");
+        QVERIFY(!rules.Item(QStringLiteral("AndCis Greater Than4")));
+        rules.Remove(QStringLiteral("orTOWNequals'leeds'"));
+        // Unknown keys and positions (1-based) change nothing.
+        const long invalid = AppError::InvalidProcedureCall;
+        QCOMPARE(thrown([&] { rules.Remove(QStringLiteral("OrTownEquals'Leeds'")); }), invalid);
+        for (int position : {0, -1, 3}) {
+            QVERIFY(!rules.Item(position));
+            QCOMPARE(thrown([&] { rules.Remove(position); }), invalid);
+        }
+        QCOMPARE(rules.Item(1)->FieldName + rules.Item(2)->FieldName, "CB");
     }
 };
 
