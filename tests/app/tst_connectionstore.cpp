@@ -1,289 +1,151 @@
 #include "app/connectionstore.h"
 
-#include "util/appglobals.h"
+#include "datarow.h"
+#include "settingsfixture.h"
 
-#include "tempfolder.h"
-
-#include <QDir>
-#include <QFile>
 #include <QTest>
 
 namespace {
 
-// The stored form of an ASCII connection string: every character one code higher.
-QString shifted(const QString& ascii)
-{
-    QString out;
-    for (QChar c : ascii)
-        out += QChar(c.unicode() + 1);
-    return out;
-}
-
-QByteArray iniBytes(const QStringList& lines)
-{
-    return (lines.join("\r\n") + "\r\n").toLatin1();
-}
-
-QStringList rows(const QList<DSNEntry>& entries)
-{
-    QStringList out;
-    for (const DSNEntry& e : entries)
-        out << e.name + " | " + e.conString;
-    return out;
-}
-
-QStringList listed()
-{
-    return rows(UpdateDSNListFromIni());
-}
-
-bool maintain(ConnectionAction action, const QString& name, const QString& conString,
-              const QString& oldName = QString(), const QString& oldConString = QString())
-{
-    QString message;
-    return MaintainDSN(name, conString, action, message, oldName, oldConString);
-}
-
-bool add(const QString& name, const QString& conString)
-{
-    return maintain(ConnectionAction::Add, name, conString);
-}
-
 const QStringList kBlankChoices = {"FilterMethod=", "SelectedTable=", "AdvancedSQLString=",
                                    "VTGroup=", "ReplaceExisting="};
+
+// "add|name|string", "delete|name|string" or "modify|name|string|old name|old string".
+bool apply(const QString& step, QString& message)
+{
+    const QStringList f = step.split('|');
+    const ConnectionAction action = f[0] == "add"      ? ConnectionAction::Add
+                                    : f[0] == "delete" ? ConnectionAction::Delete
+                                                       : ConnectionAction::Modify;
+    return MaintainDSN(f.value(1), f.value(2), action, message, f.value(3), f.value(4));
+}
 
 } // namespace
 
 class TestConnectionStore : public QObject
 {
     Q_OBJECT
+    SettingsFile m_ini;
 
 private slots:
-    void init()
-    {
-        QVERIFY(m_dir.isValid());
-        m_ini = m_dir.filePath("dbimport.ini");
-        QFile::remove(m_ini);
-        SetIniFilePath(m_ini);
-    }
+    void init() { m_ini.reset(); }
 
-    void blankInputIsRefused_data()
+    // The file, byte for byte, and the list shown after a run of changes that all succeed.
+    void changes_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("conString");
-        QTest::addColumn<int>("action");
-        QTest::newRow("empty name") << "" << "DSN=Sales" << 0;
-        QTest::newRow("blank name") << "   " << "DSN=Sales" << 1;
-        QTest::newRow("blank string") << "Sales" << "  " << 2;
-    }
+        QTest::addColumn<QStringList>("before"); // empty: no file
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QStringList>("after");
+        QTest::addColumn<QStringList>("shown");
 
-    void blankInputIsRefused()
-    {
-        QFETCH(QString, name);
-        QFETCH(QString, conString);
-        QFETCH(int, action);
-        QString message;
-        QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales", "DSN=Sales"));
-        QCOMPARE(message, QString("There is no database connection selected."));
-        QVERIFY(!QFile::exists(m_ini));
-    }
-
-    void firstAddCreatesAPrivateFile()
-    {
-        QVERIFY(listed().isEmpty());
-        QVERIFY(add("Sales contacts", "DSN=Sales"));
-        QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=Sales contacts", "DSNString1=ETO>Tbmft"}));
-        QCOMPARE(listed(), QStringList{"Sales contacts | DSN=Sales"});
-        // The file holds connection strings: only its owner may read it.
-        QCOMPARE(QFile::permissions(m_ini) & (QFile::ReadGroup | QFile::ReadOther),
-                 QFileDevice::Permissions());
-    }
-
-    void deleteLeavesTheGapAndReAddFillsIt()
-    {
-        QVERIFY(add("One", "DSN=1") && add("Two", "DSN=2") && add("Three", "DSN=3"));
-        QVERIFY(maintain(ConnectionAction::Delete, "Two", "DSN=2"));
-        // The saved choices of slot 2 are blanked even though there were none.
-        QCOMPARE(fileBytes(), iniBytes(QStringList{"[DSN]", "DSNName1=One", "DSNString1=ETO>2",
-            "DSNName2=", "DSNString2=", "DSNName3=Three", "DSNString3=ETO>4", "[DSN2]"} + kBlankChoices));
-        QCOMPARE(listed(), QStringList({"One | DSN=1", "Three | DSN=3"}));
-        QVERIFY(add("Four", "DSN=4"));
-        QCOMPARE(listed(), QStringList({"One | DSN=1", "Four | DSN=4", "Three | DSN=3"}));
-        QVERIFY(fileBytes().contains("DSNName2=Four\r\nDSNString2=ETO>5\r\nDSNName3=Three"));
-    }
-
-    void deleteClearsSavedChoices()
-    {
+        // The deleted slot's saved choices are blanked even though there were none.
+        DataRow("delete, then re-add fills the gap", QStringList(),
+                QStringList{"add|One|DSN=1", "add|Two|DSN=2", "add|Three|DSN=3", "delete|Two|DSN=2",
+                            "add|Four|DSN=4"},
+                QStringList{"[DSN]", "DSNName1=One", "DSNString1=ETO>2", "DSNName2=Four",
+                            "DSNString2=ETO>5", "DSNName3=Three", "DSNString3=ETO>4", "[DSN2]"} +
+                    kBlankChoices,
+                QStringList{"One | DSN=1", "Four | DSN=4", "Three | DSN=3"});
+        // Only keys that held something are blanked, nothing is removed, and other slots'
+        // choices stay, a modified slot's too. A rule without a field name is left as it is.
         const QStringList head = {"[DSN]", "DSNName1=Keep", "DSNString1=ETO>2"};
-        const QStringList slot1 = {"[DSN1]", "FilterMethod=0", "SelectedTable=People", "[FieldMap1]",
+        const QStringList slot1 = {"[DSN1]", "SelectedTable=People", "[FieldMap1]",
                                    "VTField1=EMailAddress", "DBField1=Email"};
-        writeFile(head + QStringList{"DSNName2=Gone", "DSNString2=ETO>3", "[DSN2]", "FilterMethod=1",
-            "SelectedTable=Orders", "AdvancedSQLString=select 1", "VTGroup=Friends",
-            "ReplaceExisting=True", "[FieldMap2]", "VTField1=EMailAddress", "DBField1=Mail",
-            "VTField2=", "DBField2=Orphan", "VTField3=City", "DBField3=", "[Rules2]",
-            "FieldName1=Town", "OpDisplay1=Equals", "OpSQL1==", "Value1=¬Leeds¬", "LogicalOp1=And",
-            "FieldName2=", "OpDisplay2=Stale", "Value2=kept"} + slot1);
-        QVERIFY(maintain(ConnectionAction::Delete, "Gone", "DSN=2"));
-        // Only keys that held something are blanked; nothing is removed, and slot 1's choices
-        // are untouched. A rule without a field name is left as it is.
-        QCOMPARE(fileBytes(), iniBytes(head + QStringList{"DSNName2=", "DSNString2=", "[DSN2]"} +
-            kBlankChoices + QStringList{"[FieldMap2]", "VTField1=", "DBField1=", "VTField2=",
-            "DBField2=", "VTField3=", "DBField3=", "[Rules2]", "FieldName1=", "OpDisplay1=",
-            "OpSQL1=", "Value1=", "LogicalOp1=", "FieldName2=", "OpDisplay2=Stale", "Value2=kept"} +
-            slot1));
+        DataRow("delete clears saved choices, modify keeps them",
+                head + QStringList{"DSNName2=Gone", "DSNString2=ETO>3", "[DSN2]", "FilterMethod=1",
+                    "SelectedTable=Orders", "AdvancedSQLString=select 1", "VTGroup=Friends",
+                    "ReplaceExisting=True", "[FieldMap2]", "VTField1=EMailAddress", "DBField1=Mail",
+                    "VTField2=", "DBField2=Orphan", "VTField3=City", "DBField3=", "[Rules2]",
+                    "FieldName1=Town", "OpDisplay1=Equals", "OpSQL1==", "Value1=¬Leeds¬",
+                    "LogicalOp1=And", "FieldName2=", "OpDisplay2=Stale", "Value2=kept"} + slot1,
+                QStringList{"delete|Gone|DSN=2", "modify|New name|DSN=New|Keep|DSN=1"},
+                QStringList{"[DSN]", "DSNName1=New name", "DSNString1=ETO>Ofx", "DSNName2=",
+                            "DSNString2=", "[DSN2]"} + kBlankChoices +
+                    QStringList{"[FieldMap2]", "VTField1=", "DBField1=", "VTField2=", "DBField2=",
+                    "VTField3=", "DBField3=", "[Rules2]", "FieldName1=", "OpDisplay1=", "OpSQL1=",
+                    "Value1=", "LogicalOp1=", "FieldName2=", "OpDisplay2=Stale", "Value2=kept"} +
+                    slot1,
+                QStringList{"New name | DSN=New"});
+        QStringList full{"[DSN]"}, fullShown;
+        for (int n = 1; n <= 50; ++n) {
+            full << QString("DSNName%1=Conn %1").arg(n) << QString("DSNString%1=ETO>d").arg(n);
+            fullShown << QString("Conn %1 | DSN=c").arg(n);
+        }
+        DataRow("full store ignores an add", full, QStringList{"add|Fifty-first|DSN=51"}, full,
+                fullShown);
+        // Written whole, read cut at 511 characters; what the list shows is what matches.
+        const QString longString = "DSN=x;PWD=" + QString(590, 'p');
+        const QStringList longFile{"[DSN]", "DSNName1=Long",
+                                   "DSNString1=ETO>y<QXE>" + QString(590, 'q')};
+        DataRow("long string", QStringList(), QStringList{"add|Long|" + longString}, longFile,
+                QStringList{"Long | " + longString.left(511)});
+        DataRow("long string matched as shown", longFile,
+                QStringList{"delete|Long|" + longString, "modify|New|DSN=y|Long|" + longString,
+                            "delete|Long|" + longString.left(511)},
+                QStringList{"[DSN]", "DSNName1=", "DSNString1=", "[DSN1]"} + kBlankChoices,
+                QStringList());
+        // Code 255 has no successor: the string is stored empty, yet the slot counts as used.
+        // Of two identical slots the lower one changes.
+        DataRow("code 255, identical slots", QStringList(),
+                QStringList{"add|Odd|DSN=caf\u00FF", "add|Twin|DSN=t", "add|Twin|DSN=t",
+                            "modify|Twin|DSN=t|Twin|DSN=t", "delete|Twin|DSN=t"},
+                QStringList{"[DSN]", "DSNName1=Odd", "DSNString1=", "DSNName2=", "DSNString2=",
+                            "DSNName3=Twin", "DSNString3=ETO>u", "[DSN2]"} + kBlankChoices,
+                QStringList{"Twin | DSN=t"});
+        // Names and strings match exactly; a miss changes nothing and is no error. Slot 1 is
+        // free so that a wrong add could not hide behind a full store.
+        const QStringList sales{"[DSN]", "DSNName1=", "DSNString1=", "DSNName2=Sales",
+                                "DSNString2=ETO>Tbmft"};
+        for (const char* step : {"delete|sales|DSN=Sales", "delete|Sales |DSN=Sales",
+                                 "delete|Sales|dsn=Sales", "modify|New|DSN=New|SALES|DSN=Sales",
+                                 "modify|New|DSN=New|Sales|DSN=Sales;", "modify|Sales|DSN=Sales"})
+            DataRow(step, sales, QStringList{step}, sales, QStringList{"Sales | DSN=Sales"});
     }
 
-    void modifyKeepsSlotAndChoices()
+    void changes()
     {
-        writeFile({"[DSN]", "DSNName1=Old", "DSNString1=ETO>Pme", "DSNName2=Other",
-                   "DSNString2=ETO>2", "[DSN1]", "VTGroup=Friends"});
-        QVERIFY(maintain(ConnectionAction::Modify, "New name", "DSN=New", "Old", "DSN=Old"));
-        QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=New name", "DSNString1=ETO>Ofx",
-            "DSNName2=Other", "DSNString2=ETO>2", "[DSN1]", "VTGroup=Friends"}));
+        QFETCH(QStringList, before);
+        QFETCH(QStringList, steps);
+        QFETCH(QStringList, after);
+        QFETCH(QStringList, shown);
+        if (!before.isEmpty())
+            m_ini.write(before);
+        for (const QString& step : steps) {
+            QString message;
+            QVERIFY2(apply(step, message) && message.isEmpty(), qPrintable(step + ": " + message));
+        }
+        QCOMPARE(m_ini.bytes(), iniBytes(after));
+        QStringList listed;
+        for (const DSNEntry& e : UpdateDSNListFromIni())
+            listed << e.name + " | " + e.conString;
+        QCOMPARE(listed, shown);
+        // The file holds connection strings: only its owner may read one it created.
+        if (before.isEmpty())
+            QCOMPARE(QFile::permissions(m_ini.path) & (QFile::ReadGroup | QFile::ReadOther),
+                     QFileDevice::Permissions());
     }
 
-    void noMatchChangesNothing_data()
+    // Nothing changes: a blank name or string, or text without a Windows-1252 form.
+    void refused()
     {
-        QTest::addColumn<int>("action");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("conString");
-        QTest::addColumn<QString>("oldName");
-        QTest::addColumn<QString>("oldConString");
-        QTest::newRow("delete, name case") << 2 << "sales" << "DSN=Sales" << "" << "";
-        QTest::newRow("delete, trailing blank") << 2 << "Sales " << "DSN=Sales" << "" << "";
-        QTest::newRow("delete, string case") << 2 << "Sales" << "dsn=Sales" << "" << "";
-        QTest::newRow("modify, old name case") << 1 << "New" << "DSN=New" << "SALES" << "DSN=Sales";
-        QTest::newRow("modify, old string") << 1 << "New" << "DSN=New" << "Sales" << "DSN=Sales;";
-        QTest::newRow("modify, new used as old") << 1 << "Sales" << "DSN=Sales" << "" << "";
+        m_ini.write(
+            {"[DSN]", "DSNName1=Sales", "DSNString1=ETO>Tbmft", "DSNName2=", "DSNString2="});
+        const QByteArray before = m_ini.bytes();
+        const QString blank = "There is no database connection selected.";
+        const QString encoding = "(Windows-1252) - MaintainDSN";
+        const QList<QPair<QString, QString>> cases = {{"add||DSN=Sales", blank},
+            {"modify|   |DSN=Sales|Sales|DSN=Sales", blank}, {"delete|Sales|  ", blank},
+            {QStringLiteral("add|Kunden \u4E2D|DSN=k"), encoding},
+            {QStringLiteral("add|Kunden|DSN=\u0100"), encoding},
+            {QStringLiteral("modify|\u0394elta|DSN=d|Sales|DSN=Sales"), encoding},
+            {QStringLiteral("modify|Delta|DSN=\U0001F600|Sales|DSN=Sales"), encoding}};
+        for (const auto& [step, ending] : cases) {
+            QString message;
+            QVERIFY2(!apply(step, message) && message.endsWith(ending),
+                     qPrintable(step + ": " + message));
+            QCOMPARE(m_ini.bytes(), before);
+        }
     }
-
-    void noMatchChangesNothing()
-    {
-        QFETCH(int, action);
-        QFETCH(QString, name);
-        QFETCH(QString, conString);
-        QFETCH(QString, oldName);
-        QFETCH(QString, oldConString);
-        // Slot 1 is free so a wrong action could not hide behind a full store.
-        writeFile({"[DSN]", "DSNName1=", "DSNString1=", "DSNName2=Sales", "DSNString2=ETO>Tbmft"});
-        const QByteArray before = fileBytes();
-        QString message = "untouched";
-        QVERIFY(MaintainDSN(name, conString, ConnectionAction(action), message, oldName, oldConString));
-        QCOMPARE(message, QString("untouched"));
-        QCOMPARE(fileBytes(), before);
-    }
-
-    void fullStoreIgnoresAdd()
-    {
-        QStringList lines{"[DSN]"};
-        for (int n = 1; n <= 50; ++n)
-            lines << QString("DSNName%1=Conn %1").arg(n)
-                  << QString("DSNString%1=").arg(n) + shifted("DSN=c" + QString::number(n));
-        writeFile(lines);
-        QVERIFY(add("Fifty-first", "DSN=51"));
-        QCOMPARE(fileBytes(), iniBytes(lines));
-        const QStringList list = listed();
-        QCOMPARE(list.size(), 50);
-        QCOMPARE(list.last(), QString("Conn 50 | DSN=c50"));
-    }
-
-    void characterWithoutSuccessor()
-    {
-        QVERIFY(add("Odd", QStringLiteral("DSN=caf\u00FF")));
-        QCOMPARE(fileBytes(), iniBytes({"[DSN]", "DSNName1=Odd", "DSNString1="}));
-        QVERIFY(listed().isEmpty());
-        // The slot counts as used all the same.
-        QVERIFY(add("Next", "DSN=2"));
-        QCOMPARE(listed(), QStringList{"Next | DSN=2"});
-        QVERIFY(fileBytes().endsWith("DSNName2=Next\r\nDSNString2=ETO>3\r\n"));
-    }
-
-    void longStringIsCutOnRead()
-    {
-        const QString longString = "DSN=x;PWD=" + QString(590, QLatin1Char('p'));
-        QVERIFY(add("Long", longString));
-        const QByteArray written = fileBytes();
-        QVERIFY(written.contains(shifted(longString).toLatin1()));
-        QCOMPARE(listed(), QStringList{"Long | " + longString.left(511)});
-        QVERIFY(maintain(ConnectionAction::Delete, "Long", longString));
-        QVERIFY(maintain(ConnectionAction::Modify, "Renamed", "DSN=y", "Long", longString));
-        QCOMPARE(fileBytes(), written);
-        // What the list shows is what matches.
-        QVERIFY(maintain(ConnectionAction::Delete, "Long", longString.left(511)));
-        QCOMPARE(fileBytes(),
-                 iniBytes(QStringList{"[DSN]", "DSNName1=", "DSNString1=", "[DSN1]"} + kBlankChoices));
-    }
-
-    void identicalSlotsLowerWins()
-    {
-        QVERIFY(add("Twin", "DSN=t") && add("Twin", "DSN=t"));
-        QVERIFY(maintain(ConnectionAction::Modify, "Twin", "DSN=t", "Twin", "DSN=t"));
-        QVERIFY(maintain(ConnectionAction::Delete, "Twin", "DSN=t"));
-        QCOMPARE(listed(), QStringList{"Twin | DSN=t"});
-        QVERIFY(fileBytes().startsWith(
-            iniBytes({"[DSN]", "DSNName1=", "DSNString1=", "DSNName2=Twin", "DSNString2=ETO>u"})));
-    }
-
-    void unstorableTextIsRefused_data()
-    {
-        QTest::addColumn<int>("action");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("conString");
-        QTest::newRow("add, name") << 0 << QStringLiteral("Kunden \u4E2D") << "DSN=k";
-        QTest::newRow("add, string") << 0 << "Kunden" << QStringLiteral("DSN=\u0100");
-        QTest::newRow("modify, name") << 1 << QStringLiteral("\u0394elta") << "DSN=d";
-        QTest::newRow("modify, string") << 1 << "Delta" << QStringLiteral("DSN=\U0001F600");
-    }
-
-    void unstorableTextIsRefused()
-    {
-        QFETCH(int, action);
-        QFETCH(QString, name);
-        QFETCH(QString, conString);
-        writeFile({"[DSN]", "DSNName1=Sales", "DSNString1=ETO>Tbmft", "DSNName2=", "DSNString2="});
-        const QByteArray before = fileBytes();
-        QString message;
-        QVERIFY(!MaintainDSN(name, conString, ConnectionAction(action), message, "Sales", "DSN=Sales"));
-        QVERIFY2(message.endsWith(" - MaintainDSN"), qPrintable(message));
-        QVERIFY2(message.contains("Windows-1252"), qPrintable(message));
-        QCOMPARE(fileBytes(), before);
-    }
-
-    void writeFailureNamesTheRoutine()
-    {
-        // A folder where the file should be: every write fails.
-        QVERIFY(QDir(m_dir.path()).mkpath("dbimport.ini"));
-        QString message;
-        QVERIFY(!MaintainDSN("Sales", "DSN=Sales", ConnectionAction::Add, message));
-        QVERIFY2(message.endsWith(" - MaintainDSN"), qPrintable(message));
-        QVERIFY(message.size() > QString(" - MaintainDSN").size());
-        QVERIFY(listed().isEmpty());
-        QVERIFY(QDir(m_dir.path()).rmdir("dbimport.ini"));
-    }
-
-    void handEditedFile()
-    {
-        writeFile({"; written by hand", "[Other]", "key=value", "[dsn]", "dsnname1=Sales",
-                   "DSNSTRING1=ETO>Tbmft", "garbage line", "DSNName3 = Spaced", "DSNString3=ETO>4",
-                   "[Rules9]", "FieldName1=x"});
-        QCOMPARE(listed(), QStringList({"Sales | DSN=Sales", "Spaced | DSN=3"}));
-        QVERIFY(add("Added", "DSN=a"));
-        QVERIFY(maintain(ConnectionAction::Delete, "Sales", "DSN=Sales"));
-        const QByteArray after = fileBytes();
-        for (const char* kept : {"; written by hand\r\n", "[Other]\r\nkey=value\r\n",
-                                 "garbage line\r\n", "[Rules9]\r\nFieldName1=x\r\n"})
-            QVERIFY2(after.contains(kept), kept);
-        QCOMPARE(listed(), QStringList({"Added | DSN=a", "Spaced | DSN=3"}));
-        // The existing keys were rewritten in place, not added a second time.
-        QCOMPARE(after.count("DSNName1") + after.count("dsnname1"), 1);
-    }
-
-private:
-    QByteArray fileBytes() const { return m_dir.readFile("dbimport.ini"); }
-    void writeFile(const QStringList& lines) const { m_dir.writeFile("dbimport.ini", iniBytes(lines)); }
-
-    TempFolder m_dir;
-    QString m_ini;
 };
 
 QTEST_GUILESS_MAIN(TestConnectionStore)

@@ -11,155 +11,91 @@
 #include <QSqlDatabase>
 #include <QTest>
 
-namespace {
-const QString Refusal = QStringLiteral(
-    "Sorry but this component can only be launched from the Plug-in menu in Corbanis "
-    "Veltrano Plus.");
-const QString NoAdo = QStringLiteral(
-    "The application has detected that ADO is not installed, this is required in order for "
-    "the Veltrano database import plug-in to run.");
-const QString Untouched = QStringLiteral("<untouched>");
-} // namespace
+static const QString Untouched = QStringLiteral("<untouched>");
 
 class TestStartup : public QObject
 {
     Q_OBJECT
+    ScriptedMessageBoxes m_boxes;
 
-private slots:
-    void init()
+    // Main with scripted boxes, as "started|forms shown|data folder|settings file|boxes".
+    QString start(const QString& arguments, const QString& programFolder, bool formFails = false)
     {
         m_boxes.clear();
         SetHostDataFolder(Untouched);
         SetIniFilePath(Untouched);
+        MessageBoxesGuard guard(&m_boxes);
+        int shown = 0;
+        const bool started = Main(arguments, programFolder, [&shown, formFails] {
+            if (formFails)
+                throw AppError(7, "Out of memory while creating the form");
+            ++shown;
+        });
+        // Every box of start-up is an error under the program's own title.
+        for (const ScriptedMessageBoxes::Shown& box : m_boxes.shown()) {
+            if (box.icon != MessageBoxes::Icon::Critical || !box.title.isEmpty())
+                return "not an error box: " + box.text;
+        }
+        return QStringList{started ? "started" : "refused", QString::number(shown),
+                           HostDataFolder(), IniFilePath(), m_boxes.texts().join('|')}
+            .join('|');
     }
+
+private slots:
     // First, before anything has loaded the SQL driver plug-ins.
     void missingDriversAreReported()
     {
-        // Without any plug-in folder Qt SQL finds neither driver, as on a machine that lacks them.
+        // Without any plug-in folder Qt SQL finds no driver, as on a machine that lacks them.
         TempFolder empty;
         const QStringList paths = QCoreApplication::libraryPaths();
         QCoreApplication::setLibraryPaths({empty.path()});
-        MessageBoxesGuard guard(&m_boxes);
-        int shown = 0;
-        const bool started = Main("GZ:\\tmp\\data", "/opt/dbimport", [&shown] { ++shown; });
+        const QString result = start("GZ:\\tmp\\data", "/opt/dbimport");
         const bool sqliteMissing = !QSqlDatabase::isDriverAvailable("QSQLITE");
         QCoreApplication::setLibraryPaths(paths);
-
         QVERIFY(sqliteMissing);
-        QVERIFY(!started);
-        QCOMPARE(shown, 0);
-        QCOMPARE(m_boxes.texts(), QStringList{NoAdo});
-        QCOMPARE(m_boxes.shown().at(0).icon, MessageBoxes::Icon::Critical);
         // The data folder was taken before the drivers were tested; the settings path was not.
-        QCOMPARE(HostDataFolder(), QString("Z:\\tmp\\data\\"));
-        QCOMPARE(IniFilePath(), Untouched);
+        QCOMPARE(result, "refused|0|Z:\\tmp\\data\\|" + Untouched + "|The application has "
+                 "detected that ADO is not installed, this is required in order for the Veltrano "
+                 "database import plug-in to run.");
         QVERIFY(QSqlDatabase::isDriverAvailable("QSQLITE"));
     }
 
-    void commandLine_data()
-    {
-        QTest::addColumn<QString>("arguments");
-        QTest::addColumn<QString>("hostDataFolder"); // empty: refused
-
-        QTest::newRow("empty") << "" << "";
-        QTest::newRow("no capital G") << "C:\\Data" << "";
-        QTest::newRow("lower-case only") << "g:\\data" << "";
-        QTest::newRow("G but no drive") << "G/home/ann/data" << "";
-        QTest::newRow("colon and slash is no drive") << "GC:/Data" << "";
-        QTest::newRow("backslash before colon") << "GC\\:Data" << "";
-        QTest::newRow("folder after G") << "GC:\\Data" << "C:\\Data\\";
-        QTest::newRow("closing backslash kept single") << "GC:\\Data\\" << "C:\\Data\\";
-        QTest::newRow("longer folder") << "GC:\\Hosted\\Data" << "C:\\Hosted\\Data\\";
-        QTest::newRow("switch before G") << "/GC:\\Data\\" << "C:\\Data\\";
-        QTest::newRow("G inside the path") << "C:\\Group\\Data" << "roup\\Data\\";
-        QTest::newRow("nothing after G") << "C:\\G" << "\\";
-        QTest::newRow("G before the drive elsewhere") << "xG y Z:\\tmp" << " y Z:\\tmp\\";
-        QTest::newRow("trailing blank kept") << "GC:\\Data " << "C:\\Data \\";
-        QTest::newRow("quotes kept") << "\"GZ:\\tmp\\data\\\"" << "Z:\\tmp\\data\\\"\\";
-        QTest::newRow("joined arguments") << "-x GZ:\\home\\ann\\data" << "Z:\\home\\ann\\data\\";
-    }
-
+    // The data folder is what follows the first capital G; any ":\" anywhere will do.
     void commandLine()
     {
-        QFETCH(QString, arguments);
-        QFETCH(QString, hostDataFolder);
-        MessageBoxesGuard guard(&m_boxes);
-        int shown = 0;
-        const bool started = Main(arguments, "/opt/dbimport", [&shown] { ++shown; });
-
-        if (hostDataFolder.isEmpty()) {
-            QVERIFY(!started);
-            QCOMPARE(shown, 0);
-            QCOMPARE(m_boxes.shown().size(), 1);
-            QCOMPARE(m_boxes.shown().at(0).text, Refusal);
-            QCOMPARE(m_boxes.shown().at(0).icon, MessageBoxes::Icon::Critical);
-            QCOMPARE(m_boxes.shown().at(0).title, QString()); // the program's own title
-            QCOMPARE(HostDataFolder(), Untouched);
-            QCOMPARE(IniFilePath(), Untouched);
-        } else {
-            QVERIFY(started);
-            QCOMPARE(shown, 1);
-            QCOMPARE(m_boxes.shown().size(), 0);
-            QCOMPARE(HostDataFolder(), hostDataFolder);
-            QCOMPARE(IniFilePath(), QString("/opt/dbimport/dbimport.ini"));
+        const QList<QPair<QString, QString>> cases = { // arguments, data folder (empty: refused)
+            {"", ""}, {"C:\\Data", ""}, {"g:\\data", ""}, {"G/home/ann/data", ""}, {"GC:/Data", ""},
+            {"GC\\:Data", ""}, {"GC:\\Groups", "C:\\Groups\\"}, {"GC:\\Data\\", "C:\\Data\\"},
+            {"/GC:\\Data\\", "C:\\Data\\"}, {"C:\\Group\\Data", "roup\\Data\\"}, {"C:\\G", "\\"},
+            {"xG y Z:\\tmp", " y Z:\\tmp\\"}, {"GC:\\Data ", "C:\\Data \\"},
+            {"\"GZ:\\tmp\\data\\\"", "Z:\\tmp\\data\\\"\\"},
+            {"-x GZ:\\home\\ann\\data", "Z:\\home\\ann\\data\\"}};
+        const QString refused = "refused|0|" + Untouched + '|' + Untouched + "|Sorry but this "
+            "component can only be launched from the Plug-in menu in Corbanis Veltrano Plus.";
+        for (const auto& [arguments, folder] : cases) {
+            const QString expected = folder.isEmpty()
+                                         ? refused
+                                         : "started|1|" + folder + "|/opt/dbimport/dbimport.ini|";
+            QCOMPARE(arguments + " -> " + start(arguments, "/opt/dbimport"),
+                     arguments + " -> " + expected);
         }
     }
 
-    void settingsFileBesideTheProgram_data()
+    // The settings file is beside the program, and start-up does not create it. Run-time
+    // errors show their description only.
+    void programFolder()
     {
-        QTest::addColumn<QString>("programFolder");
-        QTest::addColumn<QString>("iniFilePath");
-
-        QTest::newRow("folder with closing slash") << "/usr/lib/dbimport/" << "/usr/lib/dbimport/dbimport.ini";
-        QTest::newRow("root") << "/" << "/dbimport.ini";
-        QTest::newRow("real folder") << "<temp>" << "<temp>/dbimport.ini";
-        QTest::newRow("real folder with closing slash") << "<temp>/" << "<temp>/dbimport.ini";
-    }
-
-    void settingsFileBesideTheProgram()
-    {
-        QFETCH(QString, programFolder);
-        QFETCH(QString, iniFilePath);
-        MessageBoxesGuard guard(&m_boxes);
         TempFolder folder;
-        programFolder.replace("<temp>", folder.path());
-        iniFilePath.replace("<temp>", folder.path());
-        QVERIFY(Main("GZ:\\data", programFolder, [] {}));
-        QCOMPARE(IniFilePath(), iniFilePath);
-        QCOMPARE(m_boxes.shown().size(), 0);
-        // Start-up does not create the settings file; the first write does.
-        QVERIFY(QDir(folder.path()).isEmpty());
+        const QString data = "|Z:\\data\\|", temp = folder.path();
+        QCOMPARE(start("GZ:\\data", "/usr/lib/dbimport/"),
+                 "started|1" + data + "/usr/lib/dbimport/dbimport.ini|");
+        QCOMPARE(start("GZ:\\data", temp), "started|1" + data + temp + "/dbimport.ini|");
+        QCOMPARE(start("GZ:\\data", ""), "refused|0" + data + Untouched +
+                                             "|The folder of the program could not be determined.");
+        QCOMPARE(start("GZ:\\data", temp + '/', true),
+                 "refused|0" + data + temp + "/dbimport.ini|Out of memory while creating the form");
+        QVERIFY(QDir(temp).isEmpty());
     }
-
-    void runTimeErrorsShowTheirDescriptionOnly_data()
-    {
-        QTest::addColumn<QString>("programFolder");
-        QTest::addColumn<bool>("formThrows");
-        QTest::addColumn<QString>("text");
-
-        QTest::newRow("program folder unknown")
-            << "" << false << "The folder of the program could not be determined.";
-        QTest::newRow("form cannot be created")
-            << "/opt/dbimport" << true << "Out of memory while creating the form";
-    }
-
-    void runTimeErrorsShowTheirDescriptionOnly()
-    {
-        QFETCH(QString, programFolder);
-        QFETCH(bool, formThrows);
-        QFETCH(QString, text);
-        MessageBoxesGuard guard(&m_boxes);
-        const bool started = Main("GZ:\\data", programFolder, [formThrows] {
-            if (formThrows)
-                throw AppError(7, "Out of memory while creating the form");
-        });
-        QVERIFY(!started);
-        QCOMPARE(m_boxes.texts(), QStringList{text});
-        QCOMPARE(m_boxes.shown().at(0).icon, MessageBoxes::Icon::Critical);
-    }
-
-private:
-    ScriptedMessageBoxes m_boxes;
 };
 
 QTEST_GUILESS_MAIN(TestStartup)
