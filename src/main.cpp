@@ -1,8 +1,8 @@
 #include "app/startup.h"
 #include "util/appglobals.h"
 #include "wizard/frmDBImport.h"
-#include "wizard/overridecursorpointer.h"
-#include "wizard/qtmessageboxes.h"
+#include "util/forms/overridecursorpointer.h"
+#include "util/forms/qtmessageboxes.h"
 
 #include <QApplication>
 #include <QStringList>

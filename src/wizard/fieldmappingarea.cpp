@@ -1,6 +1,6 @@
 #include "fieldmappingarea.h"
 
-#include "comboboxlistcontrol.h"
+#include "util/forms/comboboxlistcontrol.h"
 
 #include "import/hostfields.h"
 

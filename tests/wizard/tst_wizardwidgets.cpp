@@ -1,6 +1,6 @@
 #include "wizardfixture.h"
 
-#include "wizard/qtmessageboxes.h"
+#include "util/forms/qtmessageboxes.h"
 
 #include <QPushButton>
 
