@@ -32,18 +32,6 @@ QString withBooleans(const QString& odbc)
 
 } // namespace
 
-// Read by the leak checker of sanitizer builds, ignored otherwise. unixODBC's profile
-// reader and the PostgreSQL driver keep their parsed odbc.ini entries until the process
-// ends; without this every program run that touched ODBC would end in a leak report.
-// Weak, so that a test executable may bring the same list.
-extern "C" __attribute__((weak)) const char* __lsan_default_suppressions();
-extern "C" __attribute__((weak)) const char* __lsan_default_suppressions()
-{
-    return "leak:libodbcinst.so\n"
-           "leak:psqlodbcw.so\n"
-           "leak:psqlodbca.so\n";
-}
-
 SourceConnection::SourceConnection()
     : m_name(QStringLiteral("dbimport-source-%1-%2")
                  .arg(g_counter.fetchAndAddRelaxed(1))
