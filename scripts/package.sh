@@ -14,7 +14,7 @@ if command -v ccache >/dev/null; then launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=cc
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX=/usr \
   -DCMAKE_SKIP_INSTALL_ALL_DEPENDENCY=ON "${launcher[@]}" >/dev/null
 cmake --build "$build" -j "${DBIMPORT_JOBS:-$(nproc)}" --target dbimport dbimport-cli dbimport-gensource dbimport-manpage
-(cd "$build" && cpack -G DEB >/dev/null)
+(cd "$build" && cpack -G DEB >cpack.log 2>&1) || { cat "$build/cpack.log"; exit 1; }
 
 deb=$(ls -1t "$build"/dbimport_*_amd64.deb | head -n 1)
 dpkg-deb -I "$deb"
