@@ -37,7 +37,8 @@ public:
         // Text plus the view's cell padding on both sides.
         const int padding = 2 * (m_list->style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 1) +
                             m_list->fontMetrics().averageCharWidth();
-        int wanted = m_list->header()->sectionSizeHint(0);
+        // Never narrower than the list was designed with, room allowing.
+        int wanted = std::max(m_list->header()->sectionSizeHint(0), 200);
         for (int i = 0; i < m_list->topLevelItemCount(); ++i)
             wanted = std::max(
                 wanted, m_list->fontMetrics().horizontalAdvance(m_list->topLevelItem(i)->text(0)) +
