@@ -111,6 +111,8 @@ void tst_WizardTour::everyStepFits()
     form.show();
     form.activateWindow(); // the focus check needs it; a bare X server activates nothing itself
     QVERIFY(QTest::qWaitForWindowActive(&form));
+    // The version shown is the one the build's project declares.
+    QCOMPARE(form.windowTitle(), u"Veltrano - Database Import v" DBIMPORT_VERSION_STRING ""_s);
     const QRect screen = form.screen()->availableGeometry();
     const int width = form.width();
     const auto fits = [&] {
