@@ -58,14 +58,14 @@ measure() {
     read -r "$secs_var" "$kb_var" <"$stats"
 }
 
-cli=("$bin/dbimport-cli" --data-folder "$data" --ini "$ini" --quiet)
+cli=("$bin/dbimport-cli" --data-folder "$data" --ini "$ini" --quiet --json)
 group() { "$bin/dbimport-cli" --data-folder "$data" --create-group "$1" >/dev/null 2>&1; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "n/a" }'; }
 
 # 1. a new Group against sqlite3's own copy
 group New
 measure t_add m_add "${cli[@]}" --connection Big --no-replace
-added=$(grep -o 'Recipients Added : [0-9]*' "$work/last.out" | grep -o '[0-9]*$')
+added=$(grep -o '"added":[0-9]*' "$work/last.out" | grep -o '[0-9]*$')
 
 columns="Title TEXT, FirstName TEXT, LastName TEXT, EmailAddress TEXT, Initial TEXT, Address1 TEXT, Address2 TEXT, City TEXT, State TEXT, Zip TEXT, Country TEXT, Company TEXT, JobTitle TEXT, WEB TEXT, Telephone TEXT, FAX TEXT, Field1 TEXT, Field2 TEXT, Field3 TEXT, Field4 TEXT, DateAdded TEXT"
 rm -f "$work/baseline.db"

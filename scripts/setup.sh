@@ -12,6 +12,7 @@ packages=(
   postgresql odbc-postgresql
   xvfb xauth
   time
+  dpkg-dev gzip
 )
 
 missing=()

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds, and runs every test: once in a normal build and once
 # under AddressSanitizer and UndefinedBehaviorSanitizer. A throw-away PostgreSQL server on
-# a loopback port serves the ODBC tests for the duration of the run.
+# a loopback port serves the ODBC tests for the duration of the run. Last, the Debian
+# package is built, unpacked into a scratch root and run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -29,4 +30,6 @@ ctest --test-dir build --output-on-failure -j "$jobs" || status=1
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer =="
 # The sanitizer options and leak suppressions are compiled in (sanitizers/).
 ctest --test-dir build-asan --output-on-failure -j "$jobs" || status=1
+echo "== The Debian package, unpacked into a scratch root =="
+bash scripts/package-check.sh || status=1
 exit $status

@@ -1,3 +1,4 @@
+#include "app/settingslocation.h"
 #include "app/startup.h"
 #include "util/appglobals.h"
 #include "wizard/frmDBImport.h"
@@ -5,6 +6,7 @@
 #include "util/forms/qtmessageboxes.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QStringList>
 
 #include <memory>
@@ -23,8 +25,12 @@ int main(int argc, char* argv[])
     // The host hands over its data folder in the argument text; Main reads it as one line.
     const QString argumentText = QCoreApplication::arguments().mid(1).join(QLatin1Char(' '));
 
+    // An installed program keeps its settings in the user's folder, made here when missing.
+    const QString settingsFolder = SettingsFolder(QCoreApplication::applicationDirPath());
+    QDir().mkpath(settingsFolder);
+
     std::unique_ptr<frmDBImport> form;
-    const bool shown = Main(argumentText, QCoreApplication::applicationDirPath(), [&form] {
+    const bool shown = Main(argumentText, settingsFolder, [&form] {
         form = std::make_unique<frmDBImport>();
         form->show();
     });

@@ -2,11 +2,13 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QTextStream>
 
+#include "clisummary.h"
 #include "connectionstore.h"
 #include "importsettings.h"
 #include "import/groups.h"
@@ -14,9 +16,11 @@
 #include "import/importengine.h"
 #include "import/importlog.h"
 #include "import/importview.h"
+#include "settingslocation.h"
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
+#include "util/nativepath.h"
 #include "util/scriptedmessageboxes.h"
 
 namespace {
@@ -25,79 +29,92 @@ constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
+// Kept in step with the manual page docs/dbimport-cli.1, which a test compares it with.
 const char* const kUsage =
     "Usage:\n"
     "  dbimport-cli --data-folder DIR --connection NAME [--ini FILE] [--group NAME]\n"
-    "               [--replace | --no-replace] [--quiet]\n"
+    "               [--replace | --no-replace] [--quiet] [--json]\n"
     "  dbimport-cli --data-folder DIR --create-group NAME [--ini FILE]\n"
-    "  dbimport-cli --data-folder DIR --list-groups\n"
+    "  dbimport-cli --data-folder DIR --list-groups [--ini FILE]\n"
+    "  dbimport-cli --list-connections [--ini FILE]\n"
+    "  dbimport-cli --version | --help\n"
     "\n"
     "Runs the import choices last saved in the wizard for connection NAME into a Group of\n"
     "the host's data folder DIR, without changing the settings file.\n"
     "\n"
     "  --data-folder DIR   the host's data folder (a native folder)\n"
     "  --connection NAME   the named connection whose saved choices are run\n"
-    "  --ini FILE          the settings file (default: dbimport.ini beside the program)\n"
+    "  --ini FILE          the settings file (default: see FILES in dbimport-cli(1))\n"
     "  --group NAME        import into this Group instead of the saved one\n"
     "  --replace           update recipients that are already in the Group\n"
     "  --no-replace        skip recipients that are already in the Group\n"
-    "  --quiet             no status or progress output\n"
+    "  --quiet             print nothing unless something goes wrong\n"
+    "  --json              print the closing summary as one JSON object\n"
     "  --create-group NAME create a new, empty Group\n"
     "  --list-groups       print the Groups, one a line\n"
+    "  --list-connections  print the names of the saved connections, one a line\n"
+    "  --version           print the program's version\n"
+    "  --help              print this help\n"
     "\n"
     "Exit codes: 0 success, 1 the job failed, 2 usage error.\n";
 
-QString oneLine(QString text)
-{
-    text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    return text;
-}
-
-// Every box becomes a line on standard error. A scheduled run cannot answer questions:
-// it declines all of them except going on without a log, which only costs the log.
+// Every box becomes a line on standard error, worded for a command line. A scheduled run
+// cannot answer questions: it declines all of them except going on without a log, which
+// only costs the log. Declining to open the log is no news, so a quiet run keeps it to itself.
 class PrintingMessageBoxes final : public MessageBoxes
 {
 public:
-    explicit PrintingMessageBoxes(QTextStream& err) : m_err(err) {}
+    PrintingMessageBoxes(QTextStream& err, bool quiet) : m_err(err), m_quiet(quiet) {}
 
     void show(Icon icon, const QString& text, const QString& = QString()) override
     {
         const char* prefix = icon == Icon::Critical      ? "Error: "
                              : icon == Icon::Exclamation ? "Warning: "
                                                          : "";
-        m_err << prefix << oneLine(text) << Qt::endl;
+        m_err << prefix << CommandLineWording(text) << Qt::endl;
     }
 
     bool ask(const QString& text, bool = true, const QString& = QString()) override
     {
         const bool yes = text.startsWith(QLatin1String("The log file cannot be opened"));
-        m_err << oneLine(text) << (yes ? " Yes" : " No") << Qt::endl;
+        if (yes || !m_quiet)
+            m_err << CommandLineWording(text) << (yes ? " Yes" : " No") << Qt::endl;
         return yes;
     }
 
 private:
     QTextStream& m_err;
+    bool m_quiet;
+};
+
+// What a run prints while it works: status lines and plain progress lines on out for a log
+// file or pipe, a bar redrawn in place on err for a person at a terminal, or nothing.
+struct ProgressOutput
+{
+    bool statusLines = true;   // "Importing ..." and the like, on out
+    bool plainProgress = true; // "  10% Importing ..." in steps of ten, on out
+    bool bar = false;          // a bar on err, erased when its phase ends
 };
 
 class TerminalImportView final : public ImportView
 {
 public:
-    TerminalImportView(QTextStream& out, QTextStream& err, bool terminal, bool quiet)
-        : m_out(out), m_err(err), m_terminal(terminal), m_quiet(quiet)
+    TerminalImportView(QTextStream& out, QTextStream& err, ProgressOutput output)
+        : m_out(out), m_err(err), m_output(output)
     {
         m_sinceDraw.start();
     }
     ~TerminalImportView() override { endBar(); }
 
-    // Ends a progress bar line before the closing figures are printed.
+    // Takes the last bar off the screen before the closing figures are printed.
     void finish() { endBar(); }
 
     void setStatus(const QString& text) override
     {
         endBar();
         m_status = text;
-        m_lastTenth = -1;
-        if (!m_quiet)
+        m_lastTenth = 0;
+        if (m_output.statusLines)
             m_out << text << Qt::endl;
     }
     void setCounters(qint32 totalProcessed, qint32 added, qint32 duplicates,
@@ -115,16 +132,17 @@ public:
     }
     void setProgressValue(int value) override
     {
-        if (m_quiet || !m_visible || m_maximum <= m_minimum)
+        if (!m_visible || m_maximum <= m_minimum)
             return;
         const qint64 span = qint64(m_maximum) - m_minimum;
         const int percent =
             int(qBound(qint64(0), (qint64(value) - m_minimum) * 100 / span, qint64(100)));
-        if (m_terminal) {
+        if (m_output.bar) {
             // Redraw when the figure changes, and a few times a second for the counters.
             if (percent != m_lastPercent || m_sinceDraw.elapsed() >= 250 || value == m_maximum)
                 drawBar(percent);
-        } else if (percent / 10 > m_lastTenth && percent > 0) {
+        } else if (m_output.plainProgress && percent / 10 > m_lastTenth) {
+            // The first line comes at 10%: the status line has already said the phase began.
             m_lastTenth = percent / 10;
             m_out << "  " << m_lastTenth * 10 << "% " << m_status << Qt::endl;
         }
@@ -132,22 +150,25 @@ public:
     void setProgressVisible(bool visible) override { m_visible = visible; }
     void showNoProgressNotice(const QString& text) override
     {
-        if (!m_quiet)
+        if (m_output.statusLines)
             m_out << text << Qt::endl;
     }
     void yieldToEvents() override
     {
         if (QCoreApplication::instance())
             QCoreApplication::processEvents();
-        if (m_terminal && !m_quiet && !m_visible && m_sinceDraw.elapsed() >= 500) {
+        if (m_output.bar && !m_visible && m_sinceDraw.elapsed() >= 500) {
             m_err << "\r  " << m_total << " processed, " << m_added << " added, " << m_duplicates
-                  << " duplicates, " << m_illegal << " illegal" << Qt::flush;
+                  << " duplicates, " << m_illegal << " illegal" << kEraseToEnd << Qt::flush;
             m_barShown = true;
             m_sinceDraw.restart();
         }
     }
 
 private:
+    // ANSI "erase to end of line": a shorter redraw leaves nothing of the longer one.
+    static constexpr const char* kEraseToEnd = "\033[K";
+
     void drawBar(int percent)
     {
         constexpr int width = 40;
@@ -158,15 +179,17 @@ private:
         if (m_status.startsWith(QLatin1String("Importing")))
             m_err << "  " << m_total << " processed, " << m_added << " added, " << m_duplicates
                   << " dup., " << m_illegal << " illegal";
-        m_err << Qt::flush;
+        m_err << kEraseToEnd << Qt::flush;
         m_barShown = true;
         m_lastPercent = percent;
         m_sinceDraw.restart();
     }
+    // A bar belongs to its phase: once the phase is over, the line is wiped so that no
+    // half-drawn bar stays on the screen between the status lines.
     void endBar()
     {
         if (m_barShown) {
-            m_err << Qt::endl;
+            m_err << "\r" << kEraseToEnd << Qt::flush;
             m_barShown = false;
         }
         m_lastPercent = -1;
@@ -174,15 +197,14 @@ private:
 
     QTextStream& m_out;
     QTextStream& m_err;
-    bool m_terminal;
-    bool m_quiet;
+    ProgressOutput m_output;
     QString m_status;
     qint32 m_total = 0, m_added = 0, m_duplicates = 0, m_illegal = 0;
     int m_minimum = 0, m_maximum = 0;
     bool m_visible = true;
     bool m_barShown = false;
     int m_lastPercent = -1;
-    int m_lastTenth = -1;
+    int m_lastTenth = 0;
     QElapsedTimer m_sinceDraw;
 };
 
@@ -196,6 +218,14 @@ int listGroups(QTextStream& out)
 {
     for (const QString& name : LoadVTGroups())
         out << name << Qt::endl;
+    return kExitOk;
+}
+
+// Names only: the connection strings may hold passwords.
+int listConnections(QTextStream& out)
+{
+    for (const DSNEntry& entry : UpdateDSNListFromIni())
+        out << entry.name << Qt::endl;
     return kExitOk;
 }
 
@@ -219,9 +249,26 @@ int createGroup(const QString& requested, QTextStream& out)
     return kExitOk;
 }
 
-int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& err, bool terminal)
+// A connection whose choices were never saved would run "select * from " and fail late;
+// the wizard saves them when an import starts.
+bool hasSavedChoices(const ImportChoices& choices)
+{
+    const CMapping* email = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
+    const bool records = choices.FilterMethod == 1 ? !choices.AdvancedSQLString.trimmed().isEmpty()
+                                                   : !choices.SelectedTable.trimmed().isEmpty();
+    return records && email && !email->DBField.isEmpty();
+}
+
+// Runs the job and fills summary; on failure summary.error holds the reason.
+int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStream& out,
+              QTextStream& err, CliRunSummary& summary)
 {
     const QString connection = parser.value(QStringLiteral("connection"));
+    summary.connection = connection;
+    const auto fail = [&summary](const QString& reason) {
+        summary.error = reason;
+        return kExitFailed;
+    };
 
     // Exactly what leaving the wizard's connection step does: reset, then the saved choices.
     ImportChoices choices;
@@ -240,55 +287,59 @@ int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& e
             }
         }
     }
-    if (!found) {
-        err << "dbimport-cli: there is no connection named \"" << connection << "\" in "
-            << IniFilePath() << Qt::endl;
-        return kExitFailed;
-    }
+    if (!found)
+        return fail(QStringLiteral("there is no connection named \"") + connection +
+                    QStringLiteral("\" in ") + IniFilePath());
+    summary.connection = choices.DSNName;
     QString message;
-    if (!LoadImportSettings(choices, message)) {
-        err << "dbimport-cli: cannot load the saved choices of \"" << choices.DSNName
-            << "\": " << message << Qt::endl;
-        return kExitFailed;
-    }
+    if (!LoadImportSettings(choices, message))
+        return fail(QStringLiteral("cannot load the saved choices of \"") + choices.DSNName +
+                    QStringLiteral("\": ") + CommandLineWording(message));
     if (parser.isSet(QStringLiteral("group")))
         choices.VTGroup = parser.value(QStringLiteral("group"));
     if (parser.isSet(QStringLiteral("replace")))
         choices.ReplaceExisting = true;
     if (parser.isSet(QStringLiteral("no-replace")))
         choices.ReplaceExisting = false;
+    summary.group = choices.VTGroup;
+    summary.replace = choices.ReplaceExisting;
 
-    if (choices.VTGroup.trimmed().isEmpty()) {
-        err << "dbimport-cli: no destination Group is saved for \"" << choices.DSNName
-            << "\"; name one with --group" << Qt::endl;
-        return kExitFailed;
-    }
-    if (!FileExists(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"))) {
-        err << "dbimport-cli: the Group \"" << choices.VTGroup << "\" does not exist in "
-            << HostDataFolder() << " (create it with --create-group)" << Qt::endl;
-        return kExitFailed;
-    }
+    if (!hasSavedChoices(choices))
+        return fail(QStringLiteral("the connection \"") + choices.DSNName +
+                    QStringLiteral("\" has no saved import choices: open it once in the wizard "
+                                   "and start an import"));
+    if (choices.VTGroup.trimmed().isEmpty())
+        return fail(QStringLiteral("no destination Group is saved for \"") + choices.DSNName +
+                    QStringLiteral("\"; name one with --group"));
+    if (!FileExists(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb")))
+        return fail(QStringLiteral("the Group \"") + choices.VTGroup +
+                    QStringLiteral("\" does not exist in ") + HostDataFolder() +
+                    QStringLiteral(" (create it with --create-group)"));
 
-    const bool quiet = parser.isSet(QStringLiteral("quiet"));
-    TerminalImportView view(out, err, terminal, quiet);
+    TerminalImportView view(out, err, output);
     ImportEngine engine(choices, view);
     QString errorText;
+    QElapsedTimer clock;
+    clock.start();
+    const QDateTime started = QDateTime::currentDateTime().addSecs(-1);
     const bool ok = engine.DoImportJob(errorText);
     view.finish();
-    if (!ok) {
-        err << "dbimport-cli: the import failed: " << errorText << Qt::endl;
-        return kExitFailed;
-    }
+    summary.seconds = double(clock.nsecsElapsed()) / 1e9;
     const ImportEngine::Totals totals = engine.totals();
+    summary.processed = totals.totalProcessed;
+    summary.added = totals.added;
+    summary.duplicates = totals.duplicates;
+    summary.illegal = totals.illegal;
     if (LogFileNumber() != 0)
-        out << "Log file         : " << HostDataFolder() << "Database Import Log File.txt"
-            << Qt::endl;
-    else
-        out << "Log file         : (none)" << Qt::endl;
-    out << "Total Processed  : " << totals.totalProcessed << Qt::endl
-        << "Recipients Added : " << totals.added << Qt::endl
-        << "Duplicates       : " << totals.duplicates << Qt::endl
-        << "Illegal          : " << totals.illegal << Qt::endl;
+        summary.logPath =
+            NativePath(HostDataFolder() + QStringLiteral("Database Import Log File.txt"));
+    const QString report =
+        NativePath(HostDataFolder() + QStringLiteral("Database Import Report.csv"));
+    // Only a report this run wrote; one left by an earlier run says nothing about this one.
+    if (QFileInfo(report).isFile() && QFileInfo(report).lastModified() >= started)
+        summary.reportPath = report;
+    if (!ok)
+        return fail(QStringLiteral("the import failed: ") + CommandLineWording(errorText));
     return kExitOk;
 }
 
@@ -307,12 +358,15 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
     const QCommandLineOption replace(QStringLiteral("replace"));
     const QCommandLineOption noReplace(QStringLiteral("no-replace"));
     const QCommandLineOption quiet(QStringLiteral("quiet"));
+    const QCommandLineOption json(QStringLiteral("json"));
     const QCommandLineOption createGroupOption(QStringLiteral("create-group"), QString(),
                                                QStringLiteral("NAME"));
     const QCommandLineOption listGroupsOption(QStringLiteral("list-groups"));
+    const QCommandLineOption listConnectionsOption(QStringLiteral("list-connections"));
+    const QCommandLineOption version(QStringLiteral("version"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
-    parser.addOptions({dataFolder, connection, ini, group, replace, noReplace, quiet,
-                       createGroupOption, listGroupsOption, help});
+    parser.addOptions({dataFolder, connection, ini, group, replace, noReplace, quiet, json,
+                       createGroupOption, listGroupsOption, listConnectionsOption, version, help});
 
     if (!parser.parse(arguments))
         return usageError(err, parser.errorText());
@@ -320,48 +374,71 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
         out << kUsage << Qt::flush;
         return kExitOk;
     }
+    if (parser.isSet(version)) {
+        out << "dbimport-cli " << AppVersion() << Qt::endl;
+        return kExitOk;
+    }
     if (!parser.positionalArguments().isEmpty())
         return usageError(err, QStringLiteral("unexpected argument ") +
                                    parser.positionalArguments().first());
     const int actions = int(parser.isSet(connection)) + int(parser.isSet(createGroupOption)) +
-                        int(parser.isSet(listGroupsOption));
+                        int(parser.isSet(listGroupsOption)) +
+                        int(parser.isSet(listConnectionsOption));
     if (actions != 1)
-        return usageError(
-            err,
-            QStringLiteral("give exactly one of --connection, --create-group and --list-groups"));
-    if (!parser.isSet(dataFolder) || parser.value(dataFolder).isEmpty())
+        return usageError(err, QStringLiteral("give exactly one of --connection, --create-group, "
+                                              "--list-groups and --list-connections"));
+    const bool needsFolder = !parser.isSet(listConnectionsOption);
+    if (needsFolder && (!parser.isSet(dataFolder) || parser.value(dataFolder).isEmpty()))
         return usageError(err, QStringLiteral("--data-folder is required"));
     if (parser.isSet(replace) && parser.isSet(noReplace))
         return usageError(err, QStringLiteral("--replace and --no-replace exclude each other"));
-    if (!parser.isSet(connection) && (parser.isSet(group) || parser.isSet(replace) ||
-                                      parser.isSet(noReplace) || parser.isSet(quiet)))
-        return usageError(
-            err,
-            QStringLiteral("--group, --replace, --no-replace and --quiet go with --connection"));
-    if (parser.isSet(listGroupsOption) && parser.isSet(ini))
-        return usageError(err, QStringLiteral("--list-groups reads no settings file"));
+    if (!parser.isSet(connection) &&
+        (parser.isSet(group) || parser.isSet(replace) || parser.isSet(noReplace) ||
+         parser.isSet(quiet) || parser.isSet(json)))
+        return usageError(err, QStringLiteral("--group, --replace, --no-replace, --quiet and "
+                                              "--json go with --connection"));
 
-    QString folder = parser.value(dataFolder);
-    if (!QFileInfo(folder).isDir()) {
-        err << "dbimport-cli: the data folder " << folder << " does not exist" << Qt::endl;
-        return kExitFailed;
+    if (needsFolder) {
+        // Absolute, so that the paths printed at the end can be used from anywhere.
+        QString folder = parser.value(dataFolder);
+        if (!QFileInfo(folder).isDir()) {
+            err << "dbimport-cli: the data folder " << folder << " does not exist" << Qt::endl;
+            return kExitFailed;
+        }
+        folder = QFileInfo(folder).absoluteFilePath();
+        if (!folder.endsWith(QLatin1Char('/')))
+            folder += QLatin1Char('/');
+        SetHostDataFolder(folder);
     }
-    if (!folder.endsWith(QLatin1Char('/')))
-        folder += QLatin1Char('/');
-    SetHostDataFolder(folder);
     SetIniFilePath(parser.isSet(ini) ? parser.value(ini)
-                                     : QDir(QCoreApplication::applicationDirPath())
-                                           .filePath(QStringLiteral("dbimport.ini")));
+                                     : SettingsFilePath(QCoreApplication::applicationDirPath()));
 
-    PrintingMessageBoxes boxes(err);
+    const bool quietRun = parser.isSet(quiet);
+    const bool jsonRun = parser.isSet(json);
+    PrintingMessageBoxes boxes(err, quietRun);
     MessageBoxesGuard guard(&boxes);
     int result;
-    if (parser.isSet(listGroupsOption))
+    if (parser.isSet(listGroupsOption)) {
         result = listGroups(out);
-    else if (parser.isSet(createGroupOption))
+    } else if (parser.isSet(listConnectionsOption)) {
+        result = listConnections(out);
+    } else if (parser.isSet(createGroupOption)) {
         result = createGroup(parser.value(createGroupOption), out);
-    else
-        result = runImport(parser, out, err, terminal);
+    } else {
+        ProgressOutput output;
+        output.statusLines = !quietRun && !jsonRun;
+        output.plainProgress = output.statusLines && !terminal;
+        output.bar = !quietRun && terminal;
+        CliRunSummary summary;
+        result = runImport(parser, output, out, err, summary);
+        summary.exitStatus = result;
+        if (!summary.error.isEmpty())
+            err << "dbimport-cli: " << summary.error << Qt::endl;
+        if (jsonRun)
+            out << SummaryJson(summary);
+        else if (result == kExitOk && !quietRun)
+            out << SummaryText(summary);
+    }
     out.flush();
     err.flush();
     return result;

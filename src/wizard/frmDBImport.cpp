@@ -3,6 +3,7 @@
 
 #include "fieldmappingarea.h"
 #include "frmAddModGroup.h"
+#include "screenfit.h"
 
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
@@ -144,7 +145,8 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
     titleFont.setPointSizeF(titleFont.pointSizeF() * 1.25);
     ui->lblBannerTitle->setFont(titleFont);
     ui->picBannerIcon->setPixmap(bannerPixmap(44, palette()));
-    setWindowIcon(QIcon(bannerPixmap(32, palette())));
+    // The installed icon when there is one, else the banner's drum.
+    setWindowIcon(QIcon::fromTheme(QStringLiteral("dbimport"), QIcon(bannerPixmap(32, palette()))));
     // The counters change every few records while an import runs; a fixed size keeps each
     // change from laying out the whole step again.
     const int counterWidth = fontMetrics().horizontalAdvance(QStringLiteral("-2147483648")) + 8;
@@ -157,6 +159,21 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
     ui->lvwDSN->setHeaderLabels({QStringLiteral("Name"), QStringLiteral("Description")});
     ui->lvwDSN->header()->setStretchLastSection(true);
     ui->lvwDSN->setColumnWidth(0, 200);
+
+    // The window fits small and scaled screens: pages scroll, long names are shortened.
+    ScrollEachPage(ui->stkSteps);
+    ElideLongItems(ui->icmbTables);
+    ElideLongItems(ui->icmbGroups);
+    ElidingLabel::replace(ui->lblImportingFrom);
+    ElidingLabel::replace(ui->lblImportingTo);
+    m_lblNoGroups = new QLabel(
+        QStringLiteral("There are no Groups yet: click Create a New Group to make one."));
+    m_lblNoGroups->setObjectName(QStringLiteral("lblNoGroups"));
+    m_lblNoGroups->setWordWrap(true);
+    m_lblNoGroups->setVisible(false);
+    ui->layStep3->insertWidget(ui->layStep3->indexOf(ui->layGroups) + 1, m_lblNoGroups);
+    // Start waits for a Group.
+    connect(ui->icmbGroups, &QComboBox::currentIndexChanged, this, [this] { updateStartButton(); });
     ui->chkReplace->setText(QStringLiteral(
         "&Update existing recipients details with the new data in the database (Note: this "
         "will slow down the import process by a factor of 10)."));
@@ -221,6 +238,7 @@ void frmDBImport::UpdateDSNList()
     // Like a report list view, a filled list always has a selected row.
     if (ui->lvwDSN->topLevelItemCount() > 0)
         ui->lvwDSN->setCurrentItem(ui->lvwDSN->topLevelItem(0));
+    FitFirstColumn(ui->lvwDSN);
 }
 
 void frmDBImport::ResetChoices()
@@ -401,6 +419,7 @@ void frmDBImport::showStep(int step)
     ui->stkSteps->setCurrentIndex(step);
     ui->cmdPrev->setEnabled(step != 0);
     ui->cmdNext->setEnabled(step != kStepCount - 1);
+    updateStartButton();
 
     const StepBanner& banner = kBanners.at(static_cast<size_t>(step));
     ui->lblBannerTitle->setText(QStringLiteral("Database Import"));
@@ -449,6 +468,14 @@ void frmDBImport::StartImport()
 
     ui->cmdClose->setText(kCloseCaption);
     ui->cmdPrev->setEnabled(true);
+}
+
+void frmDBImport::updateStartButton()
+{
+    if (currentStep() != 3)
+        return;
+    m_lblNoGroups->setVisible(ui->icmbGroups->count() == 0);
+    ui->cmdNext->setEnabled(ui->icmbGroups->currentIndex() >= 0);
 }
 
 void frmDBImport::LoadGroups()
@@ -500,6 +527,8 @@ void frmDBImport::cmdCreateNewGroup_Click()
 
 void frmDBImport::showEvent(QShowEvent* event)
 {
+    if (m_firstActivation)
+        FitToScreen(this);
     QWidget::showEvent(event);
     if (m_firstActivation) {
         m_firstActivation = false;

@@ -15,6 +15,7 @@ class frmDBImport;
 class ImportRunBoxes;
 class FieldMappingArea;
 class ImportEngine;
+class QLabel;
 class QRadioButton;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
@@ -62,6 +63,7 @@ private:
     void StartImport();
     void UpdateDSNList();
     void LoadGroups();
+    void updateStartButton();
     void optFilterMethod_Click(int index);
     void cmdClose_Click();
     void cmdCreateNewGroup_Click();
@@ -72,6 +74,7 @@ private:
     std::unique_ptr<FieldMappingArea> m_mapping;
     ImportChoices m_choices;
     bool m_firstActivation = true;
+    QLabel* m_lblNoGroups = nullptr;      // step 4's hint when the data folder holds no Group
     ImportEngine* m_engine = nullptr;     // the running job, for Cancel
     ImportRunBoxes* m_runBoxes = nullptr; // the job's message boxes while it runs
 

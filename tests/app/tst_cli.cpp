@@ -3,7 +3,9 @@
 #include <QtTest>
 
 #include <csignal>
+#include <functional>
 
+#include "app/commandlinerunner.h"
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
 #include "import/groupstore.h"
@@ -12,6 +14,8 @@
 
 #include "sqlitefixture.h"
 #include "tempfolder.h"
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -32,15 +36,28 @@ QString binary(const QString& name)
     return QDir(qEnvironmentVariable("DBIMPORT_BIN_DIR")).filePath(name);
 }
 
-Run runProgram(const QString& program, const QStringList& arguments)
+// With filesFolder set, standard output and error go to files there, as cron sends them.
+Run runProgram(const QString& program, const QStringList& arguments,
+               const QString& filesFolder = QString())
 {
     QProcess process;
+    if (!filesFolder.isEmpty()) {
+        process.setStandardOutputFile(filesFolder + "/stdout.txt");
+        process.setStandardErrorFile(filesFolder + "/stderr.txt");
+    }
     process.start(program, arguments);
     Run run;
     if (process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit)
         run.exitCode = process.exitCode();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
+    if (filesFolder.isEmpty()) {
+        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        run.err = QString::fromUtf8(process.readAllStandardError());
+    }
+    for (auto [name, text] : {std::pair{"/stdout.txt", &run.out}, {"/stderr.txt", &run.err}}) {
+        QFile file(filesFolder + name);
+        if (!filesFolder.isEmpty() && file.open(QIODevice::ReadOnly))
+            *text = QString::fromUtf8(file.readAll());
+    }
     return run;
 }
 
@@ -68,7 +85,8 @@ class tst_Cli : public QObject
     {
         return SqliteColumn(m_group, "SELECT COUNT(*) || ',' || COUNT(DISTINCT lower(EmailAddress))"
                                      " || ',' || IFNULL(SUM(EmailAddress <> trim(EmailAddress)), 0)"
-                                     " FROM Recipients").join('|');
+                                     " FROM Recipients")
+            .join('|');
     }
 
     int records(const QString& where) const
@@ -78,28 +96,36 @@ class tst_Cli : public QObject
     }
 
     // A generated source and a settings file whose saved choices for "Contacts DB" import
-    // it into the Group "Customers".
-    void prepare(int rows, int seed = 7)
+    // it into the Group "Customers"; change, when given, saves further connections.
+    void prepare(int rows, int seed = 7,
+                 const QList<std::pair<QString, std::function<void(ImportChoices&)>>>& others = {})
     {
         const QString source = m_folder->filePath("source.db");
         const Run gen = runProgram(binary("dbimport-gensource"), {source, QString::number(rows),
                                                                   "--seed", QString::number(seed)});
         QVERIFY2(gen.exitCode == 0, qPrintable(gen.err + gen.out));
         SetIniFilePath(m_ini);
-        QString message;
-        ImportChoices choices;
-        choices.DSNName = "Contacts DB";
-        choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
-        QVERIFY(MaintainDSN(choices.DSNName, choices.ConnectionString, ConnectionAction::Add,
-                            message));
-        choices.SelectedTable = "Contacts";
-        choices.FieldMappings.Add("EMailAddress", "Email");
-        choices.FieldMappings.Add("FullNameMacro", "Full Name");
-        choices.FieldMappings.Add("City", "City");
-        choices.FieldMappings.Add("Company", "Company");
-        choices.VTGroup = "Customers";
-        long number = 0;
-        QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+        QList<std::pair<QString, std::function<void(ImportChoices&)>>> connections = {
+            {"Contacts DB", nullptr}};
+        connections += others;
+        for (const auto& [name, change] : connections) {
+            QString message;
+            ImportChoices choices;
+            choices.DSNName = name;
+            choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
+            QVERIFY(MaintainDSN(choices.DSNName, choices.ConnectionString, ConnectionAction::Add,
+                                message));
+            choices.SelectedTable = "Contacts";
+            choices.FieldMappings.Add("EMailAddress", "Email");
+            choices.FieldMappings.Add("FullNameMacro", "Full Name");
+            choices.FieldMappings.Add("City", "City");
+            choices.FieldMappings.Add("Company", "Company");
+            choices.VTGroup = "Customers";
+            if (change)
+                change(choices);
+            long number = 0;
+            QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+        }
         SetIniFilePath(QString());
         m_iniBytes = m_folder->readFile("dbimport.ini");
     }
@@ -121,7 +147,8 @@ private slots:
         m_folder->writeFile("data/Existing.gdb", "precious");
         const QStringList data{"--data-folder", m_data};
         const QString usage = "Usage:";
-        const QList<std::tuple<QStringList, int, QString>> cases = {{{}, 2, usage},
+        const QList<std::tuple<QStringList, int, QString>> cases = {
+            {{}, 2, usage},
             {{"--connection", "X"}, 2, usage},
             {data + QStringList{"--list-groups", "--create-group", "A"}, 2, usage},
             {data + QStringList{"--connection", "X", "--replace", "--no-replace"}, 2, usage},
@@ -131,7 +158,9 @@ private slots:
             {data + QStringList{"--list-groups", "--group", "G"}, 2, usage},
             {data + QStringList{"--create-group", "  Spring Fair  "}, 0, ""},
             {data + QStringList{"--create-group", "Existing"}, 1,
-             "A Group by the name: Existing\nalready exists."},
+             "A Group by the name: Existing already exists.\n"},
+            {data + QStringList{"--list-groups", "--ini", m_ini}, 0, ""},
+            {data + QStringList{"--list-groups", "--json"}, 2, usage},
             {data + QStringList{"--create-group", "All Groups"}, 1,
              "Sorry but this Group name cannot be used."},
             {data + QStringList{"--create-group", "   "}, 1, "Please enter a Group name."},
@@ -139,7 +168,7 @@ private slots:
         for (const auto& [arguments, exitCode, error] : cases) {
             const Run run = runProgram(binary("dbimport-cli"), arguments);
             QVERIFY2(run.exitCode == exitCode && run.err.contains(error) &&
-                         (exitCode != 2 || run.out.isEmpty()),
+                         (exitCode != 2 || run.out.isEmpty()) && !run.err.contains("Click OK"),
                      qPrintable(arguments.join(' ') + ": " + run.err));
         }
         QVERIFY(GroupStore::checkFile(QDir(m_data).filePath("Spring Fair.gdb")));
@@ -156,9 +185,11 @@ private slots:
         prepare(2000);
         // Failures import nothing, and a file that is no Group is left as it was.
         m_folder->writeFile("data/Broken.gdb", "just text");
-        const QList<QPair<QStringList, QString>> failures = {{{"Nobody's DB"}, "\"Nobody's DB\""},
+        const QList<QPair<QStringList, QString>> failures = {
+            {{"Nobody's DB"}, "\"Nobody's DB\""},
             {{"Contacts DB"}, "\"Customers\""},
-            {{"Contacts DB", "--group", "Broken"}, "the import failed: 3100 - "}};
+            {{"Contacts DB", "--group", "Broken"}, "the import failed: "},
+            {{"Contacts DB", "--group", "Broken"}, "(error 3100)\n"}};
         for (const auto& [arguments, error] : failures) {
             const Run run = job(arguments);
             QVERIFY2(run.exitCode == 1 && run.err.contains(error), qPrintable(run.err));
@@ -170,6 +201,7 @@ private slots:
         const Run run = job({"contacts db"});
         QCOMPARE(run.exitCode, 0);
         QVERIFY2(!run.out.contains('\r'), "plain lines when not on a terminal");
+        QVERIFY2(!run.out.contains("  0% "), "no progress line before the first tenth");
         for (const char* line :
              {"Importing ...\n", "Import Complete ...\n", "  100% Importing ...\n"})
             QVERIFY2(run.out.contains(line), line);
@@ -177,7 +209,10 @@ private slots:
         QVERIFY2(run.err.contains("Would you like to review the log file now? No"),
                  qPrintable(run.err));
         const QString log = QDir(m_data).filePath("Database Import Log File.txt");
-        QVERIFY(run.out.contains("Log file         : " + log + '\n'));
+        for (const QString& line :
+             QStringList{"Connection       : Contacts DB", "Group            : Customers",
+                         "Mode             : add", "Log file         : " + log + '\n'})
+            QVERIFY2(run.out.contains(line), qPrintable(line));
         const int total = run.figure("Total Processed  : ");
         const int added = run.figure("Recipients Added : ");
         const int illegal = run.figure("Illegal          : ");
@@ -186,21 +221,122 @@ private slots:
         QVERIFY(illegal > 0 && added < total - illegal);
         // The Group holds what was reported: unique addresses, stored trimmed.
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
-        QVERIFY(m_folder->readFile("data/Database Import Log File.txt").contains(
-            "#   DSN : Contacts DB\r\n#   Destination Group : Customers\r\n"
-            "#   Replace : False\r\n"));
+        QVERIFY(m_folder->readFile("data/Database Import Log File.txt")
+                    .contains("#   DSN : Contacts DB\r\n#   Destination Group : Customers\r\n"
+                              "#   Replace : False\r\n"));
 
-        // The Group and Replace given on the command line win over the saved ones.
+        // The Group and Replace given on the command line win over the saved ones. A quiet
+        // run that goes well leaves nothing for cron to mail, and the JSON summary holds the
+        // same figures as the Group.
         m_data += '/';
         QCOMPARE(cli({"--create-group", "Other"}).exitCode, 0);
-        const Run other = job({"Contacts DB", "--group", "Other", "--replace", "--quiet"});
-        QVERIFY(other.exitCode == 0 && !other.out.contains("Importing ..."));
-        QCOMPARE(other.figure("Recipients Added : "), added);
-        QVERIFY(m_folder->readFile("data/Database Import Log File.txt").contains(
-            "#   Destination Group : Other\r\n#   Replace : True\r\n"));
+        const Run quiet = runProgram(binary("dbimport-cli"),
+                                     {"--data-folder", m_data, "--ini", m_ini, "--connection",
+                                      "Contacts DB", "--group", "Other", "--replace", "--quiet"},
+                                     m_folder->path());
+        QVERIFY2(quiet.exitCode == 0 && quiet.out.isEmpty() && quiet.err.isEmpty(),
+                 qPrintable(quiet.out + quiet.err));
+        QVERIFY(m_folder->readFile("data/Database Import Log File.txt")
+                    .contains("#   Destination Group : Other\r\n#   Replace : True\r\n"));
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
+        const Run json = job({"Contacts DB", "--group", "Other", "--json"});
+        QJsonParseError error;
+        const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8(), &error).object();
+        QVERIFY2(error.error == QJsonParseError::NoError && json.exitCode == 0,
+                 qPrintable(json.out));
+        QCOMPARE(o["connection"].toString() + '|' + o["group"].toString() + '|' +
+                     QString::number(o["replace"].toBool()) + '|' + o["log"].toString(),
+                 "Contacts DB|Other|0|" + QDir::cleanPath(log));
+        QCOMPARE(o["processed"].toInt(), 2000);
+        QCOMPARE(o["added"].toInt(), 0);
+        QCOMPARE(o["duplicates"].toInt() + o["illegal"].toInt(), 2000);
+        QVERIFY(o["seconds"].toDouble() > 0 && o["exitStatus"].toInt() == 0 && o["error"].isNull());
         // Scheduled runs never change the choices the user saved.
         QCOMPARE(m_folder->readFile("dbimport.ini"), m_iniBytes);
+    }
+
+    // On a terminal the bars are drawn in place and wiped when their phase ends: what stays
+    // on the screen of standard error is the one question, no half-drawn bar.
+    void terminalKeepsNoBars()
+    {
+        prepare(30000);
+        QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
+        QString out, err;
+        QTextStream outStream(&out), errStream(&err);
+        const QStringList arguments{"dbimport-cli", "--data-folder", m_data,       "--ini",
+                                    m_ini,          "--connection",  "Contacts DB"};
+        QCOMPARE(RunCommandLine(arguments, outStream, errStream, true), 0);
+        QVERIFY2(err.count('\r') > 10, "bars were drawn");
+        QStringList screen; // each line as a terminal leaves it
+        for (const QString& line : err.split('\n')) {
+            QString shown;
+            qsizetype cursor = 0;
+            for (qsizetype i = 0; i < line.size(); ++i) {
+                if (line[i] == '\r') {
+                    cursor = 0;
+                } else if (line.mid(i, 3) == "\033[K") { // erase to the end of the line
+                    shown.truncate(cursor);
+                    i += 2;
+                } else {
+                    shown.resize(std::max(shown.size(), cursor + 1));
+                    shown[cursor++] = line[i];
+                }
+            }
+            screen << shown;
+        }
+        QCOMPARE(screen, QStringList({"Would you like to review the log file now? No", ""}));
+        QVERIFY(out.startsWith("Resetting duplicate check list ...\nLoading existing Group ...\n"));
+    }
+
+    // Connections whose choices were never completed are refused before anything runs;
+    // listing the connections shows their names, never their strings.
+    void incompleteChoicesAndConnectionList()
+    {
+        prepare(10, 7,
+                {{"No Table", [](ImportChoices& c) { c.SelectedTable.clear(); }},
+                 {"No Statement", [](ImportChoices& c) { c.FilterMethod = 1; }},
+                 {"No Email", [](ImportChoices& c) { c.FieldMappings.Delete("EMailAddress"); }}});
+        QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
+        for (const QString name : {"No Table", "No Statement", "No Email"}) {
+            const Run run = job({name, "--json"});
+            const QString error = "the connection \"" + name +
+                                  "\" has no saved import choices: "
+                                  "open it once in the wizard and start an import";
+            const QJsonObject o = QJsonDocument::fromJson(run.out.toUtf8()).object();
+            QVERIFY2(run.exitCode == 1 && run.err == "dbimport-cli: " + error + '\n' &&
+                         o["error"] == error && o["exitStatus"] == 1,
+                     qPrintable(run.err + run.out));
+        }
+        QVERIFY(!QFileInfo::exists(QDir(m_data).filePath("Database Import Log File.txt")));
+        QCOMPARE(records("1"), 0);
+
+        const Run list = runProgram(binary("dbimport-cli"), {"--list-connections", "--ini", m_ini});
+        QCOMPARE(list.exitCode, 0);
+        QCOMPARE(list.out, "Contacts DB\nNo Table\nNo Statement\nNo Email\n");
+    }
+
+    // Every option the manual page describes is in --help, and the other way round.
+    void helpMatchesManualPage()
+    {
+        QFile page(QStringLiteral(DBIMPORT_SOURCE_DIR "/docs/dbimport-cli.1"));
+        QVERIFY(page.open(QIODevice::ReadOnly));
+        const QString manual = QString::fromUtf8(page.readAll()).replace("\\-", "-");
+        const Run help = runProgram(binary("dbimport-cli"), {"--help"});
+        QCOMPARE(help.exitCode, 0);
+        const QRegularExpression option("^\\.TP\n\\.B (--[a-z-]+)",
+                                        QRegularExpression::MultilineOption);
+        const QRegularExpression helpOption("^  (--[a-z-]+)", QRegularExpression::MultilineOption);
+        QStringList documented, offered;
+        for (const auto& m : option.globalMatch(manual))
+            documented << m.captured(1);
+        for (const auto& m : helpOption.globalMatch(help.out))
+            offered << m.captured(1);
+        documented.sort();
+        offered.sort();
+        QVERIFY(offered.size() >= 13);
+        QCOMPARE(documented, offered);
+        const Run version = runProgram(binary("dbimport-cli"), {"--version"});
+        QCOMPARE(version.out, u"dbimport-cli " DBIMPORT_VERSION_STRING "\n"_s);
     }
 
     void killedMidImportKeepsCommittedBatches()
@@ -230,7 +366,7 @@ private slots:
         QVERIFY2(kept >= seen && kept < 400000, qPrintable(QString::number(kept)));
         QCOMPARE(records("EmailAddress IS NULL OR DateAdded IS NULL OR City IS NULL"), 0);
         // Running again finishes the job: the kept records count as duplicates.
-        const Run rerun = job({"Contacts DB", "--quiet"});
+        const Run rerun = job({"Contacts DB"});
         const int added = rerun.figure("Recipients Added : ");
         QVERIFY(rerun.exitCode == 0 && added >= 0);
         QCOMPARE(summary(), QString("%1,%1,0").arg(kept + added));

@@ -96,11 +96,32 @@ void tst_frmDBImport::refusals()
     QVERIFY(nextTo(f, 2));
     combo(f, "cmbEmail")->setCurrentIndex(2);
     QVERIFY(nextTo(f, 3));
-    // The saved Group is gone: no stand-in is chosen.
+    // The saved Group is gone: no stand-in is chosen, and Start waits for a choice. With no
+    // Group at all the step says how to make one.
     QCOMPARE(combo(f, "icmbGroups")->currentIndex(), -1);
-    QCOMPARE(refusal(f, env.boxes), u"A Group must be selected to import the data into."_s);
-    click(f, "cmdPrev");
-    QVERIFY(currentStep(f) == 2 && env.boxes.shown().size() == 1);
+    const QList<std::tuple<bool, int, bool, bool>> groupCases = {
+        // a Group exists, index picked, Start enabled, hint shown
+        {true, -1, false, false},
+        {true, 0, true, false},
+        {false, -1, false, true}};
+    for (const auto& [exists, index, start, hint] : groupCases) {
+        click(f, "cmdPrev");
+        if (exists)
+            QFile::remove(env.groupFile(u"Members"_s));
+        env.createGroups(exists ? QStringList{u"Members"_s} : QStringList{});
+        if (!exists)
+            QVERIFY(QFile::remove(env.groupFile(u"Members"_s)));
+        QVERIFY(nextTo(f, 3));
+        combo(f, "icmbGroups")->setCurrentIndex(index);
+        QCOMPARE(button(f, "cmdNext")->isEnabled(), start);
+        QCOMPARE(control<QLabel>(f, "lblNoGroups")->isVisible(), hint);
+    }
+    // Asked to go on without a Group all the same, the step still refuses.
+    env.boxes.clear();
+    f->ChangeStep(1);
+    QCOMPARE(currentStep(f), 3);
+    QCOMPARE(env.boxes.texts(),
+             QStringList{u"A Group must be selected to import the data into."_s});
     form->close();
 }
 
