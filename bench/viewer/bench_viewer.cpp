@@ -98,7 +98,8 @@ int viewer(const QString& conString, const QString& sql)
         [&] {
             grid->scrollToBottom();
             const int last = model->rowCount() - 1;
-            return last >= 0 && dialog->loadedRows() >= label->text().section(' ', 0, 0).toLongLong() &&
+            return last >= 0 &&
+                   dialog->loadedRows() >= label->text().section(' ', 0, 0).toLongLong() &&
                    model->data(model->index(last, 0)).isValid();
         },
         stall);

@@ -19,8 +19,8 @@ private slots:
         DataRow("empty box", "Customers", "City", "|", "Customers.City |");
         DataRow("bracketed field after a blank", "Customers", "Last Name", "select |",
                 "select Customers.[Last Name]|");
-        DataRow("comma only after a bracket", "Customers", "City",
-                "select Customers.[Last Name]|", "select Customers.[Last Name], Customers.City |");
+        DataRow("comma only after a bracket", "Customers", "City", "select Customers.[Last Name]|",
+                "select Customers.[Last Name], Customers.City |");
         DataRow("no comma after a plain name", "Customers", "City", "select Customers.City |",
                 "select Customers.City Customers.City |");
         DataRow("blank added after plain text", "Customers", "City", "select|",
@@ -30,12 +30,11 @@ private slots:
         DataRow("table with a blank, plain field", "Order Details", "Quantity", "select |",
                 "select [Order Details].Quantity |");
         DataRow("no table chosen", "", "Total", "select |", "select .Total |");
-        DataRow("text after the caret moved apart", "Customers", "Email",
-                "select |from Customers", "select Customers.Email | from Customers");
+        DataRow("text after the caret moved apart", "Customers", "Email", "select |from Customers",
+                "select Customers.Email | from Customers");
         DataRow("text after a blank kept", "Customers", "Last Name", "select | from Customers",
                 "select Customers.[Last Name]| from Customers");
-        DataRow("caret at the start", "Customers", "City", "|select",
-                "Customers.City | select");
+        DataRow("caret at the start", "Customers", "City", "|select", "Customers.City | select");
         DataRow("names trimmed", " Customers ", " City ", "select |", "select Customers.City |");
         DataRow("over line breaks", "Customers", "City", "select\n|", "select\n Customers.City |");
     }

@@ -27,10 +27,9 @@
 
 namespace {
 
-const QStringList kPeople = {
-    "CREATE TABLE People (name TEXT, town TEXT, age INTEGER)",
-    "INSERT INTO People VALUES ('Ann', 'Leeds', 25), ('Bob', 'York', 41), "
-    "('SELECT', 'Leeds', 37), ('Cy', 'Hull', 30)"};
+const QStringList kPeople = {"CREATE TABLE People (name TEXT, town TEXT, age INTEGER)",
+                             "INSERT INTO People VALUES ('Ann', 'Leeds', 25), ('Bob', 'York', 41), "
+                             "('SELECT', 'Leeds', 37), ('Cy', 'Hull', 30)"};
 
 // A source holding People, reached as the row says: "qsqlite" (Qt's driver, read-only
 // file), "sqlite-odbc" (a driver that takes writes, so only the rollback guards the file)
@@ -238,7 +237,8 @@ private slots:
         add("Or", "age", "is Greater Than", "30");
         QCOMPARE(m_boxes.texts(), QStringList());
         add("And", "town", "Equals", "'LEEDS'"); // keys ignore case: the same rule again
-        QCOMPARE(m_boxes.texts(), QStringList{"This rule already exists - duplicates are not allowed."});
+        QCOMPARE(m_boxes.texts(),
+                 QStringList{"This rule already exists - duplicates are not allowed."});
         add("Or", "town", "Equals", "'Leeds'");
         QCOMPARE(ruleTexts(rules),
                  (QStringList{"And|town|=|'Leeds'", "Or|age|>|30", "Or|town|=|'Leeds'"}));
@@ -310,8 +310,8 @@ private slots:
         DataRow("postgres empty result", "postgres", "select * from people where 1 = 0",
                 "0 Records Returned ...", 3);
         DataRow("read-only file refuses a hidden delete", "qsqlite", hiddenDelete, "8 - ", 0);
-        DataRow("hidden delete rolled back", "sqlite-odbc", hiddenDelete,
-                "0 Records Returned ...", 0);
+        DataRow("hidden delete rolled back", "sqlite-odbc", hiddenDelete, "0 Records Returned ...",
+                0);
         DataRow("postgres hidden delete rolled back", "postgres", hiddenDelete,
                 "0 Records Returned ...", 0);
         DataRow("source error", "postgres", "select * from Nowhere", "1 - ", 0);
