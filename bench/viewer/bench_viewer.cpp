@@ -162,7 +162,7 @@ int reference(const QString& conString, const QString& sql)
         rows.setForwardOnly(true);
         if (!rows.exec(sql) || !rows.next())
             return 1;
-        print("ref_first_row_ms", clock.elapsed());
+        std::printf("ref_first_row_ms %.1f\n", clock.nsecsElapsed() / 1e6);
         const int columns = rows.record().count();
         qint64 n = 0;
         qint64 chars = 0;
