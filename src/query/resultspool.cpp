@@ -19,6 +19,7 @@ namespace {
 constexpr int kFirstBlockRows = 200;
 constexpr qsizetype kBlockBytes = 256 * 1024;
 constexpr qint64 kBlockMs = 100;
+constexpr qint64 kFirstRowsWaitMs = 500;
 
 // PostgreSQL's ODBC driver reads a whole result into memory before it hands over the first
 // row unless it is told to read through a cursor; other drivers ignore the keyword.
@@ -105,10 +106,15 @@ bool ResultSpool::start(const QString& conString, const QString& sql, QString& e
     m_counter.reset(QThread::create([this, conString, sql] { countRows(conString, sql); }));
     m_counter->start();
 
+    // A statement the source took but whose first rows are slow to come (a filter that
+    // matches little of a large table) still opens the window soon; rows follow as found.
     QMutexLocker lock(&m_mutex);
-    while (!m_started)
-        m_startedCondition.wait(&m_mutex);
-    if (m_startError.isEmpty())
+    QElapsedTimer waiting;
+    waiting.start();
+    while (!m_started && !(m_executed && waiting.elapsed() >= kFirstRowsWaitMs))
+        m_startedCondition.wait(&m_mutex, 20);
+    m_startReturned = true;
+    if (!m_started || m_startError.isEmpty())
         return true;
     errorText = m_startError;
     m_stop = true;
@@ -122,16 +128,24 @@ void ResultSpool::stop()
 
 void ResultSpool::readRows(const QString& conString, const QString& sql)
 {
-    QString startError;
+    // Hands the outcome to start(), which waits for it; false when start() has had it.
     auto started = [this](const QString& error) {
         QMutexLocker lock(&m_mutex);
         if (m_started)
-            return;
+            return false;
+        if (m_startReturned) {
+            // Too late for start() to report: the window is open and shows it.
+            m_started = true;
+            m_finished = !error.isEmpty() || m_finished;
+            m_readError = error;
+            return true;
+        }
         m_startError = error;
         m_started = true;
         if (!error.isEmpty())
             m_finished = true;
         m_startedCondition.wakeAll();
+        return true;
     };
 
     QFile out(m_spool.fileName());
@@ -154,15 +168,14 @@ void ResultSpool::readRows(const QString& conString, const QString& sql)
             started(SourceConnection::errorText(query.lastError()));
             return;
         }
+        const QSqlRecord record = query.record();
+        {
+            QMutexLocker lock(&m_mutex);
+            for (int i = 0; query.isSelect() && i < record.count(); ++i)
+                m_columns << record.fieldName(i);
+            m_executed = true;
+        }
         if (query.isSelect()) {
-            const QSqlRecord record = query.record();
-            QStringList columns;
-            for (int i = 0; i < record.count(); ++i)
-                columns << record.fieldName(i);
-            {
-                QMutexLocker lock(&m_mutex);
-                m_columns = columns;
-            }
 
             QByteArray block;
             QList<qint64> offsets;
@@ -207,10 +220,8 @@ void ResultSpool::readRows(const QString& conString, const QString& sql)
                 ok = flush();
             if (ok && !m_stop && query.lastError().isValid()) {
                 const QString failure = SourceConnection::errorText(query.lastError());
-                if (!m_started) {
-                    started(failure);
+                if (started(failure))
                     return;
-                }
                 QMutexLocker lock(&m_mutex);
                 m_readError = failure;
                 ok = false;

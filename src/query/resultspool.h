@@ -24,8 +24,9 @@ public:
     ResultSpool(const ResultSpool&) = delete;
     ResultSpool& operator=(const ResultSpool&) = delete;
 
-    // Runs sql and waits until it has been executed and its first rows read. False with
-    // errorText ("<number> - <description>") when the source refuses the connection or the
+    // Runs sql and waits until it has been executed and its first rows read (or, when
+    // they are slow to come, half a second after it was executed). False with errorText
+    // ("<number> - <description>") when the source refuses the connection or the
     // statement. Call once.
     bool start(const QString& conString, const QString& sql, QString& errorText);
     // Ends both threads at their next row; what was read stays readable.
@@ -50,6 +51,8 @@ private:
     mutable QMutex m_mutex;
     QWaitCondition m_startedCondition;
     bool m_started = false;
+    bool m_executed = false;      // the source took the statement
+    bool m_startReturned = false; // start() has returned; later failures are read errors
     QString m_startError;
     QString m_readError;
     QStringList m_columns;
