@@ -176,7 +176,6 @@ void ResultSpool::readRows(const QString& conString, const QString& sql)
             m_executed = true;
         }
         if (query.isSelect()) {
-
             QByteArray block;
             QList<qint64> offsets;
             qint64 fileEnd = 0;
