@@ -256,6 +256,25 @@ private slots:
         QCOMPARE(source.column(QString(sql).replace("*", "name") + " ORDER BY name"),
                  (QStringList{"Ann", "Bob", "SELECT"}));
 
+        // A double-click modifies the rule in place, under the key it was added with: its
+        // old values are still refused, its new ones are not.
+        whenModal("frmImportFilters", [](QWidget* editor) {
+            QCOMPARE(child<QComboBox>(editor, "cmbLogicalOp")->currentText(), "Or");
+            QCOMPARE(child<QLineEdit>(editor, "txtValue")->text(), "'Leeds'");
+            fillRule(editor, QString(), "town", "Equals", "York");
+        });
+        const QRect second = list->visualItemRect(list->item(1));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, second.center());
+        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, second.center());
+        QCOMPARE(lines(list), (QStringList{"age is Greater Than 30", "town Equals 'York'"}));
+        m_boxes.clear();
+        add("Or", "town", "Equals", "'Leeds'");
+        add("Or", "town", "Equals", "'York'");
+        QCOMPARE(m_boxes.texts(),
+                 QStringList{"This rule already exists - duplicates are not allowed."});
+        QCOMPARE(ruleTexts(rules),
+                 (QStringList{"Or|age|>|30", "Or|town|=|'York'", "Or|town|=|'York'"}));
+
         m_boxes.clear();
         list->clearSelection();
         QTest::mouseClick(child<QPushButton>(&builder, "cmdRemoveFilter"), Qt::LeftButton);
@@ -263,7 +282,7 @@ private slots:
         QCOMPARE(m_boxes.texts(),
                  (QStringList{"A filter must be selected from the list in order to remove it.",
                               "Select a rule to Edit."}));
-        QCOMPARE(rules.Count(), 2);
+        QCOMPARE(rules.Count(), 3);
         builder.close();
     }
 
