@@ -2,6 +2,8 @@
 
 #include "query/resultspool.h"
 
+#include <QBrush>
+
 namespace {
 
 constexpr int kBlockRows = 256;
@@ -59,7 +61,14 @@ const QStringList* ResultsModel::cachedRow(int row) const
 
 QVariant ResultsModel::data(const QModelIndex& index, int role) const
 {
-    if (!index.isValid() || (role != Qt::DisplayRole && role != Qt::ToolTipRole))
+    if (!index.isValid())
+        return QVariant();
+    // Rows the grid already has a place for but that are not read yet are shaded, so that
+    // an empty row is not taken for empty values.
+    if (role == Qt::BackgroundRole)
+        return index.row() >= m_loaded ? QVariant(QBrush(Qt::lightGray, Qt::Dense6Pattern))
+                                       : QVariant();
+    if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
         return QVariant();
     const QStringList* values = cachedRow(index.row());
     return values ? QVariant(values->value(index.column())) : QVariant();
