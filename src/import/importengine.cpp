@@ -197,7 +197,11 @@ public:
 
     QString importSql() const
     {
-        return choices.FilterMethod == 1 ? choices.AdvancedSQLString
+        // Saving the choices at Start leaves the record's statement with its line breaks
+        // as "¬" (the log shows it so); the source gets the statement as the user typed it,
+        // as it would after the choices were loaded again.
+        return choices.FilterMethod == 1 ? QString(choices.AdvancedSQLString)
+                                               .replace(QChar(0x00AC), QStringLiteral("\r\n"))
                                          : BuildImportSQL(choices.SelectedTable, choices.Rules);
     }
 

@@ -19,6 +19,7 @@ CRule* CRules::Add(const QString& fieldName, const QString& opDisplay, const QSt
                        QStringLiteral("This key is already associated with an element of "
                                       "this collection"));
     m_rules.append(rule);
+    m_keys.append(rule.key());
     return &m_rules.last();
 }
 
@@ -35,12 +36,21 @@ const CRule* CRules::Item(const QString& key) const
     return index < 0 ? nullptr : &m_rules.at(index);
 }
 
+void CRules::Modify(int position, const CRule& rule)
+{
+    if (position < 1 || position > m_rules.size())
+        throw AppError(AppError::InvalidProcedureCall,
+                       QStringLiteral("Invalid procedure call or argument"));
+    m_rules[position - 1] = rule;
+}
+
 void CRules::Remove(int position)
 {
     if (position < 1 || position > m_rules.size())
         throw AppError(AppError::InvalidProcedureCall,
                        QStringLiteral("Invalid procedure call or argument"));
     m_rules.removeAt(position - 1);
+    m_keys.removeAt(position - 1);
 }
 
 void CRules::Remove(const QString& key)
@@ -50,12 +60,13 @@ void CRules::Remove(const QString& key)
         throw AppError(AppError::InvalidProcedureCall,
                        QStringLiteral("Invalid procedure call or argument"));
     m_rules.removeAt(index);
+    m_keys.removeAt(index);
 }
 
 int CRules::indexOfKey(const QString& key) const
 {
     for (int i = 0; i < m_rules.size(); ++i) {
-        if (m_rules.at(i).key().compare(key, Qt::CaseInsensitive) == 0)
+        if (m_keys.at(i).compare(key, Qt::CaseInsensitive) == 0)
             return i;
     }
     return -1;

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 // One filter rule: field, operator, value, and how it joins the rule before it.
 struct CRule
@@ -12,7 +13,8 @@ struct CRule
     QString OpSQL;     // "=", "!=", "<", ">", "like"
     QString Value;     // written into SQL as it stands, quotes included
 
-    // LogicalOp + FieldName + OpDisplay + Value: the rule's key in a CRules list.
+    // LogicalOp + FieldName + OpDisplay + Value: the key a CRules list files the rule under
+    // when it is added.
     QString key() const { return LogicalOp + FieldName + OpDisplay + Value; }
 };
 
@@ -28,10 +30,19 @@ public:
     // nullptr for a position or key that does not exist.
     const CRule* Item(int position) const;
     const CRule* Item(const QString& key) const;
+    // Rewrites the rule at position in place. It stays filed under the key it was added
+    // with, so no duplicate test is made: a later Add of its old values is refused while
+    // an Add of its new ones is not. Throws AppError(InvalidProcedureCall) for a position
+    // that does not exist.
+    void Modify(int position, const CRule& rule);
     // Throws AppError(InvalidProcedureCall) for a position or key that does not exist.
     void Remove(int position);
     void Remove(const QString& key);
-    void Clear() { m_rules.clear(); }
+    void Clear()
+    {
+        m_rules.clear();
+        m_keys.clear();
+    }
 
     QList<CRule>::const_iterator begin() const { return m_rules.cbegin(); }
     QList<CRule>::const_iterator end() const { return m_rules.cend(); }
@@ -39,4 +50,5 @@ public:
 private:
     int indexOfKey(const QString& key) const;
     QList<CRule> m_rules;
+    QStringList m_keys; // index for index with m_rules
 };

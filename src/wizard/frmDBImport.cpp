@@ -5,6 +5,9 @@
 #include "frmAddModGroup.h"
 #include "screenfit.h"
 
+#include "query/forms/frmQueryAdvanced.h"
+#include "query/forms/frmQueryBuilder.h"
+
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
 #include "datasource/modADO.h"
@@ -202,10 +205,9 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
             [this] { notAvailableYet(QStringLiteral("Deleting a database connection")); });
     connect(ui->cmdExamine, &QPushButton::clicked, this,
             [this] { notAvailableYet(QStringLiteral("The connection examiner")); });
-    connect(ui->cmdQueryBuilder, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("The Query Builder")); });
+    connect(ui->cmdQueryBuilder, &QPushButton::clicked, this, &frmDBImport::cmdQueryBuilder_Click);
     connect(ui->cmdAdvancedQuery, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("Entering freeform SQL")); });
+            &frmDBImport::cmdAdvancedQuery_Click);
 
     ui->stkSteps->setCurrentIndex(0);
     optFilterMethod_Click(0);
@@ -497,6 +499,35 @@ void frmDBImport::optFilterMethod_Click(int index)
           static_cast<QWidget*>(ui->lblQueryBuilderRules)})
         w->setEnabled(table);
     ui->cmdAdvancedQuery->setEnabled(!table);
+}
+
+void frmDBImport::cmdQueryBuilder_Click()
+{
+    // The builder edits a copy: Cancel leaves the rules as they were before it opened.
+    CRules rules = m_choices.Rules;
+    frmQueryBuilder builder(this);
+    builder.DSNString = m_choices.ConnectionString;
+    builder.TableName = ui->icmbTables->currentText();
+    builder.setRules(&rules);
+    builder.exec();
+    if (IsFormLoaded(QStringLiteral("frmQueryBuilder")) && !builder.Cancelled()) {
+        m_choices.Rules = rules;
+        ui->lblQueryBuilderRules->setText(QString::number(m_choices.Rules.Count()) +
+                                          QStringLiteral(" filters defined"));
+    }
+}
+
+void frmDBImport::cmdAdvancedQuery_Click()
+{
+    frmQueryAdvanced advanced(this);
+    advanced.DSNString = m_choices.ConnectionString;
+    advanced.SQLString = m_choices.AdvancedSQLString;
+    advanced.exec();
+    if (IsFormLoaded(QStringLiteral("frmQueryAdvanced")) && !advanced.Cancelled()) {
+        m_choices.AdvancedSQLString = advanced.SQLString;
+        optFilterMethod(1)->setChecked(true);
+        optFilterMethod_Click(1);
+    }
 }
 
 void frmDBImport::cmdClose_Click()

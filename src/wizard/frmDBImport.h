@@ -66,6 +66,8 @@ private:
     void updateStartButton();
     void optFilterMethod_Click(int index);
     void cmdClose_Click();
+    void cmdQueryBuilder_Click();
+    void cmdAdvancedQuery_Click();
     void cmdCreateNewGroup_Click();
     void notAvailableYet(const QString& feature);
     QRadioButton* optFilterMethod(int index) const;

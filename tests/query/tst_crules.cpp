@@ -69,6 +69,17 @@ private slots:
             QCOMPARE(thrown([&] { rules.Remove(position); }), invalid);
         }
         QCOMPARE(rules.Item(1)->FieldName + rules.Item(2)->FieldName, "CB");
+
+        // A rule changed in place stays under the key it was added with: its old values
+        // are still refused, its new ones are not, and the changed rule stays where it was.
+        CRule changed = *rules.Item(1);
+        changed.Value = "4";
+        rules.Modify(1, changed);
+        QCOMPARE(rules.Item(1)->Value, "4");
+        QCOMPARE(thrown([&] { add(rules, "C|is Greater Than|>|3|And"); }), 457L);
+        QCOMPARE(thrown([&] { add(rules, "C|is Greater Than|>|4|And"); }), 0L);
+        QCOMPARE(thrown([&] { rules.Modify(4, changed); }), invalid);
+        QCOMPARE(rules.Count(), 3);
     }
 };
 

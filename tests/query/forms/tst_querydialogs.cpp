@@ -1,0 +1,370 @@
+#include "query/forms/frmImportFilters.h"
+#include "query/forms/frmQueryBuilder.h"
+#include "query/forms/frmViewResults.h"
+
+#include "query/selectsql.h"
+#include "util/scriptedmessageboxes.h"
+
+#include "datarow.h"
+#include "odbcenvironment.h"
+#include "pgtestserver.h"
+#include "sqlitefixture.h"
+#include "tempfolder.h"
+
+#include <QAbstractItemModel>
+#include <QApplication>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QTableView>
+#include <QTest>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+namespace {
+
+const QStringList kPeople = {"CREATE TABLE People (name TEXT, town TEXT, age INTEGER)",
+                             "INSERT INTO People VALUES ('Ann', 'Leeds', 25), ('Bob', 'York', 41), "
+                             "('SELECT', 'Leeds', 37), ('Cy', 'Hull', 30)"};
+
+// A source holding People, reached as the row says: "qsqlite" (Qt's driver, read-only
+// file), "sqlite-odbc" (a driver that takes writes, so only the rollback guards the file)
+// or "postgres". Skips when the PostgreSQL test server is missing.
+class Source
+{
+public:
+    explicit Source(const QString& kind) : m_kind(kind)
+    {
+        if (kind == "postgres") {
+            PgTestServer server;
+            QString why;
+            if (!PgTestServer::fromEnvironment(server, why)) {
+                m_skip = why;
+                return;
+            }
+            m_pg = std::make_unique<PgTestDatabase>(server);
+            m_error = m_pg->error().isEmpty() ? m_pg->run(kPeople) : m_pg->error();
+            conString = server.driverString(m_pg->name());
+            return;
+        }
+        m_error = BuildSqliteDatabase(m_folder.filePath("people.db"), kPeople);
+        conString = kind == "sqlite-odbc"
+                        ? OdbcEnvironment::sqliteDriverString(m_folder.filePath("people.db"))
+                        : "Provider=SQLite;Data Source=" + m_folder.filePath("people.db");
+    }
+    QString skipReason() const { return m_skip; }
+    QString error() const { return m_error; }
+    QString table() const { return m_kind == "postgres" ? "people" : "People"; }
+    QStringList column(const QString& query) const
+    {
+        return m_pg ? m_pg->column(query) : SqliteColumn(m_folder.filePath("people.db"), query);
+    }
+
+    QString conString;
+
+private:
+    QString m_kind;
+    QString m_skip;
+    QString m_error;
+    TempFolder m_folder;
+    std::unique_ptr<PgTestDatabase> m_pg;
+};
+
+#define OPEN_SOURCE(name, kind)                                                                    \
+    Source name(kind);                                                                             \
+    if (!name.skipReason().isEmpty())                                                              \
+        QSKIP(qPrintable(name.skipReason()));                                                      \
+    QVERIFY2(name.error().isEmpty(), qPrintable(name.error()))
+
+template <class T> T* child(const QWidget* form, const char* name)
+{
+    T* widget = form->findChild<T*>(QString::fromLatin1(name));
+    if (!widget)
+        qFatal("no %s named %s", T::staticMetaObject.className(), name);
+    return widget;
+}
+
+// Runs action on the modal dialog the caller opens next.
+void whenModal(const QString& objectName, std::function<void(QWidget*)> action)
+{
+    QTimer::singleShot(0, qApp, [=] {
+        QWidget* modal = QApplication::activeModalWidget();
+        if (modal && modal->objectName() == objectName)
+            return action(modal);
+        if (modal)
+            modal->close();
+        QTest::qFail(qPrintable(objectName + " did not open"), __FILE__, __LINE__);
+    });
+}
+
+// Fills the open rule editor: joiner (empty: leave it), field, operator, value; then OK.
+void fillRule(QWidget* editor, const QString& joiner, const QString& field, const QString& op,
+              const QString& value)
+{
+    if (!joiner.isEmpty())
+        child<QComboBox>(editor, "cmbLogicalOp")->setCurrentText(joiner);
+    child<QComboBox>(editor, "cmbFields")->setCurrentText(field);
+    child<QComboBox>(editor, "cmbOperand")->setCurrentText(op);
+    child<QLineEdit>(editor, "txtValue")->setText(value);
+    QTest::mouseClick(child<QPushButton>(editor, "cmdOK"), Qt::LeftButton);
+    if (editor->isVisible()) // refused: the test sees it in the rule list
+        editor->close();
+}
+
+QStringList lines(const QListWidget* list)
+{
+    QStringList texts;
+    for (int i = 0; i < list->count(); ++i)
+        texts << list->item(i)->text();
+    return texts;
+}
+
+QStringList ruleTexts(const CRules& rules)
+{
+    QStringList texts;
+    for (const CRule& rule : rules)
+        texts << rule.LogicalOp + '|' + rule.FieldName + '|' + rule.OpSQL + '|' + rule.Value;
+    return texts;
+}
+
+} // namespace
+
+class TestQueryDialogs : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY(m_odbc.isValid());
+        MessageBoxes::setInstance(&m_boxes);
+    }
+
+    void cleanup()
+    {
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+        m_boxes.clear();
+    }
+
+    void sources_data()
+    {
+        QTest::addColumn<QString>("kind");
+        DataRow("sqlite", "qsqlite");
+        DataRow("postgres", "postgres");
+    }
+
+    // A rule is tried bare, then quoted; a value refused both ways is left as typed.
+    void ruleEditor_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("field");
+        QTest::addColumn<QString>("value");
+        QTest::addColumn<QString>("outcome"); // the accepted value, or the message shown
+        const QString syntax = "The syntax is not correct, ensure the Value specified matches "
+                               "the type of data contained in the field.";
+        for (const char* kind : {"qsqlite", "postgres"}) {
+            const QByteArray k(kind);
+            DataRow(k + " number bare", kind, "Age", "30", "30");
+            DataRow(k + " text quoted", kind, "Town", "Leeds", "'Leeds'");
+            DataRow(k + " own quotes kept", kind, "Town", "'Leeds'", "'Leeds'");
+            DataRow(k + " blanks are a value", kind, "Town", "  ", "'  '");
+        }
+        DataRow("qsqlite fails both", "qsqlite", "Town", "O'Brien", syntax);
+        DataRow("postgres fails both", "postgres", "Age", "abc", syntax);
+        DataRow("qsqlite empty value", "qsqlite", "Town", "",
+                "critical: A field, operand and value must be selected.");
+    }
+
+    void ruleEditor()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, field);
+        QFETCH(QString, value);
+        QFETCH(QString, outcome);
+        OPEN_SOURCE(source, kind);
+        frmImportFilters editor;
+        editor.PopulateCombos({"Name", "Town", "Age"}, {"Text", "Text", "Number"});
+        editor.DSNString = source.conString;
+        editor.TableName = source.table();
+        editor.FirstOne = true;
+        editor.show();
+        QVERIFY(!child<QComboBox>(&editor, "cmbLogicalOp")->isVisible());
+        fillRule(&editor, QString(), field, "is Greater Than", value);
+        const bool accepted = !editor.Cancelled();
+        QCOMPARE(accepted, m_boxes.shown().isEmpty());
+        if (accepted) {
+            QCOMPARE(editor.Value, outcome);
+            QCOMPARE(editor.OpSQL + editor.LogicalOp, ">And"); // hidden joiner still stored
+        } else {
+            const auto& box = m_boxes.shown().first();
+            QCOMPARE(box.icon == MessageBoxes::Icon::Critical ? "critical: " + box.text : box.text,
+                     outcome);
+            QCOMPARE(child<QLineEdit>(&editor, "txtValue")->text(), value);
+        }
+    }
+
+    // Add, a refused duplicate, the other joiner, Remove of the first rule, on each source.
+    void builderRules_data() { sources_data(); }
+    void builderRules()
+    {
+        QFETCH(QString, kind);
+        OPEN_SOURCE(source, kind);
+        CRules rules;
+        frmQueryBuilder builder;
+        builder.DSNString = source.conString;
+        builder.TableName = source.table();
+        builder.setRules(&rules);
+        builder.show();
+        auto* list = child<QListWidget>(&builder, "lstFilters");
+        auto add = [&](const QString& joiner, const QString& field, const QString& op,
+                       const QString& value) {
+            whenModal("frmImportFilters", [=](QWidget* editor) {
+                // The first rule's joiner is hidden; later ones offer "And" first.
+                const auto* logicalOp = child<QComboBox>(editor, "cmbLogicalOp");
+                QCOMPARE(logicalOp->isVisible(), list->count() > 0);
+                QCOMPARE(logicalOp->currentText(), "And");
+                fillRule(editor, joiner, field, op, value);
+            });
+            QTest::mouseClick(child<QPushButton>(&builder, "cmdAddFilter"), Qt::LeftButton);
+        };
+        // Lower case names read the same on both sources.
+        add("", "town", "Equals", "Leeds");
+        add("Or", "age", "is Greater Than", "30");
+        QCOMPARE(m_boxes.texts(), QStringList());
+        add("And", "town", "Equals", "'LEEDS'"); // keys ignore case: the same rule again
+        QCOMPARE(m_boxes.texts(),
+                 QStringList{"This rule already exists - duplicates are not allowed."});
+        add("Or", "town", "Equals", "'Leeds'");
+        QCOMPARE(ruleTexts(rules),
+                 (QStringList{"And|town|=|'Leeds'", "Or|age|>|30", "Or|town|=|'Leeds'"}));
+        QCOMPARE(lines(list), (QStringList{"town Equals 'Leeds'", "age is Greater Than 30",
+                                           "town Equals 'Leeds'"}));
+
+        // Delete removes the selected rule; the new first rule keeps its stored joiner,
+        // which the statement then leaves out.
+        list->setCurrentRow(0);
+        QTest::keyClick(list, Qt::Key_Delete);
+        QCOMPARE(ruleTexts(rules), (QStringList{"Or|age|>|30", "Or|town|=|'Leeds'"}));
+        QCOMPARE(lines(list), (QStringList{"age is Greater Than 30", "town Equals 'Leeds'"}));
+        const QString sql = BuildSelectSQL(source.table(), rules);
+        QCOMPARE(sql, "select * from " + source.table() + " WHERE age > 30 Or town = 'Leeds'");
+        QCOMPARE(source.column(QString(sql).replace("*", "name") + " ORDER BY name"),
+                 (QStringList{"Ann", "Bob", "SELECT"}));
+
+        // A double-click modifies the rule in place, under the key it was added with: its
+        // old values are still refused, its new ones are not.
+        whenModal("frmImportFilters", [](QWidget* editor) {
+            QCOMPARE(child<QComboBox>(editor, "cmbLogicalOp")->currentText(), "Or");
+            QCOMPARE(child<QLineEdit>(editor, "txtValue")->text(), "'Leeds'");
+            fillRule(editor, QString(), "town", "Equals", "York");
+        });
+        const QRect second = list->visualItemRect(list->item(1));
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, second.center());
+        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, second.center());
+        QCOMPARE(lines(list), (QStringList{"age is Greater Than 30", "town Equals 'York'"}));
+        m_boxes.clear();
+        add("Or", "town", "Equals", "'Leeds'");
+        add("Or", "town", "Equals", "'York'");
+        QCOMPARE(m_boxes.texts(),
+                 QStringList{"This rule already exists - duplicates are not allowed."});
+        QCOMPARE(ruleTexts(rules),
+                 (QStringList{"Or|age|>|30", "Or|town|=|'York'", "Or|town|=|'York'"}));
+
+        m_boxes.clear();
+        list->clearSelection();
+        QTest::mouseClick(child<QPushButton>(&builder, "cmdRemoveFilter"), Qt::LeftButton);
+        QTest::mouseClick(child<QPushButton>(&builder, "cmdModifyFilter"), Qt::LeftButton);
+        QCOMPARE(m_boxes.texts(),
+                 (QStringList{"A filter must be selected from the list in order to remove it.",
+                              "Select a rule to Edit."}));
+        QCOMPARE(rules.Count(), 3);
+        builder.close();
+    }
+
+    // View with no rules shows the whole table.
+    void viewWithoutRules_data() { sources_data(); }
+    void viewWithoutRules()
+    {
+        QFETCH(QString, kind);
+        OPEN_SOURCE(source, kind);
+        frmQueryBuilder builder;
+        builder.DSNString = source.conString;
+        builder.TableName = source.table();
+        builder.show();
+        QString label;
+        QStringList names;
+        whenModal("frmViewResults", [&](QWidget* viewer) {
+            QTRY_VERIFY(child<QLabel>(viewer, "lblResults")->text().contains("Returned"));
+            label = child<QLabel>(viewer, "lblResults")->text();
+            const QAbstractItemModel* model = child<QTableView>(viewer, "vsfgrdResults")->model();
+            for (int row = 0; row < model->rowCount(); ++row)
+                names << model->data(model->index(row, 0)).toString();
+            viewer->close();
+        });
+        QTest::mouseClick(child<QPushButton>(&builder, "cmdView"), Qt::LeftButton);
+        QCOMPARE(label, "4 Records Returned ...");
+        QCOMPARE(names, (QStringList{"Ann", "Bob", "SELECT", "Cy"}));
+        builder.close();
+    }
+
+    // What the viewer sends, what it shows, and that the source is never changed.
+    void viewer_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("sql");
+        QTest::addColumn<QString>("outcome"); // the label, or the error text's start
+        QTest::addColumn<int>("columns");
+        const QString hiddenDelete = "delete from People where Name = 'SELECT'";
+        DataRow("no SELECT word, nothing sent", "unreachable", "delete from People",
+                "The SQL must be a valid SELECT statement.", 0);
+        DataRow("lower case select", "qsqlite", "select Name, Age from People where Age > 26",
+                "3 Records Returned ...", 2);
+        DataRow("empty result", "qsqlite", "select * from People where 1 = 0",
+                "0 Records Returned ...", 3);
+        DataRow("postgres empty result", "postgres", "select * from people where 1 = 0",
+                "0 Records Returned ...", 3);
+        DataRow("read-only file refuses a hidden delete", "qsqlite", hiddenDelete, "8 - ", 0);
+        DataRow("hidden delete rolled back", "sqlite-odbc", hiddenDelete, "0 Records Returned ...",
+                0);
+        DataRow("postgres hidden delete rolled back", "postgres", hiddenDelete,
+                "0 Records Returned ...", 0);
+        DataRow("source error", "postgres", "select * from Nowhere", "1 - ", 0);
+    }
+
+    void viewer()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, sql);
+        QFETCH(QString, outcome);
+        QFETCH(int, columns);
+        OPEN_SOURCE(source, kind == "unreachable" ? "qsqlite" : kind);
+        frmViewResults viewer;
+        viewer.DSNString = kind == "unreachable" ? "Provider=SQLite;Data Source=/nonexistent/x.db"
+                                                 : source.conString;
+        viewer.SQLString = sql;
+        QString error;
+        if (viewer.RunQuery(error)) {
+            viewer.show();
+            QTRY_COMPARE(child<QLabel>(&viewer, "lblResults")->text(), outcome);
+            QCOMPARE(child<QTableView>(&viewer, "vsfgrdResults")->model()->columnCount(), columns);
+            viewer.close();
+        } else {
+            QVERIFY2(error.startsWith(outcome), qPrintable(error));
+            QCOMPARE(child<QLabel>(&viewer, "lblResults")->text(),
+                     error.contains(" - ") ? "Error(s) Encountered ..." : "");
+        }
+        QCOMPARE(source.column("select count(*) from People").join(','), "4");
+    }
+
+private:
+    OdbcEnvironment m_odbc;
+    ScriptedMessageBoxes m_boxes;
+};
+
+QTEST_MAIN(TestQueryDialogs)
+#include "tst_querydialogs.moc"
