@@ -275,6 +275,11 @@ void openOrThrow(SourceConnection& connection, const QString& conString)
 
 } // namespace
 
+QStringList UserTableNames(const QSqlDatabase& db)
+{
+    return tableNames(db);
+}
+
 bool IsADOInstalled()
 {
     return QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE")) &&

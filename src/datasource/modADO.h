@@ -9,6 +9,11 @@
 // True when the Qt SQL drivers QSQLITE and QODBC can be loaded.
 bool IsADOInstalled();
 
+class QSqlDatabase;
+
+// The user tables of an open connection, as GetTables lists them.
+QStringList UserTableNames(const QSqlDatabase& db);
+
 bool GetTables(QStringList& tables, const QString& conString, QString& message);
 bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber,
                  QString& message);
