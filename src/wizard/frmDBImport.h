@@ -16,6 +16,7 @@ class ImportRunBoxes;
 class FieldMappingArea;
 class ImportEngine;
 class QRadioButton;
+class QTreeWidgetItem;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
 // the run, checks each step when the user moves on, and shows the import job's progress.
@@ -61,6 +62,11 @@ private:
     void showStep(int step);
     void StartImport();
     void UpdateDSNList();
+    QTreeWidgetItem* selectedConnectionRow() const;
+    void cmdNewDSN_Click();
+    void cmdEditDSN_Click();
+    void cmdDeleteDSN_Click();
+    void cmdExamine_Click();
     void LoadGroups();
     void optFilterMethod_Click(int index);
     void cmdClose_Click();
