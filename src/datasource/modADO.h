@@ -15,8 +15,7 @@ class QSqlDatabase;
 QStringList UserTableNames(const QSqlDatabase& db);
 
 bool GetTables(QStringList& tables, const QString& conString, QString& message);
-bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber,
-                 QString& message);
+bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber, QString& message);
 // source: a table name, or SQL text when it contains "SELECT" (any case).
 bool GetFields(const QString& conString, const QString& source, QStringList& names,
                QStringList& types, QString& message);

@@ -57,7 +57,14 @@ bool ListOdbcDataSources(QList<OdbcDataSource>& sources, QString& message)
     SQLUSMALLINT direction = SQL_FETCH_FIRST; // user and system data sources alike
     while (SQL_SUCCEEDED(SQLDataSources(env.handle(), direction, name, sizeof name, &nameLength,
                                         description, sizeof description, &descriptionLength))) {
-        sources.append({text(name), text(description)});
+        // A name defined for the user and for the system is one data source to the driver
+        // manager (the user's definition wins), so it is listed once.
+        const QString dsn = text(name);
+        bool listed = false;
+        for (const OdbcDataSource& source : sources)
+            listed = listed || source.name == dsn;
+        if (!listed)
+            sources.append({dsn, text(description)});
         direction = SQL_FETCH_NEXT;
     }
     return true;

@@ -1,0 +1,276 @@
+#include "datasource/forms/frmConnectionBuilder.h"
+
+#include "datarow.h"
+#include "mariadbtestserver.h"
+#include "odbcenvironment.h"
+#include "pgtestserver.h"
+#include "sqlitefixture.h"
+#include "tempfolder.h"
+
+#include "util/scriptedmessageboxes.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTcpServer>
+#include <QTest>
+
+namespace {
+
+template <class T> T* control(const QWidget* form, const char* name)
+{
+    T* widget = form->findChild<T*>(QString::fromLatin1(name));
+    if (!widget)
+        qFatal("the builder has no %s", name);
+    return widget;
+}
+
+QStringList items(const QComboBox* combo)
+{
+    QStringList texts;
+    for (int i = 0; i < combo->count(); ++i)
+        texts << combo->itemText(i);
+    return texts;
+}
+
+// The connection string a source name of the test table stands for; empty to skip.
+QString sourceString(const QString& source, const TempFolder& folder, QString& skip)
+{
+    if (source == "sqlite") {
+        const QString file = folder.filePath("two.db");
+        BuildSqliteDatabase(file, {"CREATE TABLE A (x)", "CREATE TABLE \"B c\" (y)"});
+        return "Provider=SQLite;Data Source=" + file;
+    }
+    if (source == "postgresql") {
+        PgTestServer server;
+        if (!PgTestServer::fromEnvironment(server, skip))
+            return {};
+        return "Provider=MSDASQL;" + server.driverString();
+    }
+    MariaDbTestServer server;
+    if (!MariaDbTestServer::fromEnvironment(server, skip))
+        return {};
+    if (source == "mariadb")
+        return "Provider=MSDASQL;" + server.driverString();
+    // A port nobody listens on: the one a server just gave up.
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    server.port = probe.serverPort();
+    probe.close();
+    return "Provider=MSDASQL;" + server.driverString();
+}
+
+} // namespace
+
+class tst_frmConnectionBuilder : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+    void odbcListsComeFromTheDriverManager();
+    void stringsComeBackUnchanged_data();
+    void stringsComeBackUnchanged();
+    void newSqliteConnection();
+    void testConnection_data();
+    void testConnection();
+    void silentServerTimesOutAndCancels();
+
+private:
+    OdbcEnvironment m_odbc;
+    TempFolder m_folder;
+    ScriptedMessageBoxes m_boxes;
+};
+
+void tst_frmConnectionBuilder::initTestCase()
+{
+    QVERIFY(m_odbc.isValid());
+    MessageBoxes::setInstance(&m_boxes);
+    m_odbc.addSqliteDsn("Contacts EU", m_folder.filePath("eu.db"));
+    m_odbc.addDsn("Members", "MariaDB Unicode", {{"Server", "127.0.0.1"}, {"Port", "1"}});
+}
+
+void tst_frmConnectionBuilder::cleanup()
+{
+    m_boxes.clear();
+    frmConnectionBuilder::setFileChooser(nullptr);
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+}
+
+// The lists offer what unixODBC knows, each name once, and nothing of the machine's own
+// configuration; a string naming an unknown data source keeps it.
+void tst_frmConnectionBuilder::odbcListsComeFromTheDriverManager()
+{
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY(builder.setConnectionString("DSN=Elsewhere;UID=ann", message));
+    QCOMPARE(items(control<QComboBox>(&builder, "cmbDataSource")),
+             QStringList({"Contacts EU", "Members", "Elsewhere"}));
+    QCOMPARE(items(control<QComboBox>(&builder, "cmbDriver")),
+             QStringList({"SQLite3", "PostgreSQL Unicode", "MariaDB Unicode"}));
+    QCOMPARE(builder.connectionString(), QString("DSN=Elsewhere;UID=ann;"));
+}
+
+void tst_frmConnectionBuilder::stringsComeBackUnchanged_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("result"); // "!" + message part: refused
+    DataRow("sqlite file with ; in its name",
+            "Provider=SQLite;Data Source={" + m_folder.filePath("a;b.db") + "};", "=");
+    DataRow("listed data source", "DSN=Members;UID=o'neil;PWD={p;w=}}d};", "=");
+    DataRow("driver with every field",
+            "Provider=MSDASQL;Driver={MariaDB Unicode};Server=db;Port=3306;Database=crm;"
+            "UID=ann;PWD={\"quoted\"};",
+            "=");
+    DataRow("data-link spelling is tidied", "Provider=MSDASQL.1;Data Source=Members;User ID=u",
+            "DSN=Members;UID=u;");
+    DataRow("driver option without a field stays text",
+            "Driver={MariaDB Unicode};Server=db;Option=3;", "=");
+    DataRow("unbalanced braces are refused", "DSN={Members;UID=u", "!never closed");
+}
+
+// Opened on a string and confirmed without a change, the builder gives the string back.
+void tst_frmConnectionBuilder::stringsComeBackUnchanged()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, result);
+    BuildSqliteDatabase(m_folder.filePath("a;b.db"), {"CREATE TABLE t (x)"});
+    frmConnectionBuilder builder;
+    QString message;
+    const bool opened = builder.setConnectionString(text, message);
+    if (result.startsWith('!')) {
+        QVERIFY(!opened);
+        QVERIFY2(message.contains(result.mid(1)), qPrintable(message));
+        return;
+    }
+    QVERIFY2(opened, qPrintable(message));
+    builder.show();
+    QTest::keyClick(&builder, Qt::Key_Return);
+    QCOMPARE(builder.result(), int(QDialog::Accepted));
+    QCOMPARE(builder.connectionString(), result == "=" ? text : result);
+}
+
+// A new connection to a SQLite file, from the keyboard and the file chooser; a file that
+// is not there is refused.
+void tst_frmConnectionBuilder::newSqliteConnection()
+{
+    const QString file = m_folder.filePath("contacts.db");
+    BuildSqliteDatabase(file, {"CREATE TABLE t (x)"});
+    QString offered = "(not asked)";
+    frmConnectionBuilder::setFileChooser([&](QWidget*, const QString& current) {
+        offered = current;
+        return file;
+    });
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY(builder.setConnectionString("", message));
+    builder.show();
+    QVERIFY(QTest::qWaitForWindowActive(&builder));
+    auto* path = control<QLineEdit>(&builder, "txtFile");
+    path->setFocus();
+    QTest::keyClicks(path, m_folder.filePath("missing.db"));
+    QTest::keyClick(path, Qt::Key_Return);
+    QCOMPARE(m_boxes.texts(), QStringList("The SQLite database file \"" +
+                                          m_folder.filePath("missing.db") + "\" does not exist."));
+    QVERIFY(builder.isVisible());
+    QTest::keyClick(&builder, Qt::Key_B, Qt::AltModifier);
+    QTRY_COMPARE(offered, m_folder.filePath("missing.db"));
+    QTest::keyClick(&builder, Qt::Key_Return);
+    QCOMPARE(builder.result(), int(QDialog::Accepted));
+    QCOMPARE(builder.connectionString(), "Provider=SQLite;Data Source=" + file + ";");
+}
+
+void tst_frmConnectionBuilder::testConnection_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("report");
+    DataRow("sqlite file", "sqlite", "^Test connection succeeded: 2 table\\(s\\) found\\.$");
+    DataRow("postgresql", "postgresql", "^Test connection succeeded: \\d+ table");
+    DataRow("mariadb", "mariadb", "^Test connection succeeded: \\d+ table");
+    DataRow("closed port", "closed", "^Test connection failed: \\d+ - .*(connect|Connect)");
+}
+
+// The source is opened for real and the outcome reported in the dialog; the window keeps
+// handling events while the driver works.
+void tst_frmConnectionBuilder::testConnection()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, report);
+    QString skip;
+    const QString conString = sourceString(source, m_folder, skip);
+    if (conString.isEmpty())
+        QSKIP(qPrintable(skip));
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY2(builder.setConnectionString(conString, message), qPrintable(message));
+    builder.setTestTimeout(10000);
+    builder.show();
+    QVERIFY(QTest::qWaitForWindowActive(&builder));
+    auto* result = control<QLabel>(&builder, "lblTestResult");
+    QTest::keyClick(&builder, Qt::Key_T, Qt::AltModifier);
+    // A mnemonic presses its button a moment later, as a click would look.
+    QTRY_VERIFY_WITH_TIMEOUT(result->text().startsWith("Test connection "), 15000);
+    QVERIFY2(QRegularExpression(report).match(result->text()).hasMatch(),
+             qPrintable(result->text()));
+    QVERIFY(QApplication::overrideCursor() == nullptr);
+    builder.reject();
+}
+
+// A server that takes the connection and never answers: the dialog stays live (its timers
+// run, Cancel closes it at once) and, left alone, reports the wait as a failure.
+void tst_frmConnectionBuilder::silentServerTimesOutAndCancels()
+{
+    MariaDbTestServer server;
+    QString skip;
+    if (!MariaDbTestServer::fromEnvironment(server, skip))
+        server = {"127.0.0.1", 0, "x", "u", "p"}; // only the driver is needed
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    server.port = silent.serverPort();
+    const QString conString = "Provider=MSDASQL;" + server.driverString();
+
+    for (const bool cancel : {false, true}) {
+        frmConnectionBuilder builder;
+        QString message;
+        QVERIFY(builder.setConnectionString(conString, message));
+        builder.setTestTimeout(1500);
+        builder.show();
+        auto* result = control<QLabel>(&builder, "lblTestResult");
+        QElapsedTimer clock;
+        qint64 longestGap = 0;
+        qint64 last = 0;
+        QTimer ticker;
+        QObject::connect(&ticker, &QTimer::timeout, [&] {
+            longestGap = qMax(longestGap, clock.elapsed() - last);
+            last = clock.elapsed();
+        });
+        ticker.start(20);
+        clock.start();
+        QTest::mouseClick(control<QPushButton>(&builder, "cmdTest"), Qt::LeftButton);
+        QVERIFY(QApplication::overrideCursor() != nullptr);
+        if (cancel) {
+            QTest::qWait(300);
+            QTest::keyClick(&builder, Qt::Key_Escape);
+            QVERIFY(!builder.isVisible());
+            QCOMPARE(builder.result(), int(QDialog::Rejected));
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(result->text().startsWith("Test connection "), 5000);
+            QCOMPARE(result->text(), QString("Test connection failed: the data source did not "
+                                             "answer within 1.5 seconds."));
+            QVERIFY2(clock.elapsed() < 4000, qPrintable(QString::number(clock.elapsed())));
+            builder.reject();
+        }
+        QVERIFY(QApplication::overrideCursor() == nullptr);
+        QVERIFY2(longestGap < 500, qPrintable(QString::number(longestGap)));
+    }
+    // The driver still waiting gives up once the server is gone.
+    silent.close();
+}
+
+QTEST_MAIN(tst_frmConnectionBuilder)
+#include "tst_frmconnectionbuilder.moc"
