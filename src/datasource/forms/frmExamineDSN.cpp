@@ -123,7 +123,10 @@ void frmExamineDSN::icmbConnections_Click()
 {
     if (m_loading || m_firstActivation)
         return;
-    ui->icmbTables->clear();
+    {
+        const Flag loading(m_loading);
+        ui->icmbTables->clear();
+    }
     ui->lstFields->clear();
     if (LoadTables(selectedConnectionString()))
         LoadFields(ui->icmbTables->currentText(), selectedConnectionString());
