@@ -51,24 +51,36 @@ frmDSN::~frmDSN()
 
 QString frmDSN::conString() const
 {
-    return ui->txtConStr->hasFocus() ? ui->txtConStr->text() : m_conString;
+    return m_showingMask ? m_conString : ui->txtConStr->text();
 }
 
 void frmDSN::setConString(const QString& text)
 {
     m_conString = text;
-    ui->txtConStr->setText(ui->txtConStr->hasFocus() ? text : MaskPasswords(text));
+    m_showingMask = false;
+    if (ui->txtConStr->hasFocus())
+        ui->txtConStr->setText(text);
+    else
+        showMasked();
+}
+
+void frmDSN::showMasked()
+{
+    const QString masked = MaskPasswords(m_conString);
+    ui->txtConStr->setText(masked);
+    m_showingMask = masked != m_conString;
 }
 
 bool frmDSN::eventFilter(QObject* watched, QEvent* event)
 {
     if (watched == ui->txtConStr) {
         // The password is in plain sight only while the user works on the string.
-        if (event->type() == QEvent::FocusIn) {
+        if (event->type() == QEvent::FocusIn && m_showingMask) {
+            m_showingMask = false;
             ui->txtConStr->setText(m_conString);
-        } else if (event->type() == QEvent::FocusOut) {
+        } else if (event->type() == QEvent::FocusOut && !m_showingMask) {
             m_conString = ui->txtConStr->text();
-            ui->txtConStr->setText(MaskPasswords(m_conString));
+            showMasked();
             updateEditCaption();
         }
     }

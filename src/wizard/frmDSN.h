@@ -33,13 +33,15 @@ protected:
 private:
     QString conString() const;
     void setConString(const QString& text);
+    void showMasked();
     void updateEditCaption();
     void cmdEdit_Click();
     void cmdOK_Click();
     void cmdClose_Click();
 
     std::unique_ptr<Ui::frmDSN> ui;
-    QString m_conString; // the text of txtConStr as typed, also while it shows the mask
+    QString m_conString; // the string as typed, kept while txtConStr shows it masked
+    bool m_showingMask = false;
     QString m_openedName;
     QString m_openedConString;
 };
