@@ -40,11 +40,13 @@ void typeInto(QWidget* dialog, const char* name, const QString& text)
 // Presses button on the connection step, types name and string into frmDSN (null: leave as
 // opened) and presses OK; a dialog that refuses is then cancelled. The boxes shown.
 QStringList useDialog(const QWidget* form, Environment& env, const char* button,
-                      const QString& name, const QString& conString)
+                      const QString& name, const QString& conString, QString* shown = nullptr)
 {
     env.boxes.clear();
     whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
         require(QTest::qWaitForWindowActive(dialog), u"frmDSN is not active"_s);
+        if (shown)
+            *shown = control<QLineEdit>(dialog, "txtConStr")->text();
         if (!name.isNull())
             typeInto(dialog, "txtDSN", name);
         if (!conString.isNull())
@@ -142,21 +144,28 @@ void tst_frmDSN::editKeepsTheExactString()
 {
     Environment env;
     const QString secret = u"DSN=Sales;UID=ann;PWD={se;cr=et}"_s;
-    env.addConnection(u"Sales"_s, secret);
     env.addConnection(u"Broken"_s, u"DSN={Sales"_s);
+    env.addConnection(u"Sales"_s, secret);
     auto form = openWizard();
+    QTreeWidget* list = connectionList(form.get());
     QCOMPARE(listed(form.get()),
-             QStringList({u"Sales | DSN=Sales;UID=ann;PWD=•••"_s, u"Broken | DSN={Sales"_s}));
+             QStringList({u"Broken | DSN={Sales"_s, u"Sales | DSN=Sales;UID=ann;PWD=•••"_s}));
     const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
 
-    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", {}, {}), QStringList());
+    // Unchanged: nothing written, and the list is not even refilled (which would select the
+    // first row).
+    list->setCurrentItem(list->topLevelItem(1));
+    QString shown;
+    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", {}, {}, &shown), QStringList());
+    QCOMPARE(shown, u"DSN=Sales;UID=ann;PWD=•••"_s);
     QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
+    QCOMPARE(list->currentItem(), list->topLevelItem(1));
 
     QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", u"Sales EU"_s, {}), QStringList());
-    QCOMPARE(UpdateDSNListFromIni().first().name, u"Sales EU"_s);
-    QCOMPARE(UpdateDSNListFromIni().first().conString, secret);
+    QCOMPARE(UpdateDSNListFromIni().at(1).name, u"Sales EU"_s);
+    QCOMPARE(UpdateDSNListFromIni().at(1).conString, secret);
 
-    connectionList(form.get())->setCurrentItem(connectionList(form.get())->topLevelItem(1));
+    list->setCurrentItem(list->topLevelItem(0));
     env.boxes.clear();
     whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
         click(dialog, "cmdEdit");
