@@ -68,6 +68,7 @@ void frmDSN::showMasked()
 {
     const QString masked = MaskPasswords(m_conString);
     ui->txtConStr->setText(masked);
+    ui->txtConStr->setCursorPosition(0); // the start says most about the connection
     m_showingMask = masked != m_conString;
 }
 
