@@ -11,6 +11,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QKeyEvent>
 
 namespace {
 
@@ -68,6 +69,7 @@ frmConnectionBuilder::frmConnectionBuilder(QWidget* parent)
     connect(ui->cmdTest, &QPushButton::clicked, this, &frmConnectionBuilder::cmdTest_Click);
     connect(ui->cmdOK, &QPushButton::clicked, this, &frmConnectionBuilder::cmdOK_Click);
     connect(ui->cmdCancel, &QPushButton::clicked, this, &frmConnectionBuilder::reject);
+    ui->txtRaw->installEventFilter(this);
     cmbKind_Change(0);
 }
 
@@ -75,6 +77,19 @@ frmConnectionBuilder::~frmConnectionBuilder()
 {
     if (m_probe)
         QGuiApplication::restoreOverrideCursor();
+}
+
+bool frmConnectionBuilder::eventFilter(QObject* watched, QEvent* event)
+{
+    // A connection string is one line: Enter in the text box means OK, as everywhere else.
+    if (watched == ui->txtRaw && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if ((key == Qt::Key_Return || key == Qt::Key_Enter) && ui->cmdOK->isEnabled()) {
+            cmdOK_Click();
+            return true;
+        }
+    }
+    return QDialog::eventFilter(watched, event);
 }
 
 void frmConnectionBuilder::fillOdbcLists(const QString& dataSource, const QString& driver)

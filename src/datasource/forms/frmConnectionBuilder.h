@@ -41,6 +41,9 @@ public:
 
     void reject() override;
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     void cmbKind_Change(int index);
     void cmdBrowse_Click();
