@@ -5,5 +5,7 @@ extern "C" __attribute__((weak)) const char* __lsan_default_suppressions()
 {
     return "leak:libodbcinst.so\n"
            "leak:psqlodbcw.so\n"
-           "leak:psqlodbca.so\n";
+           "leak:psqlodbca.so\n"
+           // The same driver's libpq option lists, when the stack cannot be walked past libpq.
+           "leak:libpq.so\n";
 }
