@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Takes the README's pictures of the wizard: its five steps (the mapping step twice, at the
-# top and scrolled to the end) and the Add New Group dialog. The windows are drawn by the
+# top and scrolled to the end), the Add New Group dialog and the two connection dialogs. The windows are drawn by the
 # X11 platform on an Xvfb screen of 1366x768, the size of a common laptop display, by the
 # tour test, which also checks that no caption is cut and that the window fits the screen.
 # DBIMPORT_SCALE=1.5 (or 2) takes them with Qt scaled, as on a high-density screen.
@@ -20,7 +20,7 @@ rm -f "$out"/*.png
 
 DBIMPORT_SCREENSHOT_DIR="$out" QT_QPA_PLATFORM=xcb QT_SCALE_FACTOR="${DBIMPORT_SCALE:-1}" \
   xvfb-run -a -s "-screen 0 1366x768x24" \
-  "$build/tests/tst_wizardtour" everyStepFits groupDialogFits
+  "$build/tests/tst_wizardtour" everyStepFits groupDialogFits connectionDialogsFit
 
 echo "Screenshots in $out:"
 ls -1 "$out"

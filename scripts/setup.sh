@@ -10,6 +10,7 @@ packages=(
   unixodbc unixodbc-dev odbcinst
   libsqlite3-dev sqlite3 libsqliteodbc
   postgresql odbc-postgresql
+  mariadb-server odbc-mariadb
   xvfb xauth
   time
   dpkg-dev gzip

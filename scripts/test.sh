@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds, and runs every test: once in a normal build and once
-# under AddressSanitizer and UndefinedBehaviorSanitizer. A throw-away PostgreSQL server on
-# a loopback port serves the ODBC tests for the duration of the run. Last, the Debian
-# package is built, unpacked into a scratch root and run.
+# under AddressSanitizer and UndefinedBehaviorSanitizer. Throw-away PostgreSQL and MariaDB
+# servers on loopback ports serve the ODBC tests for the duration of the run. Last, the
+# Debian package is built, unpacked into a scratch root and run.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
@@ -21,8 +21,11 @@ build build-asan -DDBIMPORT_SANITIZE=ON
 
 # shellcheck source=scripts/pg-test-server.sh
 source scripts/pg-test-server.sh
+# shellcheck source=scripts/mariadb-test-server.sh
+source scripts/mariadb-test-server.sh
 pg_test_server_start
-trap pg_test_server_stop EXIT
+trap 'pg_test_server_stop; mariadb_test_server_stop' EXIT
+mariadb_test_server_start
 
 status=0
 echo "== Tests =="

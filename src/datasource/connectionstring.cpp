@@ -116,6 +116,12 @@ const Entry* findEntry(const QList<Entry>& entries, const QString& key)
     return nullptr;
 }
 
+bool isPasswordKey(const QString& key)
+{
+    return key.compare(QLatin1String("PWD"), Qt::CaseInsensitive) == 0 ||
+           key.compare(QLatin1String("Password"), Qt::CaseInsensitive) == 0;
+}
+
 bool isAdoOnlyKey(const QString& key)
 {
     return key.compare(QLatin1String("Provider"), Qt::CaseInsensitive) == 0 ||
@@ -254,4 +260,38 @@ QString QtOdbcDatabaseName(const QString& odbcString)
     // Without a DSN only a driver key written with blanks around '=' gets here; rebuilt
     // as "Driver=...", Qt takes it as it is.
     return name;
+}
+
+QString MaskPasswords(const QString& conString)
+{
+    static const QString mask = QStringLiteral("\u2022\u2022\u2022");
+    QList<Entry> entries;
+    QString message;
+    if (!splitEntries(conString, entries, message)) {
+        static const QRegularExpression loose(QStringLiteral("\\b(pwd|password)(\\s*=)[^;]*"),
+                                              QRegularExpression::CaseInsensitiveOption);
+        QString masked = conString;
+        return masked.replace(loose, QStringLiteral("\\1\\2") + mask);
+    }
+    QString masked = conString;
+    for (qsizetype k = entries.size() - 1; k >= 0; --k) {
+        const Entry& e = entries.at(k);
+        if (!isPasswordKey(e.key))
+            continue;
+        const qsizetype valueStart = masked.indexOf(QLatin1Char('='), e.start) + 1;
+        const bool separated = e.end > e.start && conString.at(e.end - 1) == QLatin1Char(';');
+        const qsizetype valueEnd = separated ? e.end - 1 : e.end;
+        masked.replace(valueStart, valueEnd - valueStart, mask);
+    }
+    return masked;
+}
+
+QString ConnectionStringValue(const QString& value)
+{
+    static const QRegularExpression special(QStringLiteral("[;{}=]|^[\\s\"']|\\s$"));
+    if (!value.contains(special))
+        return value;
+    QString escaped = value;
+    escaped.replace(QLatin1Char('}'), QLatin1String("}}"));
+    return QLatin1Char('{') + escaped + QLatin1Char('}');
 }

@@ -26,3 +26,13 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
 // nor "SERVER=". Returns the name to give QSqlDatabase::setDatabaseName so that the
 // driver manager receives odbcString itself.
 QString QtOdbcDatabaseName(const QString& odbcString);
+
+// The string as the program shows it: the value of every Pwd= or Password= entry replaced
+// by "•••", everything else as typed. A string that cannot be split still has whatever
+// follows a password key up to the next ';' hidden.
+QString MaskPasswords(const QString& conString);
+
+// A value as it must be written after "key=" so that ParseConnectionString gives it back:
+// in braces, with '}' doubled, when it holds ';', '=', a brace, starts with a quote or has
+// blanks at either end.
+QString ConnectionStringValue(const QString& value);

@@ -139,26 +139,33 @@ bool isSqliteInternal(const QString& name)
     return name.startsWith(QLatin1String("sqlite_"), Qt::CaseInsensitive);
 }
 
-// PostgreSQL's driver lists the tables of every schema. Keep the ones a statement can
-// name without a schema: those of the schemas on the search path. Other data sources do
-// not know current_schemas() and keep their list as it is.
-void keepSearchPathTables(const QSqlDatabase& db, QStringList& names)
+// The PostgreSQL and MariaDB drivers list the tables of every schema or database the
+// login can see. Keep the ones a statement can name without a qualifier: PostgreSQL's
+// schemas on the search path, MariaDB's current database. Other data sources know neither
+// query and keep their list as it is.
+void keepUnqualifiedTables(const QSqlDatabase& db, QStringList& names)
 {
-    QSqlQuery query(db);
-    query.setForwardOnly(true);
-    if (!query.exec(QStringLiteral(
-            "SELECT table_name FROM information_schema.tables WHERE table_type = 'BASE TABLE' "
-            "AND table_schema = ANY (current_schemas(false))")))
+    static const char* const queries[] = {
+        "SELECT table_name FROM information_schema.tables WHERE table_type = 'BASE TABLE' "
+        "AND table_schema = ANY (current_schemas(false))",
+        "SELECT table_name FROM information_schema.tables WHERE table_type = 'BASE TABLE' "
+        "AND table_schema = DATABASE()"};
+    for (const char* sql : queries) {
+        QSqlQuery query(db);
+        query.setForwardOnly(true);
+        if (!query.exec(QString::fromLatin1(sql)))
+            continue;
+        QStringList visible;
+        while (query.next())
+            visible << query.value(0).toString();
+        QStringList kept;
+        for (const QString& name : names) {
+            if (visible.contains(name))
+                kept << name;
+        }
+        names = kept;
         return;
-    QStringList visible;
-    while (query.next())
-        visible << query.value(0).toString();
-    QStringList kept;
-    for (const QString& name : names) {
-        if (visible.contains(name))
-            kept << name;
     }
-    names = kept;
 }
 
 QStringList tableNames(const QSqlDatabase& db)
@@ -169,7 +176,7 @@ QStringList tableNames(const QSqlDatabase& db)
             names << name;
     }
     if (!isSqlite(db))
-        keepSearchPathTables(db, names);
+        keepUnqualifiedTables(db, names);
     return names;
 }
 
@@ -274,6 +281,11 @@ void openOrThrow(SourceConnection& connection, const QString& conString)
 }
 
 } // namespace
+
+QStringList UserTableNames(const QSqlDatabase& db)
+{
+    return tableNames(db);
+}
 
 bool IsADOInstalled()
 {

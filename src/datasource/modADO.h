@@ -9,9 +9,13 @@
 // True when the Qt SQL drivers QSQLITE and QODBC can be loaded.
 bool IsADOInstalled();
 
+class QSqlDatabase;
+
+// The user tables of an open connection, as GetTables lists them.
+QStringList UserTableNames(const QSqlDatabase& db);
+
 bool GetTables(QStringList& tables, const QString& conString, QString& message);
-bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber,
-                 QString& message);
+bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber, QString& message);
 // source: a table name, or SQL text when it contains "SELECT" (any case).
 bool GetFields(const QString& conString, const QString& source, QStringList& names,
                QStringList& types, QString& message);

@@ -30,6 +30,15 @@ QString withBooleans(const QString& odbc)
     return result + QStringLiteral("BoolsAsChar=0;");
 }
 
+// MariaDB's driver (Connector/ODBC 3.1) refuses a string that ends in ';' with "Error while
+// parsing DSN" when it is handed with its length, as Qt does; the separator adds nothing.
+QString withoutClosingSeparator(QString odbc)
+{
+    while (odbc.endsWith(QLatin1Char(';')) || (!odbc.isEmpty() && odbc.back().isSpace()))
+        odbc.chop(1);
+    return odbc;
+}
+
 } // namespace
 
 SourceConnection::SourceConnection()
@@ -57,9 +66,10 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
     bool ok = false;
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(target.driver, m_name);
-        db.setDatabaseName(target.driver == QLatin1String("QODBC")
-                               ? QtOdbcDatabaseName(withBooleans(target.databaseName))
-                               : target.databaseName);
+        db.setDatabaseName(
+            target.driver == QLatin1String("QODBC")
+                ? withoutClosingSeparator(QtOdbcDatabaseName(withBooleans(target.databaseName)))
+                : target.databaseName);
         db.setConnectOptions(target.connectOptions);
         if (!db.open()) {
             errorText = SourceConnection::errorText(db.lastError());

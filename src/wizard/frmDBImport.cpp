@@ -3,6 +3,7 @@
 
 #include "fieldmappingarea.h"
 #include "frmAddModGroup.h"
+#include "frmDSN.h"
 #include "screenfit.h"
 
 #include "query/forms/frmQueryAdvanced.h"
@@ -10,6 +11,8 @@
 
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
+#include "datasource/connectionstring.h"
+#include "datasource/forms/frmExamineDSN.h"
 #include "datasource/modADO.h"
 #include "import/groups.h"
 #include "import/importengine.h"
@@ -52,6 +55,14 @@ const QString kNextCaption = QStringLiteral("&Next >>");
 const QString kStartCaption = QStringLiteral("S&tart");
 const QString kCloseCaption = QStringLiteral("&Close");
 const QString kCancelCaption = QStringLiteral("&Cancel");
+
+// The connection list shows each string with its password hidden and keeps the exact one here.
+constexpr int kConStringRole = Qt::UserRole;
+
+QString rowConString(const QTreeWidgetItem* row)
+{
+    return row->data(1, kConStringRole).toString();
+}
 
 // The record loop's confirmation when it notices a stop request.
 const QString kCancelConfirmation =
@@ -194,17 +205,13 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
             [this] { optFilterMethod_Click(1); });
     connect(ui->cmdCreateNewGroup, &QPushButton::clicked, this,
             &frmDBImport::cmdCreateNewGroup_Click);
-    connect(ui->lvwDSN, &QTreeWidget::itemDoubleClicked, this, [this] { ChangeStep(1); });
+    // Double-click and Enter on a connection both move on.
+    connect(ui->lvwDSN, &QTreeWidget::itemActivated, this, [this] { ChangeStep(1); });
+    connect(ui->cmdNewDSN, &QPushButton::clicked, this, &frmDBImport::cmdNewDSN_Click);
+    connect(ui->cmdEditDSN, &QPushButton::clicked, this, &frmDBImport::cmdEditDSN_Click);
+    connect(ui->cmdDeleteDSN, &QPushButton::clicked, this, &frmDBImport::cmdDeleteDSN_Click);
+    connect(ui->cmdExamine, &QPushButton::clicked, this, &frmDBImport::cmdExamine_Click);
 
-    // Managing connections and composing queries come with later versions.
-    connect(ui->cmdNewDSN, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("Creating a database connection")); });
-    connect(ui->cmdEditDSN, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("Editing a database connection")); });
-    connect(ui->cmdDeleteDSN, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("Deleting a database connection")); });
-    connect(ui->cmdExamine, &QPushButton::clicked, this,
-            [this] { notAvailableYet(QStringLiteral("The connection examiner")); });
     connect(ui->cmdQueryBuilder, &QPushButton::clicked, this, &frmDBImport::cmdQueryBuilder_Click);
     connect(ui->cmdAdvancedQuery, &QPushButton::clicked, this,
             &frmDBImport::cmdAdvancedQuery_Click);
@@ -225,22 +232,119 @@ QRadioButton* frmDBImport::optFilterMethod(int index) const
     return index == 0 ? ui->optFilterMethod_0 : ui->optFilterMethod_1;
 }
 
-void frmDBImport::notAvailableYet(const QString& feature)
-{
-    MessageBoxes::instance().information(feature +
-                                         QStringLiteral(" is not available in this version yet."));
-}
-
 void frmDBImport::UpdateDSNList()
 {
     ui->lvwDSN->clear();
     const QList<DSNEntry> entries = UpdateDSNListFromIni();
-    for (const DSNEntry& entry : entries)
-        new QTreeWidgetItem(ui->lvwDSN, QStringList{entry.name, entry.conString});
+    for (const DSNEntry& entry : entries) {
+        auto* row = new QTreeWidgetItem(ui->lvwDSN,
+                                        QStringList{entry.name, MaskPasswords(entry.conString)});
+        row->setData(1, kConStringRole, entry.conString);
+    }
     // Like a report list view, a filled list always has a selected row.
     if (ui->lvwDSN->topLevelItemCount() > 0)
         ui->lvwDSN->setCurrentItem(ui->lvwDSN->topLevelItem(0));
     FitFirstColumn(ui->lvwDSN);
+}
+
+QTreeWidgetItem* frmDBImport::selectedConnectionRow() const
+{
+    QTreeWidgetItem* row = ui->lvwDSN->currentItem();
+    return row ? row : ui->lvwDSN->topLevelItem(0);
+}
+
+void frmDBImport::cmdNewDSN_Click()
+{
+    DSNDialogIsNew = true;
+    {
+        frmDSN dialog(this);
+        dialog.exec();
+    }
+    if (!DSNDialogCancelled) {
+        QString message;
+        if (MaintainDSN(DSNDialogName, DSNDialogConString, ConnectionAction::Add, message))
+            UpdateDSNList();
+        else
+            MessageBoxes::instance().critical(message);
+    }
+    ui->lvwDSN->setFocus();
+}
+
+void frmDBImport::cmdEditDSN_Click()
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    if (ui->lvwDSN->topLevelItemCount() == 0) {
+        boxes.information(QStringLiteral("There are no database connections configured to Edit, "
+                                         "select New to create one."));
+        return;
+    }
+    const QTreeWidgetItem* row = selectedConnectionRow();
+    const QString oldName = row->text(0);
+    const QString oldConString = rowConString(row);
+    // Kept as it always was: the notice does not stop the edit.
+    if (oldName.trimmed().isEmpty() || oldConString.trimmed().isEmpty())
+        boxes.information(
+            QStringLiteral("Please select a datbase connection from the list to Edit."));
+    DSNDialogIsNew = false;
+    DSNDialogName = oldName;
+    DSNDialogConString = oldConString;
+    {
+        frmDSN dialog(this);
+        dialog.exec();
+    }
+    if (!DSNDialogCancelled) {
+        QString message;
+        if (MaintainDSN(DSNDialogName, DSNDialogConString, ConnectionAction::Modify, message,
+                        oldName, oldConString))
+            UpdateDSNList();
+        else
+            boxes.critical(message);
+    }
+    ui->lvwDSN->setFocus();
+}
+
+void frmDBImport::cmdDeleteDSN_Click()
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    if (ui->lvwDSN->topLevelItemCount() == 0) {
+        boxes.information(
+            QStringLiteral("There are no database connections configured to Delete."));
+        return;
+    }
+    const QTreeWidgetItem* row = selectedConnectionRow();
+    const QString name = row->text(0);
+    const QString conString = rowConString(row);
+    // Kept as it always was: the notice does not stop the delete.
+    if (name.trimmed().isEmpty() || conString.trimmed().isEmpty())
+        boxes.information(QStringLiteral("A database connection must be selected to Delete."));
+    if (boxes.ask(QStringLiteral("Are you sure you want to remove the database connection - ") +
+                  name + QStringLiteral(" ?"))) {
+        QString message;
+        if (MaintainDSN(name, conString, ConnectionAction::Delete, message)) {
+            UpdateDSNList();
+            if (name == m_choices.DSNName)
+                ResetChoices();
+        } else {
+            boxes.information(message);
+        }
+    }
+    ui->lvwDSN->setFocus();
+}
+
+void frmDBImport::cmdExamine_Click()
+{
+    if (ui->lvwDSN->topLevelItemCount() == 0) {
+        MessageBoxes::instance().information(
+            QStringLiteral("There are no database connections configured to Examine."));
+        return;
+    }
+    frmExamineDSN dialog(this);
+    const QTreeWidgetItem* selected = selectedConnectionRow();
+    for (int i = 0; i < ui->lvwDSN->topLevelItemCount(); ++i) {
+        const QTreeWidgetItem* row = ui->lvwDSN->topLevelItem(i);
+        dialog.AddConnection(row->text(0), rowConString(row), row == selected);
+    }
+    dialog.exec();
 }
 
 void frmDBImport::ResetChoices()
@@ -299,7 +403,7 @@ bool frmDBImport::leaveConnectionStep()
     // Nothing of an earlier connection may survive into this one's choices.
     ResetChoices();
     m_choices.DSNName = row->text(0);
-    m_choices.ConnectionString = row->text(1);
+    m_choices.ConnectionString = rowConString(row);
     QString message;
     if (!LoadImportSettings(m_choices, message))
         boxes.information(message);

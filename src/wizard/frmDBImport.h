@@ -17,6 +17,7 @@ class FieldMappingArea;
 class ImportEngine;
 class QLabel;
 class QRadioButton;
+class QTreeWidgetItem;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
 // the run, checks each step when the user moves on, and shows the import job's progress.
@@ -62,6 +63,11 @@ private:
     void showStep(int step);
     void StartImport();
     void UpdateDSNList();
+    QTreeWidgetItem* selectedConnectionRow() const;
+    void cmdNewDSN_Click();
+    void cmdEditDSN_Click();
+    void cmdDeleteDSN_Click();
+    void cmdExamine_Click();
     void LoadGroups();
     void updateStartButton();
     void optFilterMethod_Click(int index);
@@ -69,7 +75,6 @@ private:
     void cmdQueryBuilder_Click();
     void cmdAdvancedQuery_Click();
     void cmdCreateNewGroup_Click();
-    void notAvailableYet(const QString& feature);
     QRadioButton* optFilterMethod(int index) const;
 
     std::unique_ptr<Ui::frmDBImport> ui;

@@ -25,7 +25,8 @@ OdbcEnvironment::OdbcEnvironment() : m_dir(QDir::tempPath() + "/dbimport-odbc-XX
     writeText(m_dir.filePath("odbcinst.ini"),
               "[SQLite3]\nDriver=" + lib + "libsqlite3odbc.so\nSetup=" + lib +
                   "libsqlite3odbc.so\n\n[PostgreSQL Unicode]\nDriver=" + lib +
-                  "psqlodbcw.so\nSetup=" + lib + "libodbcpsqlS.so\n");
+                  "psqlodbcw.so\nSetup=" + lib +
+                  "libodbcpsqlS.so\n\n[MariaDB Unicode]\nDriver=" + lib + "libmaodbc.so\n");
     writeText(m_dir.filePath("odbc.ini"), QByteArray());
     qputenv("ODBCSYSINI", QFile::encodeName(m_dir.path()));
     qputenv("ODBCINI", QFile::encodeName(m_dir.filePath("odbc.ini")));
@@ -48,6 +49,16 @@ void OdbcEnvironment::addSqliteDsn(const QString& dsn, const QString& file)
     // One file serves as system and user data sources, whichever is read first.
     m_dsnText += "[" + dsn.toUtf8() + "]\nDriver=SQLite3\nDatabase=" +
                  QFile::encodeName(QFileInfo(file).absoluteFilePath()) + "\nTimeout=2000\n\n";
+    writeText(m_dir.filePath("odbc.ini"), m_dsnText);
+}
+
+void OdbcEnvironment::addDsn(const QString& dsn, const QString& driver,
+                             const QList<QPair<QString, QString>>& attributes)
+{
+    m_dsnText += "[" + dsn.toUtf8() + "]\nDriver=" + driver.toUtf8() + "\n";
+    for (const auto& [key, value] : attributes)
+        m_dsnText += key.toUtf8() + "=" + value.toUtf8() + "\n";
+    m_dsnText += "\n";
     writeText(m_dir.filePath("odbc.ini"), m_dsnText);
 }
 

@@ -4,8 +4,8 @@
 #include <QString>
 #include <QTemporaryDir>
 
-// A test-local unixODBC configuration (SQLite3 and PostgreSQL Unicode drivers), so no system
-// or user configuration is touched. Create it before the first ODBC connection.
+// A test-local unixODBC configuration (SQLite3, PostgreSQL Unicode, MariaDB Unicode drivers), so no
+// system or user configuration is touched. Create it before the first ODBC connection.
 class OdbcEnvironment final
 {
 public:
@@ -15,6 +15,8 @@ public:
 
     bool isValid() const { return m_valid; }
     void addSqliteDsn(const QString& dsn, const QString& file);
+    void addDsn(const QString& dsn, const QString& driver,
+                const QList<QPair<QString, QString>>& attributes);
     static QString sqliteDriverString(const QString& file); // "Driver={SQLite3};Database=..."
 
 private:

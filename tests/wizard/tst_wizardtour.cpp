@@ -4,7 +4,9 @@
 
 #include "wizardfixture.h"
 
+#include "datasource/forms/frmConnectionBuilder.h"
 #include "wizard/frmAddModGroup.h"
+#include "wizard/frmDSN.h"
 
 #include <QCheckBox>
 #include <QElapsedTimer>
@@ -84,6 +86,7 @@ private slots:
     void scaledScreens_data();
     void scaledScreens();
     void groupDialogFits();
+    void connectionDialogsFit();
     void timedImport();
 };
 
@@ -237,6 +240,37 @@ void tst_WizardTour::groupDialogFits()
     QTRY_VERIFY2(cutCaptions(&dialog).isEmpty(), qPrintable(cutCaptions(&dialog)));
     saveShot(&dialog, u"group-dialog"_s);
     dialog.close();
+}
+
+// frmDSN for a new connection, and the builder composing one for a MariaDB server.
+void tst_WizardTour::connectionDialogsFit()
+{
+    Environment env;
+    DSNDialogIsNew = true;
+    frmDSN dialog;
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
+    QTest::keyClicks(control<QLineEdit>(&dialog, "txtDSN"), u"Members (MariaDB)"_s);
+    control<QLineEdit>(&dialog, "txtConStr")->setFocus();
+    QTest::keyClicks(control<QLineEdit>(&dialog, "txtConStr"),
+                     u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;"
+                     "Database=members;UID=ann;PWD=s3cret;"_s);
+    control<QLineEdit>(&dialog, "txtDSN")->setFocus();
+    QTRY_VERIFY2(cutCaptions(&dialog).isEmpty(), qPrintable(cutCaptions(&dialog)));
+    saveShot(&dialog, u"connection-dialog"_s);
+    dialog.close();
+
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY(builder.setConnectionString(
+        u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
+        "Database=members;UID=ann;PWD=s3cret;"_s,
+        message));
+    builder.show();
+    QVERIFY(QTest::qWaitForWindowExposed(&builder));
+    QTRY_VERIFY2(cutCaptions(&builder).isEmpty(), qPrintable(cutCaptions(&builder)));
+    saveShot(&builder, u"connection-builder"_s);
+    builder.close();
 }
 
 void tst_WizardTour::timedImport()

@@ -1,0 +1,253 @@
+#include "datasource/forms/frmConnectionBuilder.h"
+
+#include "datarow.h"
+#include "mariadbtestserver.h"
+#include "odbcenvironment.h"
+#include "pgtestserver.h"
+#include "sqlitefixture.h"
+#include "tempfolder.h"
+
+#include "util/scriptedmessageboxes.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTcpServer>
+#include <QTest>
+
+#include <memory>
+
+namespace {
+
+template <class T> T* control(const QWidget* form, const char* name)
+{
+    T* widget = form->findChild<T*>(QString::fromLatin1(name));
+    if (!widget)
+        qFatal("the builder has no %s", name);
+    return widget;
+}
+
+QStringList items(const QComboBox* combo)
+{
+    QStringList texts;
+    for (int i = 0; i < combo->count(); ++i)
+        texts << combo->itemText(i);
+    return texts;
+}
+
+// The connection string of a source with two tables, one with a blank in its name, for a
+// source name of the test table; empty to skip. keep holds the server's database.
+QString sourceString(const QString& source, const TempFolder& folder, QString& skip,
+                     std::shared_ptr<void>& keep)
+{
+    const QStringList tables = {"CREATE TABLE a (x int)", "CREATE TABLE \"b c\" (y int)"};
+    if (source == "sqlite") {
+        const QString file = folder.filePath("two.db");
+        BuildSqliteDatabase(file, tables);
+        return "Provider=SQLite;Data Source=" + file;
+    }
+    if (source == "postgresql") {
+        PgTestServer server;
+        if (!PgTestServer::fromEnvironment(server, skip))
+            return {};
+        skip.clear();
+        auto db = std::make_shared<PgTestDatabase>(server);
+        keep = db;
+        return db->run(tables).isEmpty() ? "Provider=MSDASQL;" + server.driverString(db->name())
+                                         : QString();
+    }
+    MariaDbTestServer server;
+    if (!MariaDbTestServer::fromEnvironment(server, skip))
+        return {};
+    skip.clear();
+    if (source == "mariadb") {
+        auto db = std::make_shared<MariaDbTestDatabase>(server);
+        keep = db;
+        return db->run(QStringList("SET sql_mode = 'ANSI_QUOTES'") + tables).isEmpty()
+                   ? "Provider=MSDASQL;" + server.driverString(db->name())
+                   : QString();
+    }
+    // A port nobody listens on: the one a server just gave up.
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    server.port = probe.serverPort();
+    probe.close();
+    return "Provider=MSDASQL;" + server.driverString();
+}
+
+} // namespace
+
+class tst_frmConnectionBuilder : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void cleanup();
+    void odbcListsComeFromTheDriverManager();
+    void newSqliteConnection();
+    void testConnection_data();
+    void testConnection();
+    void silentServerTimesOutAndCancels();
+
+private:
+    OdbcEnvironment m_odbc;
+    TempFolder m_folder;
+    ScriptedMessageBoxes m_boxes;
+};
+
+void tst_frmConnectionBuilder::initTestCase()
+{
+    QVERIFY(m_odbc.isValid());
+    MessageBoxes::setInstance(&m_boxes);
+    m_odbc.addSqliteDsn("Contacts EU", m_folder.filePath("eu.db"));
+    m_odbc.addDsn("Members", "MariaDB Unicode", {{"Server", "127.0.0.1"}, {"Port", "1"}});
+}
+
+void tst_frmConnectionBuilder::cleanup()
+{
+    m_boxes.clear();
+    frmConnectionBuilder::setFileChooser(nullptr);
+    for (QWidget* widget : QApplication::topLevelWidgets())
+        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+}
+
+// The lists offer what unixODBC knows, each name once, and nothing of the machine's own
+// configuration; a string naming an unknown data source keeps it.
+void tst_frmConnectionBuilder::odbcListsComeFromTheDriverManager()
+{
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY(builder.setConnectionString("DSN=Elsewhere;UID=ann", message));
+    QCOMPARE(items(control<QComboBox>(&builder, "cmbDataSource")),
+             QStringList({"Contacts EU", "Members", "Elsewhere"}));
+    QCOMPARE(items(control<QComboBox>(&builder, "cmbDriver")),
+             QStringList({"SQLite3", "PostgreSQL Unicode", "MariaDB Unicode"}));
+    QCOMPARE(builder.connectionString(), QString("DSN=Elsewhere;UID=ann;"));
+}
+
+// A new connection to a SQLite file, from the keyboard and the file chooser; a file that
+// is not there is refused.
+void tst_frmConnectionBuilder::newSqliteConnection()
+{
+    const QString file = m_folder.filePath("contacts.db");
+    BuildSqliteDatabase(file, {"CREATE TABLE t (x)"});
+    QString offered = "(not asked)";
+    frmConnectionBuilder::setFileChooser([&](QWidget*, const QString& current) {
+        offered = current;
+        return file;
+    });
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY(builder.setConnectionString("", message));
+    builder.show();
+    QVERIFY(QTest::qWaitForWindowActive(&builder));
+    auto* path = control<QLineEdit>(&builder, "txtFile");
+    path->setFocus();
+    QTest::keyClicks(path, m_folder.filePath("missing.db"));
+    QTest::keyClick(path, Qt::Key_Return);
+    QCOMPARE(m_boxes.texts(), QStringList("The SQLite database file \"" +
+                                          m_folder.filePath("missing.db") + "\" does not exist."));
+    QVERIFY(builder.isVisible());
+    QTest::keyClick(&builder, Qt::Key_B, Qt::AltModifier);
+    QTRY_COMPARE(offered, m_folder.filePath("missing.db"));
+    QTest::keyClick(&builder, Qt::Key_Return);
+    QCOMPARE(builder.result(), int(QDialog::Accepted));
+    QCOMPARE(builder.connectionString(), "Provider=SQLite;Data Source=" + file + ";");
+}
+
+void tst_frmConnectionBuilder::testConnection_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("report");
+    const QString two = "^Test connection succeeded: 2 table\\(s\\) found\\.$";
+    DataRow("sqlite file", "sqlite", two);
+    DataRow("postgresql", "postgresql", two);
+    DataRow("mariadb", "mariadb", two);
+    DataRow("closed port", "closed", "^Test connection failed: \\d+ - .*(connect|Connect)");
+}
+
+// The source is opened for real and the outcome reported in the dialog; the window keeps
+// handling events while the driver works.
+void tst_frmConnectionBuilder::testConnection()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, report);
+    QString skip;
+    std::shared_ptr<void> keep;
+    const QString conString = sourceString(source, m_folder, skip, keep);
+    if (!skip.isEmpty() && conString.isEmpty())
+        QSKIP(qPrintable(skip));
+    QVERIFY(!conString.isEmpty());
+    frmConnectionBuilder builder;
+    QString message;
+    QVERIFY2(builder.setConnectionString(conString, message), qPrintable(message));
+    builder.setTestTimeout(10000);
+    builder.show();
+    QVERIFY(QTest::qWaitForWindowActive(&builder));
+    auto* result = control<QLabel>(&builder, "lblTestResult");
+    QTest::keyClick(&builder, Qt::Key_T, Qt::AltModifier);
+    // A mnemonic presses its button a moment later, as a click would look.
+    QTRY_VERIFY_WITH_TIMEOUT(result->text().startsWith("Test connection "), 15000);
+    QVERIFY2(QRegularExpression(report).match(result->text()).hasMatch(),
+             qPrintable(result->text()));
+    QVERIFY(QApplication::overrideCursor() == nullptr);
+    builder.reject();
+}
+
+// A server that takes the connection and never answers: the dialog stays live (its timers
+// run, Cancel closes it at once) and, left alone, reports the wait as a failure.
+void tst_frmConnectionBuilder::silentServerTimesOutAndCancels()
+{
+    MariaDbTestServer server;
+    QString skip;
+    if (!MariaDbTestServer::fromEnvironment(server, skip))
+        server = {"127.0.0.1", 0, "x", "u", "p"}; // only the driver is needed
+    QTcpServer silent;
+    QVERIFY(silent.listen(QHostAddress::LocalHost));
+    server.port = silent.serverPort();
+    const QString conString = "Provider=MSDASQL;" + server.driverString();
+
+    for (const bool cancel : {false, true}) {
+        frmConnectionBuilder builder;
+        QString message;
+        QVERIFY(builder.setConnectionString(conString, message));
+        builder.setTestTimeout(1500);
+        builder.show();
+        auto* result = control<QLabel>(&builder, "lblTestResult");
+        QElapsedTimer clock;
+        qint64 longestGap = 0;
+        qint64 last = 0;
+        QTimer ticker;
+        QObject::connect(&ticker, &QTimer::timeout, [&] {
+            longestGap = qMax(longestGap, clock.elapsed() - last);
+            last = clock.elapsed();
+        });
+        ticker.start(20);
+        clock.start();
+        QTest::mouseClick(control<QPushButton>(&builder, "cmdTest"), Qt::LeftButton);
+        QVERIFY(QApplication::overrideCursor() != nullptr);
+        if (cancel) {
+            QTest::qWait(300);
+            QTest::keyClick(&builder, Qt::Key_Escape);
+            QVERIFY(!builder.isVisible());
+            QCOMPARE(builder.result(), int(QDialog::Rejected));
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(result->text().startsWith("Test connection "), 5000);
+            QCOMPARE(result->text(), QString("Test connection failed: the data source did not "
+                                             "answer within 1.5 seconds."));
+            QVERIFY2(clock.elapsed() < 4000, qPrintable(QString::number(clock.elapsed())));
+            builder.reject();
+        }
+        QVERIFY(QApplication::overrideCursor() == nullptr);
+        QVERIFY2(longestGap < 500, qPrintable(QString::number(longestGap)));
+    }
+    // The driver still waiting gives up once the server is gone.
+    silent.close();
+}
+
+QTEST_MAIN(tst_frmConnectionBuilder)
+#include "tst_frmconnectionbuilder.moc"

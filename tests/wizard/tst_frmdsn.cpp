@@ -1,0 +1,332 @@
+// The connection step's New, Edit, Delete and Examine buttons with frmDSN, and a connection
+// made, examined and imported from entirely through the wizard.
+
+#include "wizardfixture.h"
+
+#include "datarow.h"
+#include "mariadbtestserver.h"
+#include "odbcenvironment.h"
+
+#include <QLineEdit>
+#include <QTreeWidget>
+
+using namespace wizardtest;
+
+namespace {
+
+QTreeWidget* connectionList(const QWidget* form)
+{
+    return control<QTreeWidget>(form, "lvwDSN");
+}
+
+QStringList listed(const QWidget* form)
+{
+    QStringList rows;
+    const QTreeWidget* list = connectionList(form);
+    for (int i = 0; i < list->topLevelItemCount(); ++i)
+        rows << list->topLevelItem(i)->text(0) + u" | "_s + list->topLevelItem(i)->text(1);
+    return rows;
+}
+
+void typeInto(QWidget* dialog, const char* name, const QString& text)
+{
+    auto* box = control<QLineEdit>(dialog, name);
+    box->setFocus();
+    box->selectAll();
+    QTest::keyClick(box, Qt::Key_Delete);
+    QTest::keyClicks(box, text);
+}
+
+// Presses button on the connection step, types name and string into frmDSN (null: leave as
+// opened) and presses OK; a dialog that refuses is then cancelled. The boxes shown.
+QStringList useDialog(const QWidget* form, Environment& env, const char* button,
+                      const QString& name, const QString& conString, QString* shown = nullptr)
+{
+    env.boxes.clear();
+    whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
+        require(QTest::qWaitForWindowActive(dialog), u"frmDSN is not active"_s);
+        if (shown)
+            *shown = control<QLineEdit>(dialog, "txtConStr")->text();
+        if (!name.isNull())
+            typeInto(dialog, "txtDSN", name);
+        if (!conString.isNull())
+            typeInto(dialog, "txtConStr", conString);
+        click(dialog, "cmdOK");
+        if (dialog->isVisible())
+            click(dialog, "cmdClose");
+    });
+    click(form, button);
+    return env.boxes.texts();
+}
+
+} // namespace
+
+class tst_frmDSN : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void cleanup() { verifyNothingOpen(); }
+
+    void newConnectionChecks_data();
+    void newConnectionChecks();
+    void buttonsOnAnEmptyList_data();
+    void buttonsOnAnEmptyList();
+    void editKeepsTheExactString();
+    void deleteAsksAndBlanksTheSlot();
+    void fiftyFirstConnection();
+    void activatingARowMovesOn_data();
+    void activatingARowMovesOn();
+    void mariaDbThroughTheWizard();
+};
+
+void tst_frmDSN::newConnectionChecks_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("conString");
+    QTest::addColumn<QString>("message"); // empty: stored
+    const QString invalid =
+        u"The connection string you have entered does not appear to be valid."_s;
+    DataRow("no keyword", "Sales", "Driver={SQLite3};Database=/x.db", invalid);
+    DataRow("empty string fails the keyword test first", "Sales", "", invalid);
+    DataRow("no name", "  ", "DSN=Sales",
+            "Please enter/create a descriptive name for this connection string.");
+    DataRow("lower-case keyword, blanks trimmed", "  Sales ", " dsn=Sales;pwd={a;b} ", "");
+    DataRow("data source keyword", "Sales", "Provider=SQLite;Data Source=/x.db", "");
+}
+
+void tst_frmDSN::newConnectionChecks()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, conString);
+    QFETCH(QString, message);
+    Environment env;
+    auto form = openWizard();
+    QCOMPARE(useDialog(form.get(), env, "cmdNewDSN", name, conString),
+             message.isEmpty() ? QStringList() : QStringList(message));
+    const QList<DSNEntry> stored = UpdateDSNListFromIni();
+    QCOMPARE(stored.size(), message.isEmpty() ? 1 : 0);
+    if (message.isEmpty()) {
+        QCOMPARE(stored.first().name, name.trimmed());
+        QCOMPARE(stored.first().conString, conString.trimmed());
+        QCOMPARE(listed(form.get()).size(), 1);
+    }
+    form->close();
+}
+
+void tst_frmDSN::buttonsOnAnEmptyList_data()
+{
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<QString>("message");
+    DataRow("edit", "cmdEditDSN",
+            "There are no database connections configured to Edit, select New to create one.");
+    DataRow("delete", "cmdDeleteDSN", "There are no database connections configured to Delete.");
+    DataRow("examine", "cmdExamine", "There are no database connections configured to Examine.");
+}
+
+void tst_frmDSN::buttonsOnAnEmptyList()
+{
+    QFETCH(QString, button);
+    QFETCH(QString, message);
+    Environment env;
+    auto form = openWizard();
+    click(form.get(), button.toLatin1().constData());
+    QCOMPARE(env.boxes.shown().size(), 1);
+    QCOMPARE(env.boxes.shown().first().icon, MessageBoxes::Icon::Information);
+    QCOMPARE(env.boxes.texts(), QStringList(message));
+    QVERIFY(QFile::exists(env.folder.filePath(u"dbimport.ini"_s)) == false);
+    form->close();
+}
+
+// The list and the dialog hide the password, yet an edit stores the string as it was; an
+// edit that changes nothing writes nothing; one the builder cannot read is refused.
+void tst_frmDSN::editKeepsTheExactString()
+{
+    Environment env;
+    const QString secret = u"DSN=Sales;UID=ann;PWD={se;cr=et}"_s;
+    env.addConnection(u"Broken"_s, u"DSN={Sales"_s);
+    env.addConnection(u"Sales"_s, secret);
+    auto form = openWizard();
+    QTreeWidget* list = connectionList(form.get());
+    QCOMPARE(listed(form.get()),
+             QStringList({u"Broken | DSN={Sales"_s, u"Sales | DSN=Sales;UID=ann;PWD=•••"_s}));
+    const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
+
+    // Unchanged: nothing written, and the list is not even refilled (which would select the
+    // first row).
+    list->setCurrentItem(list->topLevelItem(1));
+    QString shown;
+    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", {}, {}, &shown), QStringList());
+    QCOMPARE(shown, u"DSN=Sales;UID=ann;PWD=•••"_s);
+    QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
+    QCOMPARE(list->currentItem(), list->topLevelItem(1));
+
+    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", u"Sales EU"_s, {}), QStringList());
+    QCOMPARE(UpdateDSNListFromIni().at(1).name, u"Sales EU"_s);
+    QCOMPARE(UpdateDSNListFromIni().at(1).conString, secret);
+
+    list->setCurrentItem(list->topLevelItem(0));
+    env.boxes.clear();
+    whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
+        click(dialog, "cmdEdit");
+        click(dialog, "cmdClose");
+    });
+    click(form.get(), "cmdEditDSN");
+    QCOMPARE(env.boxes.texts(),
+             QStringList(u"An invalid ADO ConnectionString was detected. Please try again!"_s));
+    form->close();
+}
+
+// No keeps the connection; Yes blanks its slot and its saved choices, and when its choices
+// were the ones loaded, the wizard lets go of them too.
+void tst_frmDSN::deleteAsksAndBlanksTheSlot()
+{
+    Environment env;
+    env.addSales(3, u"First"_s);
+    env.addSales(3);
+    env.saveChoices(contactsChoices(u"Sales"_s, u"Members"_s));
+    auto form = openWizard();
+    frmDBImport* f = form.get();
+    connectionList(f)->setCurrentItem(connectionList(f)->topLevelItem(1));
+    QVERIFY(nextTo(f, 1));
+    QCOMPARE(f->importChoices().DSNName, u"Sales"_s);
+    click(f, "cmdPrev");
+
+    env.boxes.clear();
+    env.boxes.queueAnswer(false);
+    click(f, "cmdDeleteDSN");
+    QCOMPARE(env.boxes.texts(),
+             QStringList(u"Are you sure you want to remove the database connection - Sales ?"_s));
+    QCOMPARE(env.boxes.shown().first().icon, MessageBoxes::Icon::Question);
+    QCOMPARE(listed(f).size(), 2);
+
+    env.boxes.queueAnswer(true);
+    click(f, "cmdDeleteDSN");
+    QCOMPARE(listed(f).size(), 1);
+    QVERIFY(listed(f).first().startsWith(u"First | "_s));
+    const QString ini = QString::fromLatin1(env.folder.readFile(u"dbimport.ini"_s));
+    QVERIFY(ini.contains(u"DSNName2=\r\nDSNString2=\r\n"_s));
+    QVERIFY(ini.contains(u"[DSN2]\r\nFilterMethod=\r\nSelectedTable=\r\n"_s));
+    QCOMPARE(f->importChoices().DSNName, QString());
+    QCOMPARE(f->importChoices().SelectedTable, QString());
+    form->close();
+}
+
+// With every slot in use a new connection is silently not stored.
+void tst_frmDSN::fiftyFirstConnection()
+{
+    Environment env;
+    for (int n = 1; n <= 50; ++n)
+        env.addConnection(u"C%1"_s.arg(n), u"DSN=c%1"_s.arg(n));
+    auto form = openWizard();
+    const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
+    QCOMPARE(useDialog(form.get(), env, "cmdNewDSN", u"Extra"_s, u"DSN=extra"_s), QStringList());
+    QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
+    QCOMPARE(listed(form.get()).size(), 50);
+    form->close();
+}
+
+void tst_frmDSN::activatingARowMovesOn_data()
+{
+    QTest::addColumn<bool>("doubleClick");
+    DataRow("Enter", false);
+    DataRow("double-click", true);
+}
+
+void tst_frmDSN::activatingARowMovesOn()
+{
+    QFETCH(bool, doubleClick);
+    Environment env;
+    env.addSales(3);
+    auto form = openWizard();
+    QTreeWidget* list = connectionList(form.get());
+    list->setFocus();
+    if (doubleClick) {
+        const QRect row = list->visualItemRect(list->topLevelItem(0));
+        // As by hand, the double-click follows a first click on the row.
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row.center());
+        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row.center());
+    } else {
+        QTest::keyClick(list, Qt::Key_Return);
+    }
+    QCOMPARE(currentStep(form.get()), 1);
+    QCOMPARE(form->importChoices().DSNName, u"Sales"_s);
+    form->close();
+}
+
+// A MariaDB connection composed in the builder from the keyboard, tested, examined and
+// imported from.
+void tst_frmDSN::mariaDbThroughTheWizard()
+{
+    MariaDbTestServer server;
+    DBIMPORT_REQUIRE_MARIADB(server);
+    OdbcEnvironment odbc;
+    QVERIFY(odbc.isValid());
+    MariaDbTestDatabase database(server);
+    QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+    QCOMPARE(database.run(
+                 {u"CREATE TABLE Contacts (ID int, Email varchar(100), `Full Name` varchar(60), "
+                  "Company varchar(60), City varchar(40), Phone varchar(30))"_s,
+                  u"INSERT INTO Contacts VALUES (1, 'ann@example.com', 'Ms Ann Lee', 'Acme', "
+                  "'Leeds', '1'), (2, 'bob@example.org', 'Bob Ray', NULL, 'York', NULL), "
+                  "(3, 'not-an-address', 'X', NULL, NULL, NULL), (4, 'ANN@example.com', 'Again', "
+                  "NULL, NULL, NULL)"_s}),
+             QString());
+    Environment env;
+    env.createGroups({u"Customers"_s});
+    auto form = openWizard();
+    frmDBImport* f = form.get();
+
+    QString report;
+    whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
+        typeInto(dialog, "txtDSN", u"Members"_s);
+        whenModal(u"frmConnectionBuilder"_s, [&](QWidget* builder) {
+            QComboBox* kind = combo(builder, "cmbKind");
+            kind->setFocus();
+            QTest::keyClick(kind, Qt::Key_Down);
+            QTest::keyClick(kind, Qt::Key_Down);
+            QComboBox* driver = combo(builder, "cmbDriver");
+            driver->setCurrentIndex(driver->findText(u"MariaDB Unicode"_s));
+            typeInto(builder, "txtServer", server.host);
+            typeInto(builder, "txtPort", QString::number(server.port));
+            typeInto(builder, "txtDatabase", database.name());
+            typeInto(builder, "txtUser", server.user);
+            typeInto(builder, "txtPassword", server.password);
+            click(builder, "cmdTest");
+            auto* result = control<QLabel>(builder, "lblTestResult");
+            QTRY_VERIFY_WITH_TIMEOUT(result->text().startsWith(u"Test connection "_s), 15000);
+            report = result->text();
+            click(builder, "cmdOK");
+        });
+        click(dialog, "cmdEdit");
+        click(dialog, "cmdOK");
+    });
+    click(f, "cmdNewDSN");
+    QCOMPARE(report, u"Test connection succeeded: 1 table(s) found."_s);
+    QCOMPARE(listed(f),
+             QStringList(u"Members | Provider=MSDASQL;Driver={MariaDB Unicode};Server=%1;Port=%2;"
+                         "Database=%3;UID=%4;PWD=•••;"_s.arg(server.host)
+                             .arg(server.port)
+                             .arg(database.name(), server.user)));
+
+    QStringList examined;
+    whenModal(u"frmExamineDSN"_s, [&](QWidget* examiner) {
+        examined << combo(examiner, "icmbConnections")->currentText()
+                 << combo(examiner, "icmbTables")->currentText();
+        click(examiner, "cmdClose");
+    });
+    click(f, "cmdExamine");
+    QCOMPARE(examined, QStringList({u"Members"_s, u"Contacts"_s}));
+
+    env.saveChoices(contactsChoices(u"Members"_s, u"Customers"_s));
+    env.boxes.clear();
+    QVERIFY(nextTo(f, 4));
+    QCOMPARE(text(f, "lblAdded"), u"2"_s);
+    QCOMPARE(text(f, "lblIllegal"), u"1"_s);
+    QCOMPARE(text(f, "lblDuplicates"), u"1"_s);
+    QCOMPARE(countRows(env.groupFile(u"Customers"_s)), 2);
+    form->close();
+}
+
+QTEST_MAIN(tst_frmDSN)
+#include "tst_frmdsn.moc"
