@@ -12,6 +12,7 @@ packages=(
   postgresql odbc-postgresql
   xvfb xauth
   time
+  clang libclang-rt-14-dev
 )
 
 missing=()

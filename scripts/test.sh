@@ -17,6 +17,9 @@ build() { # dir, extra cmake args...
 
 build build
 build build-asan -DDBIMPORT_SANITIZE=ON
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DDBIMPORT_FUZZ=ON >/dev/null
+cmake --build build-fuzz -j "$jobs" --target fuzzers
 
 # shellcheck source=scripts/pg-test-server.sh
 source scripts/pg-test-server.sh
@@ -29,4 +32,17 @@ ctest --test-dir build --output-on-failure -j "$jobs" || status=1
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer =="
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
   ctest --test-dir build-asan --output-on-failure -j "$jobs" || status=1
+echo "== Fuzzing, ${DBIMPORT_FUZZ_SECONDS:-30} s a target =="
+for fuzzer in build-fuzz/fuzz/fuzz_*; do
+  name=${fuzzer##*/fuzz_}
+  work=$(mktemp -d)
+  cp fuzz/corpus/"$name"/* "$work"/
+  if ! TMPDIR=/dev/shm "$fuzzer" -max_total_time="${DBIMPORT_FUZZ_SECONDS:-30}" \
+      -rss_limit_mb=1536 -artifact_prefix="$work/" "$work" >"$work.log" 2>&1; then
+    echo "fuzz_$name found a fault:"; tail -40 "$work.log"; status=1
+  else
+    echo "fuzz_$name: $(grep -o 'Done [0-9]* runs' "$work.log"), no fault"
+  fi
+  rm -rf "$work" "$work.log"
+done
 exit $status

@@ -1,0 +1,45 @@
+// The connection-string parser and resolver, and the stored form of a connection string:
+// what is scrambled must unscramble to itself.
+#include <QString>
+
+#include <cstdint>
+#include <cstdlib>
+
+#include "datasource/connectionstring.h"
+#include "util/modApplication.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
+{
+    const QString text =
+        QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
+
+    QList<QPair<QString, QString>> pairs;
+    QString message;
+    const bool parsed = ParseConnectionString(text, pairs, message);
+    if (!parsed && message.isEmpty())
+        abort();
+    for (const auto& pair : pairs) {
+        if (pair.first.isEmpty())
+            abort();
+    }
+
+    ConnectionTarget target;
+    if (ResolveConnectionString(text, target, message)) {
+        if (target.driver != QLatin1String("QSQLITE") && target.driver != QLatin1String("QODBC"))
+            abort();
+        if (target.driver == QLatin1String("QODBC")) {
+            // What the ODBC driver manager receives must parse as well.
+            QList<QPair<QString, QString>> odbcPairs;
+            (void)QtOdbcDatabaseName(target.databaseName);
+            if (!ParseConnectionString(target.databaseName, odbcPairs, message))
+                abort();
+        }
+    } else if (message.isEmpty()) {
+        abort();
+    }
+
+    const QString stored = ScrambleConString(text);
+    if (!stored.isEmpty() && (stored.size() != text.size() || UnscrambleConString(stored) != text))
+        abort();
+    return 0;
+}
