@@ -33,6 +33,18 @@ QString takeName(const QByteArray& data, qsizetype& at)
     return Windows1252::decode(raw);
 }
 
+// The file's own trimming: the ASCII blanks and control white space, never U+00A0.
+QString asciiTrimmed(const QString& text)
+{
+    auto blank = [](QChar c) { return c == u' ' || (c >= u'\t' && c <= u'\r'); };
+    qsizetype from = 0, to = text.size();
+    while (from < to && blank(text.at(from)))
+        ++from;
+    while (to > from && blank(text.at(to - 1)))
+        --to;
+    return text.mid(from, to - from);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
@@ -65,16 +77,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const QString back = ProfileFile::read(path, section, key);
     // A written value reads back as it was, unless the reader's own rules change it: outer
     // blanks are dropped and one pair of quotes taken off; a line break cannot be stored.
-    const QString expected = value.trimmed();
+    const QString expected = asciiTrimmed(value);
     const bool quoted = expected.size() >= 2 &&
                         (expected.front() == u'"' || expected.front() == u'\'') &&
                         expected.back() == expected.front();
     const bool plainName = !section.contains(u']') && !section.contains(u'\n') &&
                            !section.contains(u'\r') && !key.contains(u'=') &&
                            !key.contains(u'\n') && !key.contains(u'\r') &&
-                           !key.trimmed().startsWith(u';') && !key.trimmed().startsWith(u'[') &&
-                           !section.trimmed().isEmpty() && !key.trimmed().isEmpty() &&
-                           section.trimmed() == section && key.trimmed() == key;
+                           !asciiTrimmed(key).startsWith(u';') && !asciiTrimmed(key).startsWith(u'[') &&
+                           !asciiTrimmed(section).isEmpty() && !asciiTrimmed(key).isEmpty() &&
+                           asciiTrimmed(section) == section && asciiTrimmed(key) == key;
     const bool plainValue = !quoted && !value.contains(u'\n') && !value.contains(u'\r') &&
                             !value.contains(QChar(0));
     if (plainName && plainValue && back != expected)
