@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "duplicatelist.h"
+#include "groupclaim.h"
+#include "groups.h"
 #include "groupstore.h"
 #include "importchoices.h"
 #include "importlog.h"
@@ -29,6 +31,8 @@
 namespace {
 
 const QString kLogFileName = QStringLiteral("Database Import Log File.txt");
+// How long a run waits for another run to finish with the same Group before giving up.
+constexpr int kGroupClaimWaitMs = 3000;
 
 // The record loop's field list. Its order matters: a full name split overwrites a mapped
 // Title, and mapped FirstName, Initial and LastName overwrite the split in turn.
@@ -186,6 +190,8 @@ public:
     const ImportChoices& choices;
     ImportView& view;
     GroupStore store;
+    GroupClaim claim;
+    bool storeWasOpen = false;
     DuplicateCheckList duplicates;
     std::unique_ptr<SourceConnection> source;
     std::unique_ptr<SourceRows> records;
@@ -201,6 +207,9 @@ public:
                                          : BuildImportSQL(choices.SelectedTable, choices.Rules);
     }
 
+    bool ClaimGroup(QString& errorText);
+    bool CloseVTDatabase(QString& errorText);
+    void settleTotals();
     bool OpenVTDatabase(QString& errorText);
     bool BuildDuplicateCheckList(QString& errorText);
     bool IsDuplicateEmail(const QString& email);
@@ -257,6 +266,9 @@ ImportEngine::Totals ImportEngine::totals() const
 
 bool ImportEngine::DoImportJob(QString& errorText)
 {
+    // Before the log: a run that finds the Group taken leaves the other run's log alone.
+    if (!d->ClaimGroup(errorText))
+        return false;
     const QString logPath = HostDataFolder() + kLogFileName;
     if (!OpenLogFile(logPath, LogFileNumber(), false, errorText)) {
         if (!MessageBoxes::instance().ask(
@@ -300,7 +312,7 @@ bool ImportEngine::DoImportJob(QString& errorText)
         d->CloseImportResources();
         return false;
     }
-    if (!d->DoImport(errorText)) {
+    if (!d->DoImport(errorText) || !d->CloseVTDatabase(errorText)) {
         d->log(QStringLiteral("#   Import failed"));
         d->CloseImportResources();
         return false;
@@ -320,14 +332,57 @@ bool ImportEngine::DoImportJob(QString& errorText)
     return true;
 }
 
+bool ImportEngine::Private::ClaimGroup(QString& errorText)
+{
+    QString message;
+    if (!IsUsableGroupName(choices.VTGroup, message)) {
+        errorText = message;
+        return false;
+    }
+    if (!claim.acquire(NativePath(GroupFilePath(choices.VTGroup, HostDataFolder())),
+                       kGroupClaimWaitMs)) {
+        errorText = QStringLiteral("The Group ") + choices.VTGroup +
+                    QStringLiteral(" is being imported into by another run");
+        return false;
+    }
+    return true;
+}
+
+// Closing writes the last records: a failure here is the run's failure.
+bool ImportEngine::Private::CloseVTDatabase(QString& errorText)
+{
+    try {
+        store.close();
+        settleTotals();
+        return true;
+    } catch (const AppError& e) {
+        errorText = e.numberAndDescription();
+        settleTotals();
+        return false;
+    }
+}
+
+// After a failed write the counters claim no record the Group does not hold.
+void ImportEngine::Private::settleTotals()
+{
+    if (!storeWasOpen)
+        return;
+    const qint64 written = store.committedNewRecords();
+    if (totals.added > written) {
+        totals.added = qint32(written);
+        view.setCounters(totals.totalProcessed, totals.added, totals.duplicates, totals.illegal);
+    }
+}
+
 bool ImportEngine::Private::OpenVTDatabase(QString& errorText)
 {
     try {
-        const QString path =
-            NativePath(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"));
+        const QString path = NativePath(GroupFilePath(choices.VTGroup, HostDataFolder()));
         // A missing Group is not refused here: the first store operation fails instead.
-        if (GroupStore::checkFile(path))
+        if (GroupStore::checkFile(path)) {
             store.open(path);
+            storeWasOpen = true;
+        }
         return true;
     } catch (const AppError&) {
         errorText = QStringLiteral("Unable to open the desitination Group: ") + choices.VTGroup;
@@ -559,6 +614,17 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const int emailSource = records->indexOf(emailField);
         const int dateAddedIndex =
             store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        // An address is never cut to fit: two long ones would become one, without an '@'.
+        const int emailLimit =
+            store.isOpen() ? store.fieldLength(store.fieldIndex(QStringLiteral("EmailAddress")))
+                           : 0;
+        auto fitsGroup = [emailLimit](const QString& email, QString& reason) {
+            if (emailLimit <= 0 || email.size() <= emailLimit ||
+                email.toUcs4().size() <= emailLimit)
+                return true;
+            reason = QStringLiteral("Longer than %1 characters").arg(emailLimit);
+            return false;
+        };
         const QString today =
             QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         MessageBoxes& boxes = MessageBoxes::instance();
@@ -566,7 +632,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         while (hasRecord) {
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
             QString reason;
-            if (!IsEmailValid(email, reason)) {
+            if (!IsEmailValid(email, reason) || !fitsGroup(email, reason)) {
                 ++totals.illegal;
                 log(QStringLiteral("**  IGNORED: Invalid email (") + reason +
                     QStringLiteral(") Email=") + email);
@@ -610,6 +676,9 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 
         importRunning = false;
         showCounters();
+        // Every record goes to the file before the totals claim it.
+        if (store.isOpen())
+            store.commit();
         log(QStringLiteral("#   "));
         log(QStringLiteral("#   Total Processed  : ") + QString::number(totals.totalProcessed));
         log(QStringLiteral("#   Recipients Added : ") + QString::number(totals.added));
@@ -625,6 +694,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
     } catch (const std::bad_alloc&) {
         errorText = QStringLiteral("7 - Out of memory");
     }
+    // A record the failure interrupted is not written half.
+    store.discardChanges();
     importRunning = false;
     view.setStatus(QStringLiteral("Import Terminated due to error ..."));
     return false;
@@ -636,11 +707,13 @@ void ImportEngine::Private::CloseImportResources()
     if (store.isOpen()) {
         try {
             store.close();
-        } catch (const AppError& e) {
-            // The last batch could not be written: the user must hear of it.
-            MessageBoxes::instance().critical(e.numberAndDescription());
+        } catch (const AppError&) {
+            // Only a run that has already failed gets here with records to write; its own
+            // error is what the user hears, and the counters say what is in the file.
         }
     }
+    settleTotals();
+    claim.release();
     if (LogFileNumber() != 0)
         CloseLogFile(LogFileNumber());
     MousePointer::normal();
