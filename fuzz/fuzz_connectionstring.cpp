@@ -10,8 +10,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
-    const QString text =
-        QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
 
     QList<QPair<QString, QString>> pairs;
     QString message;

@@ -8,8 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
-    const QString text =
-        QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
 
     QString reason;
     if (IsEmailValid(text, reason)) {

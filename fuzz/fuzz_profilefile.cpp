@@ -81,14 +81,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     const bool quoted = expected.size() >= 2 &&
                         (expected.front() == u'"' || expected.front() == u'\'') &&
                         expected.back() == expected.front();
-    const bool plainName = !section.contains(u']') && !section.contains(u'\n') &&
-                           !section.contains(u'\r') && !key.contains(u'=') &&
-                           !key.contains(u'\n') && !key.contains(u'\r') &&
-                           !asciiTrimmed(key).startsWith(u';') && !asciiTrimmed(key).startsWith(u'[') &&
-                           !asciiTrimmed(section).isEmpty() && !asciiTrimmed(key).isEmpty() &&
-                           asciiTrimmed(section) == section && asciiTrimmed(key) == key;
-    const bool plainValue = !quoted && !value.contains(u'\n') && !value.contains(u'\r') &&
-                            !value.contains(QChar(0));
+    const bool plainName =
+        !section.contains(u']') && !section.contains(u'\n') && !section.contains(u'\r') &&
+        !key.contains(u'=') && !key.contains(u'\n') && !key.contains(u'\r') &&
+        !asciiTrimmed(key).startsWith(u';') && !asciiTrimmed(key).startsWith(u'[') &&
+        !asciiTrimmed(section).isEmpty() && !asciiTrimmed(key).isEmpty() &&
+        asciiTrimmed(section) == section && asciiTrimmed(key) == key;
+    const bool plainValue =
+        !quoted && !value.contains(u'\n') && !value.contains(u'\r') && !value.contains(QChar(0));
     if (plainName && plainValue && back != expected)
         abort();
     return 0;

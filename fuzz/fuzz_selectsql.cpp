@@ -12,8 +12,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
 {
-    const QString text =
-        QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
+    const QString text = QString::fromUtf8(reinterpret_cast<const char*>(bytes), qsizetype(size));
     // Pieces separated by a control character: the table, then five per rule.
     const QStringList pieces = text.split(QChar(0x1F));
     const QString table = pieces.value(0);
