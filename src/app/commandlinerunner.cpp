@@ -263,7 +263,7 @@ int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& e
             << "\"; name one with --group" << Qt::endl;
         return kExitFailed;
     }
-    if (!FileExists(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"))) {
+    if (!FileExists(GroupFilePath(choices.VTGroup, HostDataFolder()))) {
         err << "dbimport-cli: the Group \"" << choices.VTGroup << "\" does not exist in "
             << HostDataFolder() << " (create it with --create-group)" << Qt::endl;
         return kExitFailed;
