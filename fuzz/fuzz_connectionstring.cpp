@@ -26,13 +26,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size)
     if (ResolveConnectionString(text, target, message)) {
         if (target.driver != QLatin1String("QSQLITE") && target.driver != QLatin1String("QODBC"))
             abort();
-        if (target.driver == QLatin1String("QODBC")) {
-            // What the ODBC driver manager receives must parse as well.
-            QList<QPair<QString, QString>> odbcPairs;
-            (void)QtOdbcDatabaseName(target.databaseName);
-            if (!ParseConnectionString(target.databaseName, odbcPairs, message))
-                abort();
-        }
+        // ODBC reads only braces as quoting, so quotes in what goes on to the driver
+        // manager are plain text: the string is only checked for the rewriting Qt needs.
+        if (target.driver == QLatin1String("QODBC") &&
+            QtOdbcDatabaseName(target.databaseName).isEmpty() != target.databaseName.isEmpty())
+            abort();
     } else if (message.isEmpty()) {
         abort();
     }
