@@ -9,6 +9,7 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include "readonlyguard.h"
 #include "sourceconnection.h"
 #include "util/apperror.h"
 #include "util/messageboxes.h"
@@ -214,6 +215,9 @@ int adoTypeFromMetaType(const QMetaType& type)
 void statementFields(const QSqlDatabase& db, const QString& sql, QStringList& names,
                      QList<int>& types)
 {
+    QString refused;
+    if (!CheckReadOnlyStatement(sql, refused))
+        throw AppError(AppError::DataSource, refused);
     QSqlQuery query(db);
     query.setForwardOnly(true);
     if (!query.exec(sql))
@@ -319,6 +323,9 @@ bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber
     }
     BusyPointer busy;
     try {
+        QString refused;
+        if (!CheckReadOnlyStatement(sql, refused))
+            throw AppError(AppError::DataSource, refused);
         SourceConnection connection;
         openOrThrow(connection, conString);
         {

@@ -18,6 +18,7 @@
 #include "importlog.h"
 #include "importview.h"
 #include "sourcerows.h"
+#include "datasource/readonlyguard.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
 #include "util/blanks.h"
@@ -203,8 +204,11 @@ public:
 
     QString importSql() const
     {
-        return choices.FilterMethod == 1 ? choices.AdvancedSQLString
-                                         : BuildImportSQL(choices.SelectedTable, choices.Rules);
+        // Names go in as the open source quotes them; the bracket form before it is open.
+        return choices.FilterMethod == 1
+                   ? choices.AdvancedSQLString
+                   : BuildImportSQL(choices.SelectedTable, choices.Rules,
+                                    source ? source->identifierQuote() : QString());
     }
 
     bool ClaimGroup(QString& errorText);
@@ -470,11 +474,19 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
         return failed(message);
 
     const QString sql = importSql();
-    // Qt SQL reports no size for these drivers; count first so that the bar can show.
+    if (choices.FilterMethod != 1 && sql != BuildImportSQL(choices.SelectedTable, choices.Rules))
+        log(QStringLiteral("#   SQL as sent to the source : ") + sql);
+    if (!CheckReadOnlyStatement(sql, message))
+        return failed(AppError(AppError::DataSource, message).numberAndDescription());
+
+    // Only a SQLite source, read-only and without functions that change anything, is
+    // counted by a statement of its own; any other source runs the statement once, so that
+    // nothing it sets off happens twice, and the driver's row count serves the bar.
+    const bool sqlite = source->database().driverName() == QLatin1String("QSQLITE");
     QString inner = sql.trimmed();
     while (inner.endsWith(QLatin1Char(';')))
         inner = inner.chopped(1).trimmed();
-    {
+    if (sqlite) {
         QSqlQuery count(source->database());
         count.setForwardOnly(true);
         if (count.exec(QStringLiteral("SELECT COUNT(*) FROM (") + inner +
@@ -482,7 +494,7 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
             count.next())
             recordCount = count.value(0).toLongLong();
     }
-    if (recordCount < 0) {
+    if (sqlite && recordCount < 0) {
         // Some servers abandon the whole transaction after a failed statement: start afresh.
         source->close();
         source = std::make_unique<SourceConnection>();
@@ -495,6 +507,8 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     } catch (const SourceFailure& e) {
         return failed(e.text);
     }
+    if (!sqlite)
+        recordCount = records->knownCount();
     MousePointer::normal();
     return records != nullptr;
 }

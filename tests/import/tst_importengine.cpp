@@ -13,6 +13,7 @@
 #include "import/importengine.h"
 #include "import/importlog.h"
 #include "import/importview.h"
+#include "query/selectsql.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
 #include "util/scriptedmessageboxes.h"
@@ -507,6 +508,105 @@ private slots:
         QVERIFY2(emails.size() >= 50 && emails.size() < 500, qPrintable(emails.join(',')));
         QCOMPARE(emails.size(), int(engine.totals().added));
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
+    }
+
+    // Nothing a saved statement, table name or rule value holds changes a PostgreSQL source:
+    // a second statement is refused before it is sent, and the server itself runs the one
+    // statement read-only, so that a function that writes and a sequence fail too.
+    void postgresSourceIsNeverChanged_data()
+    {
+        QTest::addColumn<QString>("sql"); // empty: table t with the rule below
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QString>("ruleValue");
+        QTest::addColumn<QString>("error"); // a pattern
+        const QString second = "second statement";
+        DataRow("COMMIT in the statement", "SELECT email FROM t; COMMIT; DELETE FROM t", "", "",
+                second);
+        DataRow("COMMIT in the table name", "", "t;COMMIT;DELETE/**/FROM/**/t", "",
+                "does not exist");
+        DataRow("COMMIT in a rule value", "", "t", "'x' OR 1=1; COMMIT; DELETE FROM t; --", second);
+        DataRow("function that writes", "SELECT email, grab() FROM t", "", "", "read-only");
+        DataRow("sequence", "SELECT email, nextval('s') FROM t", "", "", "read-only");
+        DataRow("writing word", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", "", "",
+                "would change");
+    }
+
+    void postgresSourceIsNeverChanged()
+    {
+        QFETCH(QString, sql);
+        QFETCH(QString, table);
+        QFETCH(QString, ruleValue);
+        QFETCH(QString, error);
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        QString failed = database.run(
+            {"CREATE TABLE t (id serial PRIMARY KEY, email text)",
+             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 20) i",
+             "CREATE TABLE calls (n int)", "CREATE SEQUENCE s",
+             "CREATE FUNCTION grab() RETURNS int LANGUAGE plpgsql AS "
+             "$$BEGIN INSERT INTO calls VALUES (1); RETURN 1; END$$"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.FilterMethod = sql.isEmpty() ? 0 : 1;
+        choices.AdvancedSQLString = sql;
+        choices.SelectedTable = table;
+        if (!ruleValue.isEmpty())
+            choices.Rules.Add("email", "Equals", "=", ruleValue, "And");
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=email"});
+        QVERIFY(!run(choices));
+        QVERIFY2(m_error.contains(QRegularExpression(error)), qPrintable(m_error));
+        QCOMPARE(logLines().last(), QString("#   Error - Retrieval of records from DSN failed"));
+        QCOMPARE(database.column("SELECT count(*) || ',' || (SELECT count(*) FROM calls) || ',' "
+                                 "|| (SELECT last_value || '' || is_called FROM s) FROM t"),
+                 QStringList{"20,0,1false"});
+        QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
+    }
+
+    // Table mode quotes names as PostgreSQL expects, so capitals, reserved words and blanks
+    // reach it as they are; the log keeps the statement as built and shows the one sent.
+    void postgresTableNames_data()
+    {
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QString>("sent");
+        DataRow("capitals", "MixedCase", "select * from \"MixedCase\" WHERE  \"Kind\" = 'a'");
+        DataRow("reserved word", "Order", "select * from \"Order\" WHERE  \"Kind\" = 'a'");
+        DataRow("blank", "with blank", "select * from \"with blank\" WHERE  \"Kind\" = 'a'");
+    }
+
+    void postgresTableNames()
+    {
+        QFETCH(QString, table);
+        QFETCH(QString, sent);
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString quoted = '"' + table + '"';
+        const QString failed = database.run(
+            {"CREATE TABLE " + quoted + " (\"E Mail\" text, \"Kind\" text)",
+             "INSERT INTO " + quoted + " VALUES ('a@x.org', 'a'), ('b@x.org', 'b')"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.SelectedTable = table;
+        choices.Rules.Add("Kind", "Equals", "=", "'a'", "And");
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=E Mail"});
+        QVERIFY2(run(choices), qPrintable(m_error));
+        QCOMPARE(groupRows("EmailAddress"), QStringList{"a@x.org"});
+        const QStringList log = logLines();
+        QVERIFY(log.contains("#   SQL : " + BuildImportSQL(table, choices.Rules)));
+        QVERIFY(log.contains("#   SQL as sent to the source : " + sent));
     }
 
     // E-mail validation and full-name splitting, beyond the cases the whole imports pin.
