@@ -270,6 +270,7 @@ ImportEngine::Totals ImportEngine::totals() const
 
 bool ImportEngine::DoImportJob(QString& errorText)
 {
+    d->storeWasOpen = false;
     // Before the log: a run that finds the Group taken leaves the other run's log alone.
     if (!d->ClaimGroup(errorText))
         return false;
