@@ -27,6 +27,9 @@ public:
     // The character that quotes a table or column name for this source, as its driver
     // reports it; empty when the source takes names in brackets ("[Order Lines]").
     QString identifierQuote() const { return m_quote; }
+    // The server's name for itself (SQL_DBMS_NAME, "PostgreSQL", "SQLite"...); empty for
+    // SQLite files opened directly.
+    QString dbmsName() const { return m_dbms; }
 
     // "<number> - <description>" for a driver error, the number trimmed.
     static QString errorText(const class QSqlError& error);

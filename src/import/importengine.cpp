@@ -483,7 +483,8 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     // Only a SQLite source, read-only and without functions that change anything, is
     // counted by a statement of its own; any other source runs the statement once, so that
     // nothing it sets off happens twice, and the driver's row count serves the bar.
-    const bool sqlite = source->database().driverName() == QLatin1String("QSQLITE");
+    const bool sqlite = source->database().driverName() == QLatin1String("QSQLITE") ||
+                        source->dbmsName().contains(QLatin1String("SQLite"), Qt::CaseInsensitive);
     QString inner = sql.trimmed();
     while (inner.endsWith(QLatin1Char(';')))
         inner = inner.chopped(1).trimmed();
