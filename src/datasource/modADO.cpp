@@ -315,6 +315,14 @@ bool GetTables(QStringList& tables, const QString& conString, QString& message)
     return false;
 }
 
+QString IdentifierQuote(const QString& conString)
+{
+    BusyPointer busy;
+    SourceConnection connection;
+    QString error;
+    return connection.open(conString, error) ? connection.identifierQuote() : QString();
+}
+
 bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber, QString& message)
 {
     if (!sql.toUpper().contains(QLatin1String("SELECT"))) {

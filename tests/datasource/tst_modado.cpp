@@ -106,6 +106,9 @@ private slots:
             QCOMPARE(gotTypes.join(','), types);
         }
 
+        // Names are quoted as the source expects: brackets unless the driver says otherwise.
+        QCOMPARE(IdentifierQuote(conString), QString(pg ? "\"" : ""));
+
         // How a trial run ends ("source error": an error as "<number> - <text>"). A statement
         // that would write is refused before it reaches the source; the view would stop
         // PostgreSQL dropping Customers, so it goes.
