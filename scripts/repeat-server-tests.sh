@@ -16,8 +16,11 @@ cmake --build build-asan -j "$(nproc)" >/dev/null
 
 # shellcheck source=scripts/pg-test-server.sh
 source scripts/pg-test-server.sh
+# shellcheck source=scripts/mariadb-test-server.sh
+source scripts/mariadb-test-server.sh
 pg_test_server_start
-trap pg_test_server_stop EXIT
+trap 'pg_test_server_stop; mariadb_test_server_stop' EXIT
+mariadb_test_server_start
 
 logs=$(mktemp -d)
 passed=0

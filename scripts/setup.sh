@@ -14,6 +14,7 @@ packages=(
   xvfb xauth
   time
   dpkg-dev gzip
+  clang libclang-rt-14-dev
 )
 
 missing=()

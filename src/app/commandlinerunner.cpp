@@ -311,7 +311,7 @@ int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStre
     if (choices.VTGroup.trimmed().isEmpty())
         return fail(QStringLiteral("no destination Group is saved for \"") + choices.DSNName +
                     QStringLiteral("\"; name one with --group"));
-    if (!FileExists(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb")))
+    if (!FileExists(GroupFilePath(choices.VTGroup, HostDataFolder())))
         return fail(QStringLiteral("the Group \"") + choices.VTGroup +
                     QStringLiteral("\" does not exist in ") + HostDataFolder() +
                     QStringLiteral(" (create it with --create-group)"));

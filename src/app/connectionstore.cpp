@@ -28,6 +28,11 @@ void writeSlot(int n, const QString& name, const QString& conString)
     const QString stored = ScrambleConString(conString);
     requireStorable(QStringLiteral("connection name"), name);
     requireStorable(QStringLiteral("connection string"), conString);
+    // Stored empty, the connection would vanish from the list while its slot stays taken.
+    if (stored.isEmpty())
+        throw AppError(AppError::Encoding,
+                       QStringLiteral("The connection string holds the character \u00FF "
+                                      "(code 255), which has no stored form"));
     write(kDsnSection, numbered("DSNName", n), name);
     write(kDsnSection, numbered("DSNString", n), stored);
 }

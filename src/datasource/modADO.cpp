@@ -9,6 +9,7 @@
 #include <QSqlQuery>
 #include <QSqlRecord>
 
+#include "readonlyguard.h"
 #include "sourceconnection.h"
 #include "util/apperror.h"
 #include "util/messageboxes.h"
@@ -221,6 +222,9 @@ int adoTypeFromMetaType(const QMetaType& type)
 void statementFields(const QSqlDatabase& db, const QString& sql, QStringList& names,
                      QList<int>& types)
 {
+    QString refused;
+    if (!CheckReadOnlyStatement(sql, refused))
+        throw AppError(AppError::DataSource, refused);
     QSqlQuery query(db);
     query.setForwardOnly(true);
     if (!query.exec(sql))
@@ -323,6 +327,14 @@ bool GetTables(QStringList& tables, const QString& conString, QString& message)
     return false;
 }
 
+QString IdentifierQuote(const QString& conString)
+{
+    BusyPointer busy;
+    SourceConnection connection;
+    QString error;
+    return connection.open(conString, error) ? connection.identifierQuote() : QString();
+}
+
 bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber, QString& message)
 {
     if (!sql.toUpper().contains(QLatin1String("SELECT"))) {
@@ -331,6 +343,9 @@ bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber
     }
     BusyPointer busy;
     try {
+        QString refused;
+        if (!CheckReadOnlyStatement(sql, refused))
+            throw AppError(AppError::DataSource, refused);
         SourceConnection connection;
         openOrThrow(connection, conString);
         {

@@ -19,6 +19,10 @@ bool ValidateSQL(const QString& conString, const QString& sql, long& errorNumber
 // source: a table name, or SQL text when it contains "SELECT" (any case).
 bool GetFields(const QString& conString, const QString& source, QStringList& names,
                QStringList& types, QString& message);
+// The character the source quotes table and field names with when it does not take them
+// in brackets (SourceConnection::identifierQuote); empty for bracket sources and when the
+// source cannot be reached (the check that follows then reports why).
+QString IdentifierQuote(const QString& conString);
 QString ShortTableName(const QString& folder, const QString& tableName);
 QString ADOTypeName(short code);
 

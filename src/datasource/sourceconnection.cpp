@@ -3,6 +3,10 @@
 #include <QAtomicInteger>
 #include <QSqlDriver>
 #include <QSqlError>
+#include <QSqlQuery>
+
+#include <sql.h>
+#include <sqlext.h>
 
 #include "connectionstring.h"
 #include "util/apperror.h"
@@ -37,6 +41,31 @@ QString withoutClosingSeparator(QString odbc)
     while (odbc.endsWith(QLatin1Char(';')) || (!odbc.isEmpty() && odbc.back().isSpace()))
         odbc.chop(1);
     return odbc;
+}
+
+// A text answer of SQLGetInfo on the ODBC connection behind db; empty when there is none.
+QString odbcInfo(const QSqlDatabase& db, SQLUSMALLINT what)
+{
+    const QVariant handle = db.driver() ? db.driver()->handle() : QVariant();
+    // Qt's ODBC driver hands out its connection handle as a void*.
+    if (!db.driver() || db.driverName() != QLatin1String("QODBC") || !handle.isValid() ||
+        handle.metaType() != QMetaType::fromType<void*>())
+        return QString();
+    SQLHANDLE hdbc = *static_cast<const SQLHANDLE*>(handle.constData());
+    SQLCHAR buffer[256] = {};
+    SQLSMALLINT length = 0;
+    if (!hdbc || !SQL_SUCCEEDED(SQLGetInfo(hdbc, what, buffer, sizeof buffer, &length)))
+        return QString();
+    return QString::fromUtf8(reinterpret_cast<const char*>(buffer));
+}
+
+bool execute(QSqlDatabase& db, const QString& sql, QString& errorText)
+{
+    QSqlQuery query(db);
+    if (query.exec(sql))
+        return true;
+    errorText = SourceConnection::errorText(query.lastError());
+    return false;
 }
 
 } // namespace
@@ -74,23 +103,83 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
         if (!db.open()) {
             errorText = SourceConnection::errorText(db.lastError());
         } else {
-            ok = true;
+            ok = makeReadOnly(db, false, errorText);
             // The rollback at close() is what keeps the source unchanged for drivers
             // that take the read-only hint as a hint only.
-            if (db.driver()->hasFeature(QSqlDriver::Transactions)) {
+            if (ok && db.driver()->hasFeature(QSqlDriver::Transactions)) {
                 if (!db.transaction()) {
                     errorText = SourceConnection::errorText(db.lastError());
-                    db.close();
                     ok = false;
                 } else {
                     m_inTransaction = true;
+                    ok = makeReadOnly(db, true, errorText);
                 }
+            }
+            if (!ok) {
+                if (m_inTransaction)
+                    db.rollback();
+                m_inTransaction = false;
+                db.close();
             }
         }
     }
     if (!ok)
         QSqlDatabase::removeDatabase(m_name);
     return ok;
+}
+
+// The server's own guard, for the servers that have one; it holds even for a statement
+// that got past CheckReadOnlyStatement. Called once before the transaction begins (the
+// session) and once inside it (the transaction itself).
+bool SourceConnection::makeReadOnly(QSqlDatabase& db, bool inTransaction, QString& errorText)
+{
+    if (db.driverName() != QLatin1String("QODBC")) {
+        m_quote.clear(); // SQLite, opened read-only
+        return true;
+    }
+    if (!inTransaction) {
+        m_dbms = odbcInfo(db, SQL_DBMS_NAME);
+        const QString quote = odbcInfo(db, SQL_IDENTIFIER_QUOTE_CHAR).trimmed();
+        // These take "[name]" as the statements are built by default.
+        static const QStringList brackets = {QStringLiteral("SQLite"),
+                                             QStringLiteral("Microsoft SQL Server"),
+                                             QStringLiteral("ACCESS"), QStringLiteral("Sybase")};
+        bool bracketed = false;
+        for (const QString& name : brackets)
+            bracketed = bracketed || m_dbms.contains(name, Qt::CaseInsensitive);
+        m_quote = bracketed ? QString() : quote;
+    }
+
+    const bool postgres = m_dbms.contains(QLatin1String("PostgreSQL"), Qt::CaseInsensitive);
+    const bool mysql = m_dbms.contains(QLatin1String("MySQL"), Qt::CaseInsensitive) ||
+                       m_dbms.contains(QLatin1String("MariaDB"), Qt::CaseInsensitive);
+    const bool sqlite = m_dbms.contains(QLatin1String("SQLite"), Qt::CaseInsensitive);
+    if (!inTransaction) {
+        if (postgres)
+            return execute(db,
+                           QStringLiteral("SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY"),
+                           errorText);
+        if (mysql)
+            return execute(db, QStringLiteral("SET SESSION TRANSACTION READ ONLY"), errorText);
+        if (sqlite)
+            return execute(db, QStringLiteral("PRAGMA query_only = 1"), errorText);
+        return true;
+    }
+    if (postgres) {
+        if (!execute(db, QStringLiteral("SET TRANSACTION READ ONLY"), errorText))
+            return false;
+        // The driver may have begun its transaction before the session setting: make sure.
+        QSqlQuery check(db);
+        if (!check.exec(QStringLiteral("SHOW transaction_read_only")) || !check.next() ||
+            check.value(0).toString() != QLatin1String("on")) {
+            errorText = AppError(AppError::DataSource,
+                                 QStringLiteral("The PostgreSQL server did not make the "
+                                                "connection read-only."))
+                            .numberAndDescription();
+            return false;
+        }
+    }
+    return true;
 }
 
 bool SourceConnection::isOpen() const
@@ -114,6 +203,8 @@ void SourceConnection::close()
         db.close();
     }
     m_inTransaction = false;
+    m_dbms.clear();
+    m_quote.clear();
     QSqlDatabase::removeDatabase(m_name);
 }
 

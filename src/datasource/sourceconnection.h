@@ -4,9 +4,10 @@
 #include <QString>
 
 // A read-only connection to a user's data source under its own unique Qt SQL connection
-// name. Everything sent through it runs inside a transaction that close() (or the
-// destructor) rolls back, so nothing can change the user's database even when a
-// hand-written statement is not a SELECT. Queries made on database() must be destroyed
+// name. Where the server has a read-only mode, the session and its transaction are put in
+// it; everything sent through the connection runs inside a transaction that close() (or
+// the destructor) rolls back. Statements from the user pass CheckReadOnlyStatement
+// (readonlyguard.h) before they are sent. Queries made on database() must be destroyed
 // before close().
 class SourceConnection final
 {
@@ -23,10 +24,21 @@ public:
     QSqlDatabase database() const;
     void close();
 
+    // The character that quotes a table or column name for this source, as its driver
+    // reports it; empty when the source takes names in brackets ("[Order Lines]").
+    QString identifierQuote() const { return m_quote; }
+    // The server's name for itself (SQL_DBMS_NAME, "PostgreSQL", "SQLite"...); empty for
+    // SQLite files opened directly.
+    QString dbmsName() const { return m_dbms; }
+
     // "<number> - <description>" for a driver error, the number trimmed.
     static QString errorText(const class QSqlError& error);
 
 private:
+    bool makeReadOnly(QSqlDatabase& db, bool inTransaction, QString& errorText);
+
     QString m_name;
+    QString m_dbms; // the server's own name for itself, ODBC sources only
+    QString m_quote;
     bool m_inTransaction = false;
 };

@@ -203,6 +203,9 @@ public:
 
     bool inTransaction = false;
     int pendingRows = 0;
+    // New records in the open transaction, and those committed since the file was opened.
+    qint64 pendingInserts = 0;
+    qint64 committedInserts = 0;
     int batchRows = kDefaultBatchRows;
     qint64 batchMilliseconds = kDefaultBatchMilliseconds;
     QElapsedTimer batchTimer;
@@ -236,6 +239,8 @@ public:
             exec(db, "COMMIT", QStringLiteral("Cannot write to the Group"));
             inTransaction = false;
             pendingRows = 0;
+            committedInserts += pendingInserts;
+            pendingInserts = 0;
         }
     }
 
@@ -339,6 +344,7 @@ public:
         }
         if (stmt)
             runWrite(stmt);
+        pendingInserts += rows;
         pendingRows += rows - 1;
         afterWrite();
     }
@@ -356,6 +362,7 @@ public:
             begin();
             bindValues(insert.get());
             runWrite(insert.get());
+            ++pendingInserts;
             rowid = sqlite3_last_insert_rowid(db);
             current = Current::Row;
             dirty = false;
@@ -498,6 +505,7 @@ public:
         isSet.clear();
         inTransaction = false;
         pendingRows = 0;
+        pendingInserts = 0;
         cursorAtEnd = true;
         dirty = false;
     }
@@ -618,6 +626,7 @@ void GroupStore::open(const QString& path)
         fail(QStringLiteral("Cannot open the Group file: ") + message);
     }
     d->db = db;
+    d->committedInserts = 0;
     try {
         sqlite3_busy_timeout(db, 5000);
         sqlite3_create_function_v2(db, "dbimport_fold", 1, SQLITE_UTF16 | SQLITE_DETERMINISTIC,
@@ -692,6 +701,38 @@ void GroupStore::close()
         throw;
     }
     d->closeHandle();
+}
+
+void GroupStore::commit()
+{
+    d->requireOpen();
+    d->flush();
+    d->commit();
+}
+
+void GroupStore::discardChanges()
+{
+    if (!d->db)
+        return;
+    if (d->current == Private::Current::New) {
+        d->clearBuffer();
+        d->current = Private::Current::None;
+    } else if (d->current == Private::Current::Row && d->dirty) {
+        // The file still holds the record as it was; reading it again gives that back.
+        d->current = Private::Current::None;
+    }
+    d->changed.assign(d->values.size(), '0');
+    d->dirty = false;
+}
+
+qint64 GroupStore::committedNewRecords() const
+{
+    return d->committedInserts;
+}
+
+int GroupStore::fieldLength(int index) const
+{
+    return index >= 0 && index < int(d->lengths.size()) ? d->lengths[size_t(index)] : 0;
 }
 
 qint32 GroupStore::recordCount()

@@ -54,6 +54,17 @@ public:
     void moveNext();
     bool atEnd() const;
 
+    // Writes every record set so far and commits it; throws when the file refuses.
+    void commit();
+    // Forgets what was set on the current record and not yet written: a new record is
+    // dropped, a changed one keeps its values in the file. Nothing else is undone.
+    void discardChanges();
+    // New records committed to the file since it was opened; after a failed write, the
+    // ones that are really there.
+    qint64 committedNewRecords() const;
+
+    // The longest text the field holds in characters; 0 when there is no limit.
+    int fieldLength(int index) const;
     // Index of a field (names compared without regard to case), -1 when unknown.
     int fieldIndex(const QString& name) const;
     QStringList fieldNames() const;

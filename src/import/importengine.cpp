@@ -11,11 +11,14 @@
 #include <vector>
 
 #include "duplicatelist.h"
+#include "groupclaim.h"
+#include "groups.h"
 #include "groupstore.h"
 #include "importchoices.h"
 #include "importlog.h"
 #include "importview.h"
 #include "sourcerows.h"
+#include "datasource/readonlyguard.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
 #include "util/blanks.h"
@@ -29,6 +32,8 @@
 namespace {
 
 const QString kLogFileName = QStringLiteral("Database Import Log File.txt");
+// How long a run waits for another run to finish with the same Group before giving up.
+constexpr int kGroupClaimWaitMs = 3000;
 
 // The record loop's field list. Its order matters: a full name split overwrites a mapped
 // Title, and mapped FirstName, Initial and LastName overwrite the split in turn.
@@ -186,6 +191,8 @@ public:
     const ImportChoices& choices;
     ImportView& view;
     GroupStore store;
+    GroupClaim claim;
+    bool storeWasOpen = false;
     DuplicateCheckList duplicates;
     std::unique_ptr<SourceConnection> source;
     std::unique_ptr<SourceRows> records;
@@ -199,12 +206,17 @@ public:
     {
         // Saving the choices at Start leaves the record's statement with its line breaks
         // as "¬" (the log shows it so); the source gets the statement as the user typed it,
-        // as it would after the choices were loaded again.
-        return choices.FilterMethod == 1 ? QString(choices.AdvancedSQLString)
-                                               .replace(QChar(0x00AC), QStringLiteral("\r\n"))
-                                         : BuildImportSQL(choices.SelectedTable, choices.Rules);
+        // as it would after the choices were loaded again. Table names go in as the open
+        // source quotes them; the bracket form before it is open.
+        return choices.FilterMethod == 1
+                   ? QString(choices.AdvancedSQLString).replace(QChar(0x00AC), QStringLiteral("\r\n"))
+                   : BuildImportSQL(choices.SelectedTable, choices.Rules,
+                                    source ? source->identifierQuote() : QString());
     }
 
+    bool ClaimGroup(QString& errorText);
+    bool CloseVTDatabase(QString& errorText);
+    void settleTotals();
     bool OpenVTDatabase(QString& errorText);
     bool BuildDuplicateCheckList(QString& errorText);
     bool IsDuplicateEmail(const QString& email);
@@ -261,6 +273,10 @@ ImportEngine::Totals ImportEngine::totals() const
 
 bool ImportEngine::DoImportJob(QString& errorText)
 {
+    d->storeWasOpen = false;
+    // Before the log: a run that finds the Group taken leaves the other run's log alone.
+    if (!d->ClaimGroup(errorText))
+        return false;
     const QString logPath = HostDataFolder() + kLogFileName;
     if (!OpenLogFile(logPath, LogFileNumber(), false, errorText)) {
         if (!MessageBoxes::instance().ask(
@@ -304,7 +320,7 @@ bool ImportEngine::DoImportJob(QString& errorText)
         d->CloseImportResources();
         return false;
     }
-    if (!d->DoImport(errorText)) {
+    if (!d->DoImport(errorText) || !d->CloseVTDatabase(errorText)) {
         d->log(QStringLiteral("#   Import failed"));
         d->CloseImportResources();
         return false;
@@ -324,14 +340,57 @@ bool ImportEngine::DoImportJob(QString& errorText)
     return true;
 }
 
+bool ImportEngine::Private::ClaimGroup(QString& errorText)
+{
+    QString message;
+    if (!IsUsableGroupName(choices.VTGroup, message)) {
+        errorText = message;
+        return false;
+    }
+    if (!claim.acquire(NativePath(GroupFilePath(choices.VTGroup, HostDataFolder())),
+                       kGroupClaimWaitMs)) {
+        errorText = QStringLiteral("The Group ") + choices.VTGroup +
+                    QStringLiteral(" is being imported into by another run");
+        return false;
+    }
+    return true;
+}
+
+// Closing writes the last records: a failure here is the run's failure.
+bool ImportEngine::Private::CloseVTDatabase(QString& errorText)
+{
+    try {
+        store.close();
+        settleTotals();
+        return true;
+    } catch (const AppError& e) {
+        errorText = e.numberAndDescription();
+        settleTotals();
+        return false;
+    }
+}
+
+// After a failed write the counters claim no record the Group does not hold.
+void ImportEngine::Private::settleTotals()
+{
+    if (!storeWasOpen)
+        return;
+    const qint64 written = store.committedNewRecords();
+    if (totals.added > written) {
+        totals.added = qint32(written);
+        view.setCounters(totals.totalProcessed, totals.added, totals.duplicates, totals.illegal);
+    }
+}
+
 bool ImportEngine::Private::OpenVTDatabase(QString& errorText)
 {
     try {
-        const QString path =
-            NativePath(HostDataFolder() + choices.VTGroup + QStringLiteral(".gdb"));
+        const QString path = NativePath(GroupFilePath(choices.VTGroup, HostDataFolder()));
         // A missing Group is not refused here: the first store operation fails instead.
-        if (GroupStore::checkFile(path))
+        if (GroupStore::checkFile(path)) {
             store.open(path);
+            storeWasOpen = true;
+        }
         return true;
     } catch (const AppError&) {
         errorText = QStringLiteral("Unable to open the desitination Group: ") + choices.VTGroup;
@@ -419,11 +478,20 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
         return failed(message);
 
     const QString sql = importSql();
-    // Qt SQL reports no size for these drivers; count first so that the bar can show.
+    if (choices.FilterMethod != 1 && sql != BuildImportSQL(choices.SelectedTable, choices.Rules))
+        log(QStringLiteral("#   SQL as sent to the source : ") + sql);
+    if (!CheckReadOnlyStatement(sql, message))
+        return failed(AppError(AppError::DataSource, message).numberAndDescription());
+
+    // Only a SQLite source, read-only and without functions that change anything, is
+    // counted by a statement of its own; any other source runs the statement once, so that
+    // nothing it sets off happens twice, and the driver's row count serves the bar.
+    const bool sqlite = source->database().driverName() == QLatin1String("QSQLITE") ||
+                        source->dbmsName().contains(QLatin1String("SQLite"), Qt::CaseInsensitive);
     QString inner = sql.trimmed();
     while (inner.endsWith(QLatin1Char(';')))
         inner = inner.chopped(1).trimmed();
-    {
+    if (sqlite) {
         QSqlQuery count(source->database());
         count.setForwardOnly(true);
         if (count.exec(QStringLiteral("SELECT COUNT(*) FROM (") + inner +
@@ -431,7 +499,7 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
             count.next())
             recordCount = count.value(0).toLongLong();
     }
-    if (recordCount < 0) {
+    if (sqlite && recordCount < 0) {
         // Some servers abandon the whole transaction after a failed statement: start afresh.
         source->close();
         source = std::make_unique<SourceConnection>();
@@ -444,6 +512,8 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     } catch (const SourceFailure& e) {
         return failed(e.text);
     }
+    if (!sqlite)
+        recordCount = records->knownCount();
     MousePointer::normal();
     return records != nullptr;
 }
@@ -563,6 +633,17 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const int emailSource = records->indexOf(emailField);
         const int dateAddedIndex =
             store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        // An address is never cut to fit: two long ones would become one, without an '@'.
+        const int emailLimit =
+            store.isOpen() ? store.fieldLength(store.fieldIndex(QStringLiteral("EmailAddress")))
+                           : 0;
+        auto fitsGroup = [emailLimit](const QString& email, QString& reason) {
+            if (emailLimit <= 0 || email.size() <= emailLimit ||
+                email.toUcs4().size() <= emailLimit)
+                return true;
+            reason = QStringLiteral("Longer than %1 characters").arg(emailLimit);
+            return false;
+        };
         const QString today =
             QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         MessageBoxes& boxes = MessageBoxes::instance();
@@ -570,7 +651,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         while (hasRecord) {
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
             QString reason;
-            if (!IsEmailValid(email, reason)) {
+            if (!IsEmailValid(email, reason) || !fitsGroup(email, reason)) {
                 ++totals.illegal;
                 log(QStringLiteral("**  IGNORED: Invalid email (") + reason +
                     QStringLiteral(") Email=") + email);
@@ -614,6 +695,9 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 
         importRunning = false;
         showCounters();
+        // Every record goes to the file before the totals claim it.
+        if (store.isOpen())
+            store.commit();
         log(QStringLiteral("#   "));
         log(QStringLiteral("#   Total Processed  : ") + QString::number(totals.totalProcessed));
         log(QStringLiteral("#   Recipients Added : ") + QString::number(totals.added));
@@ -629,6 +713,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
     } catch (const std::bad_alloc&) {
         errorText = QStringLiteral("7 - Out of memory");
     }
+    // A record the failure interrupted is not written half.
+    store.discardChanges();
     importRunning = false;
     view.setStatus(QStringLiteral("Import Terminated due to error ..."));
     return false;
@@ -640,11 +726,13 @@ void ImportEngine::Private::CloseImportResources()
     if (store.isOpen()) {
         try {
             store.close();
-        } catch (const AppError& e) {
-            // The last batch could not be written: the user must hear of it.
-            MessageBoxes::instance().critical(e.numberAndDescription());
+        } catch (const AppError&) {
+            // Only a run that has already failed gets here with records to write; its own
+            // error is what the user hears, and the counters say what is in the file.
         }
     }
+    settleTotals();
+    claim.release();
     if (LogFileNumber() != 0)
         CloseLogFile(LogFileNumber());
     MousePointer::normal();

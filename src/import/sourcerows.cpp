@@ -69,6 +69,9 @@ public:
         if (!m_query.exec(sql))
             throw SourceFailure{SourceConnection::errorText(m_query.lastError())};
         m_record = m_query.record();
+        // ODBC's row count; drivers that hold the whole result (PostgreSQL's by default)
+        // give the rows of a SELECT, others -1.
+        m_count = m_query.numRowsAffected();
     }
 
     bool next() override
@@ -81,10 +84,12 @@ public:
     }
     int indexOf(const QString& name) const override { return m_record.indexOf(name); }
     QString text(int index) const override { return variantText(m_query.value(index)); }
+    qint64 knownCount() const override { return m_count; }
 
 private:
     QSqlQuery m_query;
     QSqlRecord m_record;
+    qint64 m_count = -1;
 };
 
 // A SQLite source read on the driver's own handle, inside the same read-only connection

@@ -24,6 +24,8 @@ public:
     // The column of that name (compared without regard to case); -1 when there is none.
     virtual int indexOf(const QString& name) const = 0;
     virtual QString text(int index) const = 0;
+    // The number of rows when the driver knew it as soon as the statement ran, else -1.
+    virtual qint64 knownCount() const { return -1; }
 };
 
 // A failure reported by the data source, in "<number> - <description>" form.

@@ -457,7 +457,8 @@ bool frmDBImport::leaveRecordsStep(int direction)
     // The statement checked is the one the import will run, rules included, so that a
     // rule the source no longer accepts is reported here rather than halfway through.
     const QString sql = m_choices.FilterMethod == 0
-                            ? BuildImportSQL(m_choices.SelectedTable, m_choices.Rules)
+                            ? BuildImportSQL(m_choices.SelectedTable, m_choices.Rules,
+                                             IdentifierQuote(m_choices.ConnectionString))
                             : m_choices.AdvancedSQLString;
     long errorNumber = 0;
     QString message;

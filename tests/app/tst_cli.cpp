@@ -8,6 +8,7 @@
 #include "app/commandlinerunner.h"
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
+#include "import/groupclaim.h"
 #include "import/groupstore.h"
 #include "import/importchoices.h"
 #include "util/appglobals.h"
@@ -164,6 +165,12 @@ private slots:
             {data + QStringList{"--create-group", "All Groups"}, 1,
              "Sorry but this Group name cannot be used."},
             {data + QStringList{"--create-group", "   "}, 1, "Please enter a Group name."},
+            // Names compare without regard to case and never leave the data folder.
+            {data + QStringList{"--create-group", "existing"}, 1, "already exists."},
+            {data + QStringList{"--create-group", "../escaped"}, 1, "cannot be used"},
+            {data + QStringList{"--create-group", "..\\escaped"}, 1, "cannot be used"},
+            {data + QStringList{"--create-group", ".."}, 1, "cannot be used"},
+            {data + QStringList{"--create-group", QString::fromUtf8("Łódź")}, 1, "Windows-1252"},
             {{"--data-folder", m_folder->filePath("none"), "--list-groups"}, 1, "none"}};
         for (const auto& [arguments, exitCode, error] : cases) {
             const Run run = runProgram(binary("dbimport-cli"), arguments);
@@ -172,6 +179,8 @@ private slots:
                      qPrintable(arguments.join(' ') + ": " + run.err));
         }
         QVERIFY(GroupStore::checkFile(QDir(m_data).filePath("Spring Fair.gdb")));
+        QCOMPARE(QDir(m_folder->path()).entryList({"*.gdb"}, QDir::Files | QDir::Hidden),
+                 QStringList());
         QCOMPARE(m_folder->readFile("data/Existing.gdb"), QByteArray("precious"));
         QVERIFY(!QFileInfo::exists(m_ini));
         const Run list = cli({"--list-groups"});
@@ -185,18 +194,35 @@ private slots:
         prepare(2000);
         // Failures import nothing, and a file that is no Group is left as it was.
         m_folder->writeFile("data/Broken.gdb", "just text");
+        const QString outside = m_folder->filePath("Outside.gdb");
+        GroupStore::createFile(outside, GroupStore::groupFields());
         const QList<QPair<QStringList, QString>> failures = {
             {{"Nobody's DB"}, "\"Nobody's DB\""},
             {{"Contacts DB"}, "\"Customers\""},
             {{"Contacts DB", "--group", "Broken"}, "the import failed: "},
-            {{"Contacts DB", "--group", "Broken"}, "(error 3100)\n"}};
+            {{"Contacts DB", "--group", "Broken"}, "(error 3100)\n"},
+            {{"Contacts DB", "--group", "../Outside"}, "cannot be used"}};
         for (const auto& [arguments, error] : failures) {
             const Run run = job(arguments);
             QVERIFY2(run.exitCode == 1 && run.err.contains(error), qPrintable(run.err));
         }
         QVERIFY(!QFileInfo::exists(m_group));
         QCOMPARE(m_folder->readFile("data/Broken.gdb"), QByteArray("just text"));
+        QCOMPARE(SqliteColumn(outside, "SELECT COUNT(*) FROM Recipients"), QStringList{"0"});
         QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
+        // While another run holds the Group, a run fails without touching it or the log.
+        {
+            GroupClaim other;
+            QVERIFY(other.acquire(m_group, 0));
+            const QByteArray log = m_folder->readFile("data/Database Import Log File.txt");
+            const Run taken = job({"Contacts DB"});
+            QVERIFY2(taken.exitCode == 1 &&
+                         taken.err.contains("The Group Customers is being imported into by "
+                                            "another run"),
+                     qPrintable(taken.err));
+            QCOMPARE(m_folder->readFile("data/Database Import Log File.txt"), log);
+            QCOMPARE(summary(), QString("0,0,0"));
+        }
         // The connection name is matched without regard to case, like the settings' own.
         const Run run = job({"contacts db"});
         QCOMPARE(run.exitCode, 0);

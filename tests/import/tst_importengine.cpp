@@ -2,14 +2,18 @@
 // log line by log line; the record loop's e-mail check and name split.
 #include <QtTest>
 
+#include <csignal>
 #include <functional>
 #include <optional>
+#include <sys/resource.h>
 
+#include "import/groupclaim.h"
 #include "import/groupstore.h"
 #include "import/importchoices.h"
 #include "import/importengine.h"
 #include "import/importlog.h"
 #include "import/importview.h"
+#include "query/selectsql.h"
 #include "util/appglobals.h"
 #include "util/modApplication.h"
 #include "util/scriptedmessageboxes.h"
@@ -69,6 +73,21 @@ void map(ImportChoices& choices, const QStringList& pairs)
     for (const QString& pair : pairs)
         choices.FieldMappings.Add(pair.section('=', 0, 0), pair.section('=', 1));
 }
+
+// While it lives, no file of this process may grow past limit bytes: a full disk.
+struct FileSizeLimit
+{
+    rlimit old{};
+    explicit FileSizeLimit(rlim_t limit)
+    {
+        getrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, SIG_IGN); // the write fails instead of ending the process
+        rlimit reduced = old;
+        reduced.rlim_cur = limit;
+        setrlimit(RLIMIT_FSIZE, &reduced);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &old); }
+};
 
 QString totalsText(const ImportEngine::Totals& t)
 {
@@ -238,6 +257,7 @@ private slots:
         DataRow("Group file missing", "nogroup", "^3100 - ", failed);
         DataRow("statement would change the source", "delete", ".",
                 "#   Error - Retrieval of records from DSN failed");
+        DataRow("disk full at the last write", "full", "^3100 - Cannot write", failed);
     }
 
     void failures()
@@ -256,13 +276,27 @@ private slots:
             choices.FieldMappings.Add("Company", "Employer");
         choices.FilterMethod = kind == "delete" ? 1 : 0;
         choices.AdvancedSQLString = "DELETE FROM People";
+        std::optional<FileSizeLimit> full;
+        if (kind == "full") {
+            m_view->onShow = [&](const QString& shown, const QString& shownText) {
+                if (shown == "status" && shownText == "Importing ...")
+                    full.emplace(4096); // the log stays below it, the Group is above
+            };
+        }
         QVERIFY(!run(choices));
+        full.reset();
         QVERIFY2(QRegularExpression(error).match(m_error).hasMatch(), qPrintable(m_error));
         const QStringList log = logLines();
         QCOMPARE(log.last(), lastLine);
+        QVERIFY(!log.join('\n').contains("Recipients Added"));
         QCOMPARE(log.contains("**  IGNORED: Invalid email (No @ sign) Email=bad"),
                  kind != "delete");
-        QCOMPARE(m_totals, QString(kind == "delete" ? "0,0,0,0" : "1,0,0,1"));
+        // The counters claim no record the Group lacks, and no record is in it by halves.
+        QCOMPARE(m_totals, QString(kind == "delete" ? "0,0,0,0"
+                                   : kind == "full" ? "2,0,0,1"
+                                                    : "1,0,0,1"));
+        if (kind == "nofield" || kind == "full")
+            QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
         QCOMPARE(m_view->shown["status"].last(), QString("Import Terminated due to error ..."));
         QVERIFY(m_boxes.texts().isEmpty());
         QCOMPARE(SqliteColumn(m_folder->filePath("source.db"), "SELECT COUNT(*) FROM People"),
@@ -271,6 +305,51 @@ private slots:
             QCOMPARE(m_folder->readFile("G.gdb"), text);
         else
             QCOMPARE(GroupStore::checkFile(group), kind != "nogroup");
+    }
+
+    // A run that finds its Group in another run's hands waits, then fails without touching
+    // the Group or the other run's log. Names match the file without regard to case.
+    void groupTakenByAnotherRun_data()
+    {
+        QTest::addColumn<QString>("group");
+        DataRow("same name", "G");
+        DataRow("other case", "g");
+    }
+
+    void groupTakenByAnotherRun()
+    {
+        QFETCH(QString, group);
+        ImportChoices choices = prepare({row("a@x.org")});
+        choices.VTGroup = group;
+        m_folder->writeFile(kLogName, "the other run's log");
+        const QByteArray before = m_folder->readFile("G.gdb");
+        GroupClaim other;
+        QVERIFY(other.acquire(m_folder->filePath("G.gdb"), 0));
+        QVERIFY(!run(choices));
+        QCOMPARE(m_error, "The Group " + group + " is being imported into by another run");
+        QCOMPARE(m_folder->readFile(kLogName), QByteArray("the other run's log"));
+        QCOMPARE(m_folder->readFile("G.gdb"), before);
+        QVERIFY(m_view->shown.isEmpty() && m_boxes.texts().isEmpty());
+        other.release();
+        QVERIFY(run(choices));
+        QCOMPARE(groupRows("EmailAddress"), QStringList{"a@x.org"});
+    }
+
+    // An address longer than the Group's field is refused, never cut to fit.
+    void overlongAddresses()
+    {
+        const QString domain = "@example.org"; // 12 characters
+        const QString fits = QString(88, 'a') + domain;
+        const QString wide = QString(87, 'c') + QString::fromUtf8("\U0001F600") + domain;
+        const QStringList tooLong = {QString(89, 'b') + domain, QString(89, 'b') + "@example.net"};
+        const ImportChoices choices =
+            prepare({row(fits), row(tooLong[0]), row(wide), row(tooLong[1])});
+        QVERIFY(run(choices));
+        QCOMPARE(m_totals, QString("4,2,0,2"));
+        QCOMPARE(groupRows("EmailAddress"), QStringList({fits, wide}));
+        for (const QString& email : tooLong)
+            QVERIFY(logLines().contains(
+                "**  IGNORED: Invalid email (Longer than 100 characters) Email=" + email));
     }
 
     // Counters every tenth record, a yield (the chance to press Cancel) every fiftieth. Cancel
@@ -429,6 +508,105 @@ private slots:
         QVERIFY2(emails.size() >= 50 && emails.size() < 500, qPrintable(emails.join(',')));
         QCOMPARE(emails.size(), int(engine.totals().added));
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
+    }
+
+    // Nothing a saved statement, table name or rule value holds changes a PostgreSQL source:
+    // a second statement is refused before it is sent, and the server itself runs the one
+    // statement read-only, so that a function that writes and a sequence fail too.
+    void postgresSourceIsNeverChanged_data()
+    {
+        QTest::addColumn<QString>("sql"); // empty: table t with the rule below
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QString>("ruleValue");
+        QTest::addColumn<QString>("error"); // a pattern
+        const QString second = "second statement";
+        DataRow("COMMIT in the statement", "SELECT email FROM t; COMMIT; DELETE FROM t", "", "",
+                second);
+        DataRow("COMMIT in the table name", "", "t;COMMIT;DELETE/**/FROM/**/t", "",
+                "does not exist");
+        DataRow("COMMIT in a rule value", "", "t", "'x' OR 1=1; COMMIT; DELETE FROM t; --", second);
+        DataRow("function that writes", "SELECT email, grab() FROM t", "", "", "read-only");
+        DataRow("sequence", "SELECT email, nextval('s') FROM t", "", "", "read-only");
+        DataRow("writing word", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", "", "",
+                "would change");
+    }
+
+    void postgresSourceIsNeverChanged()
+    {
+        QFETCH(QString, sql);
+        QFETCH(QString, table);
+        QFETCH(QString, ruleValue);
+        QFETCH(QString, error);
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        QString failed = database.run(
+            {"CREATE TABLE t (id serial PRIMARY KEY, email text)",
+             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 20) i",
+             "CREATE TABLE calls (n int)", "CREATE SEQUENCE s",
+             "CREATE FUNCTION grab() RETURNS int LANGUAGE plpgsql AS "
+             "$$BEGIN INSERT INTO calls VALUES (1); RETURN 1; END$$"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.FilterMethod = sql.isEmpty() ? 0 : 1;
+        choices.AdvancedSQLString = sql;
+        choices.SelectedTable = table;
+        if (!ruleValue.isEmpty())
+            choices.Rules.Add("email", "Equals", "=", ruleValue, "And");
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=email"});
+        QVERIFY(!run(choices));
+        QVERIFY2(m_error.contains(QRegularExpression(error)), qPrintable(m_error));
+        QCOMPARE(logLines().last(), QString("#   Error - Retrieval of records from DSN failed"));
+        QCOMPARE(database.column("SELECT count(*) || ',' || (SELECT count(*) FROM calls) || ',' "
+                                 "|| (SELECT last_value || '' || is_called FROM s) FROM t"),
+                 QStringList{"20,0,1false"});
+        QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
+    }
+
+    // Table mode quotes names as PostgreSQL expects, so capitals, reserved words and blanks
+    // reach it as they are; the log keeps the statement as built and shows the one sent.
+    void postgresTableNames_data()
+    {
+        QTest::addColumn<QString>("table");
+        QTest::addColumn<QString>("sent");
+        DataRow("capitals", "MixedCase", "select * from \"MixedCase\" WHERE  \"Kind\" = 'a'");
+        DataRow("reserved word", "Order", "select * from \"Order\" WHERE  \"Kind\" = 'a'");
+        DataRow("blank", "with blank", "select * from \"with blank\" WHERE  \"Kind\" = 'a'");
+    }
+
+    void postgresTableNames()
+    {
+        QFETCH(QString, table);
+        QFETCH(QString, sent);
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString quoted = '"' + table + '"';
+        const QString failed = database.run(
+            {"CREATE TABLE " + quoted + " (\"E Mail\" text, \"Kind\" text)",
+             "INSERT INTO " + quoted + " VALUES ('a@x.org', 'a'), ('b@x.org', 'b')"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.SelectedTable = table;
+        choices.Rules.Add("Kind", "Equals", "=", "'a'", "And");
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=E Mail"});
+        QVERIFY2(run(choices), qPrintable(m_error));
+        QCOMPARE(groupRows("EmailAddress"), QStringList{"a@x.org"});
+        const QStringList log = logLines();
+        QVERIFY(log.contains("#   SQL : " + BuildImportSQL(table, choices.Rules)));
+        QVERIFY(log.contains("#   SQL as sent to the source : " + sent));
     }
 
     // E-mail validation and full-name splitting, beyond the cases the whole imports pin.

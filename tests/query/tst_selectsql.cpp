@@ -53,15 +53,38 @@ private slots:
             {"", "And|A|=|1", "select * from  WHERE A = 1"},
             {"T", "|A|=|1;oR|B|=|2", "select * from T WHERE A = 1 oR B = 2"}};
         for (const auto& [table, rules, expected] : cases) {
-            CRules list;
-            for (const QString& rule : rules.split(';')) {
-                const QStringList p = rule.split('|');
-                list.Add(p[1], "display " + p[2], p[2], p[3], p[0]);
-            }
+            const CRules list = ruleList(rules);
             QCOMPARE(BuildSelectSQL(table, list), expected);
             // The imported and logged statement has a second blank after WHERE.
             QCOMPARE(BuildImportSQL(table, list), QString(expected).replace(" WHERE ", " WHERE  "));
         }
+    }
+
+    // For a source that does not take brackets every name is quoted with its driver's
+    // character, an embedded one doubled, so no name can end the quote early.
+    void quotedNames()
+    {
+        const QList<std::array<QString, 4>> cases = { // quote, table, rules, import statement
+            {"\"", " Order ", "And|MixedCase|=|1;Or|with blank|<|2",
+             "select * from \"Order\" WHERE  \"MixedCase\" = 1 Or \"with blank\" < 2"},
+            {"\"", "t\";DELETE FROM t;--", "And|a\"b|=|1",
+             "select * from \"t\"\";DELETE FROM t;--\" WHERE  \"a\"\"b\" = 1"},
+            {"`", "my`table", "And| Age|>|3", "select * from `my``table` WHERE  ` Age` > 3"},
+            {"\"", "  ", "And|A|=|1", "select * from  WHERE  \"A\" = 1"}};
+        for (const auto& [quote, table, rules, expected] : cases)
+            QCOMPARE(BuildImportSQL(table, ruleList(rules), quote), expected);
+    }
+
+private:
+    // Rules as "LogicalOp|FieldName|OpSQL|Value;...".
+    static CRules ruleList(const QString& rules)
+    {
+        CRules list;
+        for (const QString& rule : rules.split(';')) {
+            const QStringList p = rule.split('|');
+            list.Add(p[1], "display " + p[2], p[2], p[3], p[0]);
+        }
+        return list;
     }
 };
 
