@@ -3,7 +3,9 @@
 
 #include "resultsmodel.h"
 
+#include "datasource/readonlyguard.h"
 #include "query/resultspool.h"
+#include "util/apperror.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
 #include "util/mousepointer.h"
@@ -50,10 +52,18 @@ bool frmViewResults::RunQuery(QString& errorText)
     m_model = nullptr;
     m_spool.reset();
 
-    // The word anywhere in the text will do; the rolled-back transaction every statement
-    // runs in is what keeps a disguised DELETE from changing anything.
+    // The word anywhere in the text will do here; the read-only check below, the server's
+    // read-only mode and the rolled-back transaction keep a disguised DELETE from writing.
     if (!SQLString.toUpper().contains(QLatin1String("SELECT"))) {
         errorText = QStringLiteral("The SQL must be a valid SELECT statement.");
+        return false;
+    }
+
+    // Nothing that could write reaches the source, whatever the server would make of it.
+    QString refused;
+    if (!CheckReadOnlyStatement(SQLString, refused)) {
+        errorText = AppError(AppError::DataSource, refused).numberAndDescription();
+        ui->lblResults->setText(QStringLiteral("Error(s) Encountered ..."));
         return false;
     }
 
