@@ -14,9 +14,11 @@
 #include "import/importengine.h"
 #include "import/importlog.h"
 #include "import/importview.h"
+#include "import/undojournal.h"
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
+#include "util/nativepath.h"
 #include "util/scriptedmessageboxes.h"
 
 namespace {
@@ -28,9 +30,10 @@ constexpr int kExitUsage = 2;
 const char* const kUsage =
     "Usage:\n"
     "  dbimport-cli --data-folder DIR --connection NAME [--ini FILE] [--group NAME]\n"
-    "               [--replace | --no-replace] [--quiet]\n"
+    "               [--replace | --no-replace] [--quiet] [--dry-run]\n"
     "  dbimport-cli --data-folder DIR --create-group NAME [--ini FILE]\n"
     "  dbimport-cli --data-folder DIR --list-groups\n"
+    "  dbimport-cli --data-folder DIR --undo-last --group NAME\n"
     "\n"
     "Runs the import choices last saved in the wizard for connection NAME into a Group of\n"
     "the host's data folder DIR, without changing the settings file.\n"
@@ -42,6 +45,9 @@ const char* const kUsage =
     "  --replace           update recipients that are already in the Group\n"
     "  --no-replace        skip recipients that are already in the Group\n"
     "  --quiet             no status or progress output\n"
+    "  --dry-run           a test run: what the import would do, writing nothing to the\n"
+    "                      Group; its log is \"Database Import Test Log File.txt\"\n"
+    "  --undo-last         undo the last import into the Group named by --group\n"
     "  --create-group NAME create a new, empty Group\n"
     "  --list-groups       print the Groups, one a line\n"
     "\n"
@@ -219,6 +225,49 @@ int createGroup(const QString& requested, QTextStream& out)
     return kExitOk;
 }
 
+void printTestRun(QTextStream& out, const ImportEngine::Totals& totals, bool replace)
+{
+    out << "Test run: nothing was written to the Group" << Qt::endl
+        << "Total Processed  : " << totals.totalProcessed << Qt::endl
+        << "Would be added   : " << totals.added << Qt::endl
+        << "Duplicates       : " << totals.duplicates << Qt::endl
+        << "Illegal          : " << totals.illegal << Qt::endl;
+    if (replace) {
+        out << "Would change     : " << totals.updated << Qt::endl;
+        for (auto it = totals.changedFields.cbegin(); it != totals.changedFields.cend(); ++it)
+            out << "  " << it.key() << ": " << it.value() << Qt::endl;
+    }
+}
+
+// No question is asked: the command itself is the user's confirmation.
+int undoLast(const QString& group, QTextStream& out)
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    const QString path = NativePath(HostDataFolder() + group + QStringLiteral(".gdb"));
+    if (!FileExists(HostDataFolder() + group + QStringLiteral(".gdb"))) {
+        boxes.critical(QStringLiteral("The Group \"") + group + QStringLiteral("\" does not exist."));
+        return kExitFailed;
+    }
+    ImportRunInfo info;
+    QString errorText;
+    if (!UndoJournal::lastRun(path, info, errorText)) {
+        if (!errorText.isEmpty()) {
+            boxes.critical(errorText);
+            return kExitFailed;
+        }
+        out << UndoJournal::nothingToUndo(group) << Qt::endl;
+        return kExitOk;
+    }
+    out << oneLine(UndoJournal::describe(info, group)) << Qt::endl;
+    UndoOutcome outcome;
+    if (!UndoJournal::undoLast(path, info.run, outcome, errorText)) {
+        boxes.critical(errorText);
+        return kExitFailed;
+    }
+    out << oneLine(UndoJournal::describe(outcome)) << Qt::endl;
+    return kExitOk;
+}
+
 int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& err, bool terminal)
 {
     const QString connection = parser.value(QStringLiteral("connection"));
@@ -272,6 +321,8 @@ int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& e
     const bool quiet = parser.isSet(QStringLiteral("quiet"));
     TerminalImportView view(out, err, terminal, quiet);
     ImportEngine engine(choices, view);
+    const bool testRun = parser.isSet(QStringLiteral("dry-run"));
+    engine.setTestRun(testRun);
     QString errorText;
     const bool ok = engine.DoImportJob(errorText);
     view.finish();
@@ -281,10 +332,13 @@ int runImport(const QCommandLineParser& parser, QTextStream& out, QTextStream& e
     }
     const ImportEngine::Totals totals = engine.totals();
     if (LogFileNumber() != 0)
-        out << "Log file         : " << HostDataFolder() << "Database Import Log File.txt"
-            << Qt::endl;
+        out << "Log file         : " << HostDataFolder() << engine.logFileName() << Qt::endl;
     else
         out << "Log file         : (none)" << Qt::endl;
+    if (testRun) {
+        printTestRun(out, totals, choices.ReplaceExisting);
+        return kExitOk;
+    }
     out << "Total Processed  : " << totals.totalProcessed << Qt::endl
         << "Recipients Added : " << totals.added << Qt::endl
         << "Duplicates       : " << totals.duplicates << Qt::endl
@@ -310,9 +364,11 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
     const QCommandLineOption createGroupOption(QStringLiteral("create-group"), QString(),
                                                QStringLiteral("NAME"));
     const QCommandLineOption listGroupsOption(QStringLiteral("list-groups"));
+    const QCommandLineOption dryRun(QStringLiteral("dry-run"));
+    const QCommandLineOption undoLastOption(QStringLiteral("undo-last"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     parser.addOptions({dataFolder, connection, ini, group, replace, noReplace, quiet,
-                       createGroupOption, listGroupsOption, help});
+                       createGroupOption, listGroupsOption, dryRun, undoLastOption, help});
 
     if (!parser.parse(arguments))
         return usageError(err, parser.errorText());
@@ -324,16 +380,20 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
         return usageError(err, QStringLiteral("unexpected argument ") +
                                    parser.positionalArguments().first());
     const int actions = int(parser.isSet(connection)) + int(parser.isSet(createGroupOption)) +
-                        int(parser.isSet(listGroupsOption));
+                        int(parser.isSet(listGroupsOption)) + int(parser.isSet(undoLastOption));
     if (actions != 1)
-        return usageError(
-            err,
-            QStringLiteral("give exactly one of --connection, --create-group and --list-groups"));
+        return usageError(err, QStringLiteral("give exactly one of --connection, --create-group, "
+                                              "--list-groups and --undo-last"));
+    if (parser.isSet(dryRun) && !parser.isSet(connection))
+        return usageError(err, QStringLiteral("--dry-run goes with --connection"));
+    if (parser.isSet(undoLastOption) &&
+        (!parser.isSet(group) || parser.value(group).trimmed().isEmpty()))
+        return usageError(err, QStringLiteral("--undo-last needs --group NAME"));
     if (!parser.isSet(dataFolder) || parser.value(dataFolder).isEmpty())
         return usageError(err, QStringLiteral("--data-folder is required"));
     if (parser.isSet(replace) && parser.isSet(noReplace))
         return usageError(err, QStringLiteral("--replace and --no-replace exclude each other"));
-    if (!parser.isSet(connection) && (parser.isSet(group) || parser.isSet(replace) ||
+    if (!parser.isSet(connection) && ((parser.isSet(group) && !parser.isSet(undoLastOption)) || parser.isSet(replace) ||
                                       parser.isSet(noReplace) || parser.isSet(quiet)))
         return usageError(
             err,
@@ -358,6 +418,8 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
     int result;
     if (parser.isSet(listGroupsOption))
         result = listGroups(out);
+    else if (parser.isSet(undoLastOption))
+        result = undoLast(parser.value(group), out);
     else if (parser.isSet(createGroupOption))
         result = createGroup(parser.value(createGroupOption), out);
     else

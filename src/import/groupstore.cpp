@@ -868,3 +868,47 @@ void GroupStore::setBatchLimits(int rows, qint64 milliseconds)
     d->batchRows = rows > 0 ? rows : 1;
     d->batchMilliseconds = milliseconds;
 }
+
+sqlite3* GroupStore::handle() const
+{
+    return d->db;
+}
+
+qint64 GroupStore::currentRowId() const
+{
+    return d->current == Private::Current::Row || d->current == Private::Current::Cursor
+               ? d->rowid
+               : -1;
+}
+
+bool GroupStore::isNull(int index) const
+{
+    if (index < 0 || index >= int(d->isSet.size()))
+        return true;
+    if (d->current == Private::Current::Cursor)
+        return sqlite3_column_type(d->cursor.get(), index + 1) == SQLITE_NULL;
+    return !d->isSet[size_t(index)];
+}
+
+int GroupStore::fieldLength(int index) const
+{
+    return index >= 0 && index < int(d->lengths.size()) ? d->lengths[size_t(index)] : 0;
+}
+
+void GroupStore::writePending()
+{
+    d->requireOpen();
+    d->flush();
+}
+
+void GroupStore::beginWrite()
+{
+    d->requireOpen();
+    d->begin();
+}
+
+void GroupStore::commitWrite()
+{
+    d->requireOpen();
+    d->commit();
+}

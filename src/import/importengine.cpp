@@ -6,16 +6,23 @@
 #include <QSqlQuery>
 #include <QTime>
 
+#include <QHash>
+
+#include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include "duplicatelist.h"
 #include "groupstore.h"
+#include "hostfields.h"
 #include "importchoices.h"
 #include "importlog.h"
+#include "importreport.h"
 #include "importview.h"
 #include "sourcerows.h"
+#include "undojournal.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
 #include "util/blanks.h"
@@ -29,6 +36,46 @@
 namespace {
 
 const QString kLogFileName = QStringLiteral("Database Import Log File.txt");
+const QString kTestLogFileName = QStringLiteral("Database Import Test Log File.txt");
+const QString kReportFileName = QStringLiteral("Database Import Report.csv");
+
+// The Group field a mapping key fills; the full name keeps its key, as it fills several.
+QString groupFieldOf(const QString& key)
+{
+    if (key == QLatin1String("EMailAddress"))
+        return QStringLiteral("EmailAddress");
+    if (key == QLatin1String("Web"))
+        return QStringLiteral("WEB");
+    if (key == QLatin1String("Fax"))
+        return QStringLiteral("FAX");
+    return key;
+}
+
+// Characters as a Group field counts them: a surrogate pair is one.
+qsizetype characterCount(const QString& text)
+{
+    qsizetype count = text.size();
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+        if (text.at(i).isHighSurrogate() && text.at(i + 1).isLowSurrogate()) {
+            --count;
+            ++i;
+        }
+    }
+    return count;
+}
+
+// The text a field of that length keeps.
+QString cutTo(const QString& text, int length)
+{
+    if (length <= 0 || text.size() <= length)
+        return text;
+    qsizetype i = 0;
+    for (int characters = 0; i < text.size() && characters < length; ++characters)
+        i += text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()
+                 ? 2
+                 : 1;
+    return text.left(i);
+}
 
 // The record loop's field list. Its order matters: a full name split overwrites a mapped
 // Title, and mapped FirstName, Initial and LastName overwrite the split in turn.
@@ -193,6 +240,25 @@ public:
     bool importRunning = false;
     Totals totals;
 
+    bool testRun = false;
+    ImportReport report;
+    std::unique_ptr<UndoJournal> journal;
+    // Per Group field: its length (0 = none) and name.
+    std::vector<int> fieldLengths;
+    QStringList groupNames;
+    // Source column of each report column, -1 when the source has none.
+    std::vector<int> reportSources;
+    // The record being copied: its cut fields and, when collecting, what was set.
+    QStringList cuts;
+    bool collect = false;
+    std::vector<std::pair<int, QString>> written;
+    // A test run writes nothing, so a duplicate of an address new in the run is checked
+    // against what the run would have written.
+    using Values = std::vector<std::optional<QString>>;
+    QHash<QString, Values> testAdded;
+    // The Group fields a copy may set, for the snapshot taken before a replace.
+    std::vector<int> copyTargets;
+
     void log(const QString& line) { WriteLogLine(LogFileNumber(), line); }
 
     QString importSql() const
@@ -227,9 +293,15 @@ public:
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
     void prepareCopy();
+    void openReport();
+    void reportRow(const QString& outcome, const QString& reason);
+    void addRecord(const QString& email);
+    void replaceRecord(const QString& email, Values* before, qint64 rowid);
     QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
+    int dateAddedIndex = -1;
+    QString today;
 };
 
 ImportEngine::ImportEngine(const ImportChoices& choices, ImportView& view)
@@ -255,9 +327,29 @@ ImportEngine::Totals ImportEngine::totals() const
     return d->totals;
 }
 
+void ImportEngine::setTestRun(bool testRun)
+{
+    d->testRun = testRun;
+}
+
+bool ImportEngine::isTestRun() const
+{
+    return d->testRun;
+}
+
+QString ImportEngine::logFileName() const
+{
+    return d->testRun ? kTestLogFileName : kLogFileName;
+}
+
+QString ImportEngine::reportFileName()
+{
+    return kReportFileName;
+}
+
 bool ImportEngine::DoImportJob(QString& errorText)
 {
-    const QString logPath = HostDataFolder() + kLogFileName;
+    const QString logPath = HostDataFolder() + logFileName();
     if (!OpenLogFile(logPath, LogFileNumber(), false, errorText)) {
         if (!MessageBoxes::instance().ask(
                 QStringLiteral("The log file cannot be opened, Error: ") + errorText +
@@ -266,6 +358,7 @@ bool ImportEngine::DoImportJob(QString& errorText)
             return false;
         }
     }
+    d->openReport();
 
     const ImportChoices& c = d->choices;
     d->log(QStringLiteral("# Initialising Database Import..."));
@@ -476,6 +569,127 @@ void ImportEngine::Private::prepareCopy()
     firstNameIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("FirstName")) : -1;
     initialIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("Initial")) : -1;
     lastNameIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("LastName")) : -1;
+
+    groupNames = store.isOpen() ? store.fieldNames() : QStringList();
+    fieldLengths.assign(size_t(groupNames.size()), 0);
+    for (int i = 0; i < groupNames.size(); ++i)
+        fieldLengths[size_t(i)] = store.fieldLength(i);
+    copyTargets.clear();
+    auto target = [&](int index) {
+        if (index >= 0 && std::find(copyTargets.begin(), copyTargets.end(), index) ==
+                              copyTargets.end())
+            copyTargets.push_back(index);
+    };
+    for (const CopyStep& step : copySteps) {
+        if (step.kind == CopyStep::FullName) {
+            for (int index : {titleIndex, firstNameIndex, initialIndex, lastNameIndex})
+                target(index);
+        } else {
+            target(step.groupIndex);
+        }
+    }
+}
+
+void ImportEngine::Private::openReport()
+{
+    QStringList columns;
+    reportSources.clear();
+    for (const HostField& field : kHostFields) {
+        const CMapping* mapping = choices.FieldMappings.Item(QString::fromUtf8(field.key));
+        if (!mapping || mapping->DBField.isEmpty())
+            continue;
+        columns << groupFieldOf(QString::fromUtf8(field.key));
+        reportSources.push_back(-1);
+    }
+    report.open(NativePath(HostDataFolder() + kReportFileName), columns);
+}
+
+void ImportEngine::Private::reportRow(const QString& outcome, const QString& reason)
+{
+    if (!report.isOpen())
+        return;
+    QStringList values;
+    values.reserve(qsizetype(reportSources.size()));
+    for (int index : reportSources)
+        values << (index >= 0 ? records->text(index) : QString());
+    report.addRow(outcome, reason, values);
+}
+
+void ImportEngine::Private::addRecord(const QString& email)
+{
+    cuts.clear();
+    collect = testRun && choices.ReplaceExisting;
+    written.clear();
+    if (!testRun || !store.isOpen())
+        store.addRecord(); // a test run fails where a real one would
+    copyMappedFields(email);
+    setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+    if (collect) {
+        Values& values = testAdded[email.toLower()];
+        values.assign(size_t(groupNames.size()), std::nullopt);
+        for (const auto& [index, value] : written)
+            values[size_t(index)] = cutTo(value, fieldLengths[size_t(index)]);
+    }
+    collect = false;
+    if (!cuts.isEmpty())
+        reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
+}
+
+// before: what a test run would have written to a recipient new in the run, else null:
+// the store's current record is the one replaced.
+void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
+{
+    Values old(size_t(groupNames.size()), std::nullopt);
+    if (before) {
+        old = *before;
+    } else {
+        for (int index : copyTargets) {
+            if (!store.isNull(index))
+                old[size_t(index)] = store.getField(index);
+        }
+    }
+    cuts.clear();
+    collect = true;
+    written.clear();
+    copyMappedFields(email);
+    collect = false;
+
+    // The last value set for each field, in the Group's own field order.
+    std::vector<const QString*> latest(size_t(groupNames.size()), nullptr);
+    for (const auto& [index, value] : written)
+        latest[size_t(index)] = &value;
+    std::vector<UndoJournal::Change> changes;
+    changes.reserve(latest.size());
+    for (int index = 0; index < int(latest.size()); ++index) {
+        if (!latest[size_t(index)])
+            continue;
+        const QString value = cutTo(*latest[size_t(index)], fieldLengths[size_t(index)]);
+        const std::optional<QString>& was = old[size_t(index)];
+        if (!was || *was != value)
+            changes.push_back({index, was, value});
+    }
+    if (before) {
+        for (const auto& c : changes)
+            (*before)[size_t(c.index)] = c.newValue;
+    }
+
+    QStringList reasons;
+    if (!changes.empty()) {
+        ++totals.updated;
+        QStringList names;
+        for (const auto& c : changes) {
+            names << groupNames.at(c.index);
+            ++totals.changedFields[groupNames.at(c.index)];
+        }
+        if (journal)
+            journal->noteReplaced(rowid, changes);
+        reasons << QStringLiteral("Changed: ") + names.join(QStringLiteral(", "));
+    }
+    reasons += cuts;
+    if (!changes.empty())
+        reportRow(QStringLiteral("Updated"), reasons.join(QStringLiteral("; ")));
+    else if (!cuts.isEmpty())
+        reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
 }
 
 QString ImportEngine::Private::sourceValue(const QString& field, int index) const
@@ -489,10 +703,17 @@ QString ImportEngine::Private::sourceValue(const QString& field, int index) cons
 
 void ImportEngine::Private::setGroupField(const QString& name, int index, const QString& value)
 {
-    if (index >= 0)
-        store.setField(index, value);
-    else
+    if (index < 0) {
         store.setField(name, value); // raises the store's own error
+        return;
+    }
+    const int length = index < int(fieldLengths.size()) ? fieldLengths[size_t(index)] : 0;
+    if (length > 0 && value.size() > length && characterCount(value) > length)
+        cuts << QStringLiteral("%1 cut to %2 characters").arg(groupNames.at(index)).arg(length);
+    if (collect)
+        written.emplace_back(index, value);
+    if (!testRun)
+        store.setField(index, value);
 }
 
 void ImportEngine::Private::copyMappedFields(const QString& email)
@@ -557,11 +778,23 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const CMapping* emailMapping = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
         const QString emailField = emailMapping ? emailMapping->DBField : QString();
         const int emailSource = records->indexOf(emailField);
-        const int dateAddedIndex =
-            store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
-        const QString today =
-            QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
+        dateAddedIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        today = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         MessageBoxes& boxes = MessageBoxes::instance();
+        {
+            qsizetype column = 0;
+            for (const HostField& field : kHostFields) {
+                const CMapping* mapping = choices.FieldMappings.Item(QString::fromUtf8(field.key));
+                if (mapping && !mapping->DBField.isEmpty() &&
+                    column < qsizetype(reportSources.size()))
+                    reportSources[size_t(column++)] = records->indexOf(mapping->DBField);
+            }
+        }
+        testAdded.clear();
+        if (!testRun && store.isOpen()) {
+            journal = std::make_unique<UndoJournal>(store);
+            journal->beginRun(choices.DSNName, choices.ReplaceExisting);
+        }
 
         while (hasRecord) {
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
@@ -570,23 +803,31 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                 ++totals.illegal;
                 log(QStringLiteral("**  IGNORED: Invalid email (") + reason +
                     QStringLiteral(") Email=") + email);
+                reportRow(QStringLiteral("Refused"),
+                          QStringLiteral("Invalid email (") + reason + QLatin1Char(')'));
             } else if (!IsDuplicateEmail(email)) {
-                store.addRecord();
-                copyMappedFields(email);
-                setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+                addRecord(email);
                 ++totals.added;
             } else {
                 ++totals.duplicates;
                 if (!choices.ReplaceExisting) {
                     log(QStringLiteral("**  IGNORED: Duplicate email, Email=") + email);
+                    reportRow(QStringLiteral("Refused"), QStringLiteral("Duplicate email"));
                 } else {
                     store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
-                    if (store.noMatch())
+                    Values* pending = nullptr;
+                    if (testRun && store.noMatch()) {
+                        const auto it = testAdded.find(email.toLower());
+                        pending = it == testAdded.end() ? nullptr : &it.value();
+                    }
+                    if (pending)
+                        replaceRecord(email, pending, -1);
+                    else if (store.noMatch())
                         boxes.exclamation(QStringLiteral(
                             "Warning: A record was found in the duplicates list, but could not be "
                             "found in the Veltrano database to replace."));
                     else
-                        copyMappedFields(email);
+                        replaceRecord(email, nullptr, store.currentRowId());
                 }
             }
 
@@ -609,6 +850,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         }
 
         importRunning = false;
+        if (journal)
+            journal->endRun();
         showCounters();
         log(QStringLiteral("#   "));
         log(QStringLiteral("#   Total Processed  : ") + QString::number(totals.totalProcessed));
@@ -633,6 +876,14 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 void ImportEngine::Private::CloseImportResources()
 {
     importRunning = false;
+    if (journal && store.isOpen()) {
+        // A run that failed half-way is still undone as far as it got.
+        try {
+            journal->endRun();
+        } catch (const AppError&) {
+        }
+    }
+    report.close();
     if (store.isOpen()) {
         try {
             store.close();
@@ -641,6 +892,7 @@ void ImportEngine::Private::CloseImportResources()
             MessageBoxes::instance().critical(e.numberAndDescription());
         }
     }
+    journal.reset();
     if (LogFileNumber() != 0)
         CloseLogFile(LogFileNumber());
     MousePointer::normal();
