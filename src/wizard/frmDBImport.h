@@ -15,7 +15,9 @@ class frmDBImport;
 class ImportRunBoxes;
 class FieldMappingArea;
 class ImportEngine;
+class QPushButton;
 class QRadioButton;
+class QThread;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
 // the run, checks each step when the user moves on, and shows the import job's progress.
@@ -67,6 +69,18 @@ private:
     void cmdCreateNewGroup_Click();
     void notAvailableYet(const QString& feature);
     QRadioButton* optFilterMethod(int index) const;
+
+    // Sample values, match by name, test run and undo of the last import.
+    void createExtraControls();
+    void startSampleRead(const QString& sql, const QStringList& names);
+    void cmdMatchByName_Click();
+    void cmdTestRun_Click();
+    void cmdUndoLastImport_Click();
+    QPushButton* m_cmdMatchByName = nullptr;
+    QPushButton* m_cmdTestRun = nullptr;
+    QPushButton* m_cmdUndoLastImport = nullptr;
+    quint64 m_sampleGeneration = 0;
+    QList<QThread*> m_sampleThreads;
 
     std::unique_ptr<Ui::frmDBImport> ui;
     std::unique_ptr<FieldMappingArea> m_mapping;
