@@ -245,7 +245,8 @@ int undoLast(const QString& group, QTextStream& out)
     MessageBoxes& boxes = MessageBoxes::instance();
     const QString path = NativePath(HostDataFolder() + group + QStringLiteral(".gdb"));
     if (!FileExists(HostDataFolder() + group + QStringLiteral(".gdb"))) {
-        boxes.critical(QStringLiteral("The Group \"") + group + QStringLiteral("\" does not exist."));
+        boxes.critical(QStringLiteral("The Group \"") + group +
+                       QStringLiteral("\" does not exist."));
         return kExitFailed;
     }
     ImportRunInfo info;
@@ -393,8 +394,9 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
         return usageError(err, QStringLiteral("--data-folder is required"));
     if (parser.isSet(replace) && parser.isSet(noReplace))
         return usageError(err, QStringLiteral("--replace and --no-replace exclude each other"));
-    if (!parser.isSet(connection) && ((parser.isSet(group) && !parser.isSet(undoLastOption)) || parser.isSet(replace) ||
-                                      parser.isSet(noReplace) || parser.isSet(quiet)))
+    if (!parser.isSet(connection) &&
+        ((parser.isSet(group) && !parser.isSet(undoLastOption)) || parser.isSet(replace) ||
+         parser.isSet(noReplace) || parser.isSet(quiet)))
         return usageError(
             err,
             QStringLiteral("--group, --replace, --no-replace and --quiet go with --connection"));

@@ -876,9 +876,8 @@ sqlite3* GroupStore::handle() const
 
 qint64 GroupStore::currentRowId() const
 {
-    return d->current == Private::Current::Row || d->current == Private::Current::Cursor
-               ? d->rowid
-               : -1;
+    return d->current == Private::Current::Row || d->current == Private::Current::Cursor ? d->rowid
+                                                                                         : -1;
 }
 
 bool GroupStore::isNull(int index) const

@@ -576,8 +576,8 @@ void ImportEngine::Private::prepareCopy()
         fieldLengths[size_t(i)] = store.fieldLength(i);
     copyTargets.clear();
     auto target = [&](int index) {
-        if (index >= 0 && std::find(copyTargets.begin(), copyTargets.end(), index) ==
-                              copyTargets.end())
+        if (index >= 0 &&
+            std::find(copyTargets.begin(), copyTargets.end(), index) == copyTargets.end())
             copyTargets.push_back(index);
     };
     for (const CopyStep& step : copySteps) {

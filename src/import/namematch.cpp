@@ -20,8 +20,7 @@ const QHash<QString, QStringList>& synonyms()
         {"Title", {"title", "salutation", "anrede", "titel"}},
         {"FirstName", {"firstname", "forename", "givenname", "first", "vorname"}},
         {"Initial", {"initial", "middleinitial", "middlename", "initials"}},
-        {"LastName",
-         {"lastname", "surname", "familyname", "last", "nachname", "familienname"}},
+        {"LastName", {"lastname", "surname", "familyname", "last", "nachname", "familienname"}},
         {"Address1",
          {"address1", "addressline1", "street", "address", "streetaddress", "strasse", "straße",
           "adresse"}},
@@ -77,8 +76,8 @@ int MatchFieldsByName(const QStringList& columns, std::array<QString, 21>& mappi
             used.insert(column.toLower());
     }
     const int fullName = keyIndex("FullNameMacro");
-    const std::array<int, 4> parts = {keyIndex("Title"), keyIndex("FirstName"),
-                                      keyIndex("Initial"), keyIndex("LastName")};
+    const std::array<int, 4> parts = {keyIndex("Title"), keyIndex("FirstName"), keyIndex("Initial"),
+                                      keyIndex("LastName")};
     auto anyPartMapped = [&] {
         for (int p : parts) {
             if (!mapping[size_t(p)].isEmpty())

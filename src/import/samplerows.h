@@ -13,8 +13,8 @@ struct SampleRows
 
     // Reads at most maxRows rows of sql through a read-only connection of its own, made,
     // used and removed on the calling thread, so a helper thread may call it.
-    static SampleRows read(const QString& conString, const QString& sql,
-                           const QStringList& columns, int maxRows = 50);
+    static SampleRows read(const QString& conString, const QString& sql, const QStringList& columns,
+                           int maxRows = 50);
 
     // The first non-empty value of the column, empty when none (or no such column).
     QString firstValue(const QString& column) const;

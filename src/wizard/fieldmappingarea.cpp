@@ -219,8 +219,7 @@ void FieldMappingArea::showSample(int hostFieldIndex)
             } else if (key == QLatin1String("EMailAddress")) {
                 int sampled = 0;
                 const int refused = m_sample.refusedEmails(column, &sampled);
-                const QString count =
-                    QStringLiteral("%1 of %2 refused").arg(refused).arg(sampled);
+                const QString count = QStringLiteral("%1 of %2 refused").arg(refused).arg(sampled);
                 tip = text + QLatin1Char('\n') + count +
                       QStringLiteral(" by the e-mail check in the first rows");
                 text = count + QStringLiteral(" - ") + text;

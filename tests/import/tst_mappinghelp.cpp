@@ -45,17 +45,19 @@ private slots:
         QTest::addColumn<QStringList>("userMapping");
         QTest::addColumn<QStringList>("expected");
         QTest::addColumn<int>("matched");
-        DataRow("german", QStringList{"E-Mail", "Anrede", "Vorname", "Nachname", "Straße", "PLZ",
-                                      "Ort", "Land", "Firma", "Telefon", "Telefax", "Webseite"},
+        DataRow("german",
+                QStringList{"E-Mail", "Anrede", "Vorname", "Nachname", "Straße", "PLZ", "Ort",
+                            "Land", "Firma", "Telefon", "Telefax", "Webseite"},
                 QStringList{},
                 QStringList{"EMailAddress=E-Mail", "Title=Anrede", "FirstName=Vorname",
                             "LastName=Nachname", "Address1=Straße", "City=Ort", "Zip=PLZ",
                             "Country=Land", "Company=Firma", "Web=Webseite", "Telephone=Telefon",
                             "Fax=Telefax"},
                 12);
-        DataRow("mixed styles", QStringList{"ID", "e_mail", "FIRST_NAME", "last-name",
-                                            "Address.Line.1", "Postal Code", "tel", "Organisation",
-                                            "Job Title", "URL", "County", "fax", "Field1"},
+        DataRow("mixed styles",
+                QStringList{"ID", "e_mail", "FIRST_NAME", "last-name", "Address.Line.1",
+                            "Postal Code", "tel", "Organisation", "Job Title", "URL", "County",
+                            "fax", "Field1"},
                 QStringList{},
                 QStringList{"EMailAddress=e_mail", "FirstName=FIRST_NAME", "LastName=last-name",
                             "Address1=Address.Line.1", "State=County", "Zip=Postal Code",
@@ -69,8 +71,8 @@ private slots:
         // A full name is matched only when no name part is mapped, and keeps the parts out.
         DataRow("full name", QStringList{"Full Name", "Mail", "Phone"}, QStringList{},
                 QStringList{"EMailAddress=Mail", "FullNameMacro=Full Name", "Telephone=Phone"}, 3);
-        DataRow("name parts win", QStringList{"Name", "Forename", "Email Address"},
-                QStringList{}, QStringList{"EMailAddress=Email Address", "FirstName=Forename"}, 2);
+        DataRow("name parts win", QStringList{"Name", "Forename", "Email Address"}, QStringList{},
+                QStringList{"EMailAddress=Email Address", "FirstName=Forename"}, 2);
         DataRow("user full name", QStringList{"Name", "First Name", "EMail"},
                 QStringList{"FullNameMacro=Name"},
                 QStringList{"EMailAddress=EMail", "FullNameMacro=Name"}, 1);
