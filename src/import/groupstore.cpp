@@ -188,6 +188,9 @@ public:
     // UPDATE statements by the set of columns they change ('1' = changed).
     std::map<std::string, std::unique_ptr<Statement>> updates;
     std::string changed;
+    // A found record's value of each changed column before its first change.
+    std::vector<std::string> original;
+    std::vector<char> originalIsSet;
     std::string scratch;
     Statement cursor;
     std::vector<std::unique_ptr<Statement>> finds;
@@ -819,6 +822,14 @@ void GroupStore::setField(int index, const QString& value)
     if (d->isSet[i] && d->scratch == d->values[i])
         return;
     d->values[i].swap(d->scratch);
+    if (d->changed[i] != '1') {
+        if (d->original.size() != d->values.size()) {
+            d->original.resize(d->values.size());
+            d->originalIsSet.resize(d->values.size());
+        }
+        d->original[i].swap(d->scratch);
+        d->originalIsSet[i] = d->isSet[i];
+    }
     d->isSet[i] = true;
     d->changed[i] = '1';
     d->dirty = true;
@@ -910,4 +921,16 @@ void GroupStore::commitWrite()
 {
     d->requireOpen();
     d->commit();
+}
+
+bool GroupStore::changedSinceFound(int index, std::optional<QString>& oldValue) const
+{
+    if (d->current != Private::Current::Row || index < 0 || index >= int(d->changed.size()) ||
+        d->changed[size_t(index)] != '1')
+        return false;
+    const size_t i = size_t(index);
+    oldValue = d->originalIsSet[i] ? std::optional<QString>(QString::fromUtf8(
+                                         d->original[i].data(), qsizetype(d->original[i].size())))
+                                   : std::nullopt;
+    return true;
 }

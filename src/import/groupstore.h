@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
 
 struct sqlite3;
 
@@ -90,6 +91,9 @@ public:
     void writePending();
     void beginWrite();
     void commitWrite();
+    // After setting fields of a found record, before it is written: whether the field now
+    // differs from what the file holds, and what it held (nullopt for NULL).
+    bool changedSinceFound(int index, std::optional<QString>& oldValue) const;
 
 private:
     class Private;

@@ -297,6 +297,8 @@ public:
     void reportRow(const QString& outcome, const QString& reason);
     void addRecord(const QString& email);
     void replaceRecord(const QString& email, Values* before, qint64 rowid);
+    void collectChanges(const QString& email, Values& before,
+                        std::vector<UndoJournal::Change>& changes);
     QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
@@ -588,6 +590,7 @@ void ImportEngine::Private::prepareCopy()
             target(step.groupIndex);
         }
     }
+    std::sort(copyTargets.begin(), copyTargets.end());
 }
 
 void ImportEngine::Private::openReport()
@@ -635,44 +638,58 @@ void ImportEngine::Private::addRecord(const QString& email)
         reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
 }
 
-// before: what a test run would have written to a recipient new in the run, else null:
-// the store's current record is the one replaced.
-void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
+// A test run writes nothing: what the copy sets is compared with what it would replace.
+void ImportEngine::Private::collectChanges(const QString& email, Values& before,
+                                           std::vector<UndoJournal::Change>& changes)
 {
-    Values old(size_t(groupNames.size()), std::nullopt);
-    if (before) {
-        old = *before;
-    } else {
-        for (int index : copyTargets) {
-            if (!store.isNull(index))
-                old[size_t(index)] = store.getField(index);
-        }
-    }
-    cuts.clear();
     collect = true;
     written.clear();
     copyMappedFields(email);
     collect = false;
-
     // The last value set for each field, in the Group's own field order.
     std::vector<const QString*> latest(size_t(groupNames.size()), nullptr);
     for (const auto& [index, value] : written)
         latest[size_t(index)] = &value;
-    std::vector<UndoJournal::Change> changes;
     changes.reserve(latest.size());
     for (int index = 0; index < int(latest.size()); ++index) {
         if (!latest[size_t(index)])
             continue;
         const QString value = cutTo(*latest[size_t(index)], fieldLengths[size_t(index)]);
-        const std::optional<QString>& was = old[size_t(index)];
+        const std::optional<QString>& was = before[size_t(index)];
         if (!was || *was != value)
             changes.push_back({index, was, value});
     }
-    if (before) {
-        for (const auto& c : changes)
-            (*before)[size_t(c.index)] = c.newValue;
-    }
+    for (const auto& c : changes)
+        before[size_t(c.index)] = c.newValue;
+}
 
+// before: what a test run would have written to a recipient new in the run, else null:
+// the store's current record is the one replaced.
+void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
+{
+    cuts.clear();
+    std::vector<UndoJournal::Change> changes;
+    if (!testRun) {
+        // The store knows which fields the copy changed and what they held.
+        copyMappedFields(email);
+        std::optional<QString> was;
+        for (int index : copyTargets) {
+            if (!store.changedSinceFound(index, was))
+                continue;
+            QString value = store.getField(index);
+            if (!was || *was != value)
+                changes.push_back({index, was, std::move(value)});
+        }
+    } else if (before) {
+        collectChanges(email, *before, changes);
+    } else {
+        Values found(size_t(groupNames.size()), std::nullopt);
+        for (int index : copyTargets) {
+            if (!store.isNull(index))
+                found[size_t(index)] = store.getField(index);
+        }
+        collectChanges(email, found, changes);
+    }
     QStringList reasons;
     if (!changes.empty()) {
         ++totals.updated;

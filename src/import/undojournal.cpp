@@ -3,7 +3,11 @@
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QStringList>
+
+#include <algorithm>
+#include <memory>
 
 #include <sqlite3.h>
 
@@ -22,8 +26,7 @@ const char* const kSchema =
     "Connection TEXT, ReplaceMode INTEGER, RowsBefore INTEGER, LastRow INTEGER, "
     "Finished INTEGER NOT NULL DEFAULT 0, Undone INTEGER NOT NULL DEFAULT 0);"
     "CREATE TABLE IF NOT EXISTS ImportRunChanges (Run INTEGER, RecipientRow INTEGER, "
-    "Field TEXT, OldValue TEXT, NewValue TEXT);"
-    "CREATE INDEX IF NOT EXISTS ImportRunChangesRun ON ImportRunChanges (Run, RecipientRow);"
+    "Changes TEXT);"
     "CREATE TABLE IF NOT EXISTS ImportHandChanges (RecipientRow INTEGER PRIMARY KEY, Run "
     "INTEGER);"
     "CREATE TABLE IF NOT EXISTS ImportUndoState (Busy INTEGER);"
@@ -61,6 +64,52 @@ QString quoted(const QString& identifier)
     QString q = identifier;
     q.replace(QLatin1Char('"'), QStringLiteral("\"\""));
     return QLatin1Char('"') + q + QLatin1Char('"');
+}
+
+// One overwrite of a recipient as one text: per changed field its name, the value it had
+// (length -1 for NULL) and the value written, each as "<length>:<text>". One row per
+// recipient keeps the bookkeeping of a big replace to one insert a record.
+void appendPart(QString& packed, const std::optional<QString>& text)
+{
+    packed += QString::number(text ? text->size() : -1) + QLatin1Char(':');
+    if (text)
+        packed += *text;
+}
+
+struct Overwrite
+{
+    QString field;
+    std::optional<QString> oldValue;
+    std::optional<QString> newValue;
+};
+
+bool takePart(const QString& packed, qsizetype& at, std::optional<QString>& text)
+{
+    const qsizetype colon = packed.indexOf(QLatin1Char(':'), at);
+    if (colon < 0)
+        return false;
+    bool ok = false;
+    const qsizetype length = packed.mid(at, colon - at).toLongLong(&ok);
+    if (!ok || length < -1 || colon + 1 + length > packed.size())
+        return false;
+    text = length < 0 ? std::nullopt : std::optional<QString>(packed.mid(colon + 1, length));
+    at = colon + 1 + std::max<qsizetype>(length, 0);
+    return true;
+}
+
+std::vector<Overwrite> unpack(const QString& packed)
+{
+    std::vector<Overwrite> result;
+    qsizetype at = 0;
+    while (at < packed.size()) {
+        std::optional<QString> field, oldValue, newValue;
+        if (!takePart(packed, at, field) || !field || !takePart(packed, at, oldValue) ||
+            !takePart(packed, at, newValue))
+            throw AppError(AppError::GroupStore,
+                           QStringLiteral("The Group's import history is damaged"));
+        result.push_back({*field, oldValue, newValue});
+    }
+    return result;
 }
 
 class Stmt
@@ -117,6 +166,9 @@ public:
 private:
     sqlite3* m_db;
     sqlite3_stmt* m_stmt = nullptr;
+
+public:
+    sqlite3_stmt* get() const { return m_stmt; }
 };
 
 bool hasHistory(sqlite3* db)
@@ -200,6 +252,9 @@ void UndoJournal::beginRun(const QString& connection, bool replace)
         Stmt(db,
              QStringLiteral("DELETE FROM ImportRuns WHERE Run IN (") + oldRuns + QLatin1Char(')'))
             .run();
+        Stmt(db, QStringLiteral("DELETE FROM ImportHandChanges WHERE Run < (SELECT min(Run) "
+                                "FROM ImportRuns)"))
+            .run();
     }
     Stmt insert(db, QStringLiteral("INSERT INTO ImportRuns (Started, Connection, ReplaceMode, "
                                    "RowsBefore) VALUES (?1, ?2, ?3, (SELECT coalesce(max(rowid), "
@@ -224,32 +279,26 @@ void UndoJournal::noteReplaced(qint64 rowid, const std::vector<Change>& changes)
     sqlite3* db = m_store.handle();
     // In the batch that will carry the overwrite itself.
     m_store.beginWrite();
-    if (!m_insert &&
-        sqlite3_prepare_v2(db,
-                           "INSERT INTO ImportRunChanges (Run, RecipientRow, Field, OldValue, "
-                           "NewValue) VALUES (?1, ?2, ?3, ?4, ?5)",
-                           -1, &m_insert, nullptr) != SQLITE_OK)
+    if (!m_insert && sqlite3_prepare_v2(db,
+                                        "INSERT INTO ImportRunChanges (Run, RecipientRow, "
+                                        "Changes) VALUES (?1, ?2, ?3)",
+                                        -1, &m_insert, nullptr) != SQLITE_OK)
         fail(db, QStringLiteral("Cannot keep the Group's import history"));
-    sqlite3_stmt* insert = m_insert;
     const QStringList names = m_store.fieldNames();
+    QString packed;
     for (const Change& c : changes) {
-        const QString& field = names.at(c.index);
-        sqlite3_bind_int64(insert, 1, m_run);
-        sqlite3_bind_int64(insert, 2, rowid);
-        sqlite3_bind_text16(insert, 3, field.utf16(), int(field.size() * 2), SQLITE_TRANSIENT);
-        if (c.oldValue)
-            sqlite3_bind_text16(insert, 4, c.oldValue->utf16(), int(c.oldValue->size() * 2),
-                                SQLITE_TRANSIENT);
-        else
-            sqlite3_bind_null(insert, 4);
-        sqlite3_bind_text16(insert, 5, c.newValue.utf16(), int(c.newValue.size() * 2),
-                            SQLITE_TRANSIENT);
-        const int rc = sqlite3_step(insert);
-        sqlite3_reset(insert);
-        sqlite3_clear_bindings(insert);
-        if (rc != SQLITE_DONE)
-            fail(db, QStringLiteral("Cannot keep the Group's import history"));
+        appendPart(packed, names.at(c.index));
+        appendPart(packed, c.oldValue);
+        appendPart(packed, c.newValue);
     }
+    sqlite3_bind_int64(m_insert, 1, m_run);
+    sqlite3_bind_int64(m_insert, 2, rowid);
+    sqlite3_bind_text16(m_insert, 3, packed.utf16(), int(packed.size() * 2), SQLITE_STATIC);
+    const int rc = sqlite3_step(m_insert);
+    sqlite3_reset(m_insert);
+    sqlite3_clear_bindings(m_insert);
+    if (rc != SQLITE_DONE)
+        fail(db, QStringLiteral("Cannot keep the Group's import history"));
 }
 
 void UndoJournal::endRun()
@@ -311,57 +360,65 @@ bool UndoJournal::undoLast(const QString& groupPath, qint64 run, UndoOutcome& ou
              QStringLiteral("Cannot write to the Group"));
 
         // Recipients the run overwrote: restored only when they still hold what it wrote.
-        Stmt changedRows(db, QStringLiteral("SELECT DISTINCT RecipientRow FROM ImportRunChanges "
-                                            "WHERE Run = ?1 AND RecipientRow <= ?2"));
-        changedRows.bind(1, run).bind(2, rowsBefore);
-        std::vector<qint64> rows;
-        while (changedRows.row())
-            rows.push_back(changedRows.integer(0));
-        for (qint64 row : rows) {
-            Stmt hand(db, QStringLiteral("SELECT 1 FROM ImportHandChanges WHERE RecipientRow = ?1 "
-                                         "AND Run >= ?2"));
+        // Read in recipient order, so each one's overwrites come together.
+        Stmt changed(db, QStringLiteral("SELECT RecipientRow, Changes FROM ImportRunChanges "
+                                        "WHERE Run = ?1 AND RecipientRow <= ?2 ORDER BY "
+                                        "RecipientRow, rowid"));
+        changed.bind(1, run).bind(2, rowsBefore);
+        Stmt hand(db, QStringLiteral("SELECT 1 FROM ImportHandChanges WHERE RecipientRow = ?1 "
+                                     "AND Run >= ?2"));
+        QHash<QString, std::shared_ptr<Stmt>> reads;
+        qint64 row = -1;
+        std::vector<Overwrite> fields; // first old value, last new value of each field
+        auto finishRow = [&] {
+            if (row < 0)
+                return;
             hand.bind(1, row).bind(2, run);
             bool leave = hand.row();
-            Stmt fields(db, QStringLiteral("SELECT Field, OldValue, NewValue FROM ImportRunChanges "
-                                           "WHERE Run = ?1 AND RecipientRow = ?2 ORDER BY rowid"));
-            fields.bind(1, run).bind(2, row);
-            QStringList names;
-            std::vector<std::optional<QString>> oldValues;
-            while (fields.row()) {
-                const QString name = fields.text(0).value_or(QString());
-                const int seen = int(names.indexOf(name));
-                if (seen >= 0) // overwritten twice in the run: the first old value counts
-                    continue;
-                names << name;
-                oldValues.push_back(fields.text(1));
-                // Stored as the run left it? Compare with the last value the run wrote.
-                Stmt lastNew(db, QStringLiteral("SELECT NewValue FROM ImportRunChanges WHERE "
-                                                "Run = ?1 AND RecipientRow = ?2 AND Field = ?3 "
-                                                "ORDER BY rowid DESC LIMIT 1"));
-                lastNew.bind(1, run).bind(2, row).bind(3, name);
-                lastNew.row();
-                const std::optional<QString> written = lastNew.text(0);
-                Stmt now(db, QStringLiteral("SELECT ") + quoted(name) +
-                                 QStringLiteral(" FROM Recipients WHERE rowid = ?1"));
-                now.bind(1, row);
-                if (!now.row() || now.text(0) != written)
+            sqlite3_reset(hand.get());
+            for (const Overwrite& f : fields) {
+                auto& read = reads[f.field];
+                if (!read)
+                    read = std::make_shared<Stmt>(db, QStringLiteral("SELECT ") + quoted(f.field) +
+                                                          QStringLiteral(" FROM Recipients WHERE "
+                                                                         "rowid = ?1"));
+                read->bind(1, row);
+                if (!read->row() || read->text(0) != f.newValue)
                     leave = true;
+                sqlite3_reset(read->get());
             }
             if (leave) {
                 ++outcome.leftAlone;
-                continue;
+                return;
             }
             QStringList assignments;
-            for (qsizetype i = 0; i < names.size(); ++i)
-                assignments << quoted(names.at(i)) + QStringLiteral(" = ?%1").arg(i + 1);
+            for (size_t i = 0; i < fields.size(); ++i)
+                assignments << quoted(fields[i].field) + QStringLiteral(" = ?%1").arg(i + 1);
             Stmt restore(db, QStringLiteral("UPDATE Recipients SET ") +
                                  assignments.join(QStringLiteral(", ")) +
-                                 QStringLiteral(" WHERE rowid = ?%1").arg(names.size() + 1));
-            for (qsizetype i = 0; i < names.size(); ++i)
-                restore.bind(int(i + 1), oldValues[size_t(i)]);
-            restore.bind(int(names.size() + 1), row).run();
+                                 QStringLiteral(" WHERE rowid = ?%1").arg(fields.size() + 1));
+            for (size_t i = 0; i < fields.size(); ++i)
+                restore.bind(int(i + 1), fields[i].oldValue);
+            restore.bind(int(fields.size() + 1), row).run();
             ++outcome.restored;
+        };
+        while (changed.row()) {
+            const qint64 next = changed.integer(0);
+            if (next != row) {
+                finishRow();
+                row = next;
+                fields.clear();
+            }
+            for (Overwrite& o : unpack(changed.text(1).value_or(QString()))) {
+                auto it = std::find_if(fields.begin(), fields.end(),
+                                       [&](const Overwrite& f) { return f.field == o.field; });
+                if (it == fields.end())
+                    fields.push_back(std::move(o));
+                else
+                    it->newValue = o.newValue;
+            }
         }
+        finishRow();
 
         // Recipients the run added, less those edited since.
         Stmt handAdded(db, QStringLiteral("SELECT count(*) FROM ImportHandChanges h JOIN "
