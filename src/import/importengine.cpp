@@ -252,10 +252,15 @@ public:
     QStringList cuts;
     bool collect = false;
     std::vector<std::pair<int, QString>> written;
-    // A test run writes nothing, so a duplicate of an address new in the run is checked
-    // against what the run would have written.
-    using Values = std::vector<std::optional<QString>>;
+    // A test run writes nothing, so a later duplicate of an address the run added or
+    // replaced is checked against what the run would have written: per address, a hash of
+    // each copy target's value (0 for NULL), small enough for a million addresses.
+    using Values = std::vector<quint64>;
     QHash<QString, Values> testAdded;
+    static quint64 valueHash(const QString* value)
+    {
+        return value ? (quint64(qHash(*value, 0x5eed)) << 1) | 1u : 0u;
+    }
     // The Group fields a copy may set, for the snapshot taken before a replace.
     std::vector<int> copyTargets;
 
@@ -297,8 +302,7 @@ public:
     void reportRow(const QString& outcome, const QString& reason);
     void addRecord(const QString& email);
     void replaceRecord(const QString& email, Values* before, qint64 rowid);
-    void collectChanges(const QString& email, Values& before,
-                        std::vector<UndoJournal::Change>& changes);
+    void collectChanges(Values& hashes, std::vector<UndoJournal::Change>* changes);
     QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
@@ -628,43 +632,37 @@ void ImportEngine::Private::addRecord(const QString& email)
     copyMappedFields(email);
     setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
     if (collect) {
-        Values& values = testAdded[email.toLower()];
-        values.assign(size_t(groupNames.size()), std::nullopt);
-        for (const auto& [index, value] : written)
-            values[size_t(index)] = cutTo(value, fieldLengths[size_t(index)]);
+        Values& hashes = testAdded[email.toLower()];
+        hashes.assign(copyTargets.size(), 0);
+        collectChanges(hashes, nullptr);
     }
     collect = false;
     if (!cuts.isEmpty())
         reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
 }
 
-// A test run writes nothing: what the copy sets is compared with what it would replace.
-void ImportEngine::Private::collectChanges(const QString& email, Values& before,
-                                           std::vector<UndoJournal::Change>& changes)
+// A test run's copy (in written): the fields whose value differs from the hashes, which
+// then take the new values' hashes.
+void ImportEngine::Private::collectChanges(Values& hashes,
+                                           std::vector<UndoJournal::Change>* changes)
 {
-    collect = true;
-    written.clear();
-    copyMappedFields(email);
-    collect = false;
-    // The last value set for each field, in the Group's own field order.
     std::vector<const QString*> latest(size_t(groupNames.size()), nullptr);
     for (const auto& [index, value] : written)
         latest[size_t(index)] = &value;
-    changes.reserve(latest.size());
-    for (int index = 0; index < int(latest.size()); ++index) {
+    for (size_t k = 0; k < copyTargets.size(); ++k) {
+        const int index = copyTargets[k];
         if (!latest[size_t(index)])
             continue;
         const QString value = cutTo(*latest[size_t(index)], fieldLengths[size_t(index)]);
-        const std::optional<QString>& was = before[size_t(index)];
-        if (!was || *was != value)
-            changes.push_back({index, was, value});
+        const quint64 hash = valueHash(&value);
+        if (hashes[k] != hash && changes)
+            changes->push_back({index, std::nullopt, value});
+        hashes[k] = hash;
     }
-    for (const auto& c : changes)
-        before[size_t(c.index)] = c.newValue;
 }
 
-// before: what a test run would have written to a recipient new in the run, else null:
-// the store's current record is the one replaced.
+// before (test runs only): the hashes of what the run would have written to the address
+// earlier; else the store's current record is the one replaced.
 void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
 {
     cuts.clear();
@@ -680,15 +678,22 @@ void ImportEngine::Private::replaceRecord(const QString& email, Values* before, 
             if (!was || *was != value)
                 changes.push_back({index, was, std::move(value)});
         }
-    } else if (before) {
-        collectChanges(email, *before, changes);
     } else {
-        Values found(size_t(groupNames.size()), std::nullopt);
-        for (int index : copyTargets) {
-            if (!store.isNull(index))
-                found[size_t(index)] = store.getField(index);
+        Values& hashes = before ? *before : testAdded[email.toLower()];
+        if (!before) {
+            hashes.assign(copyTargets.size(), 0);
+            for (size_t k = 0; k < copyTargets.size(); ++k) {
+                if (!store.isNull(copyTargets[k])) {
+                    const QString value = store.getField(copyTargets[k]);
+                    hashes[k] = valueHash(&value);
+                }
+            }
         }
-        collectChanges(email, found, changes);
+        collect = true;
+        written.clear();
+        copyMappedFields(email);
+        collect = false;
+        collectChanges(hashes, &changes);
     }
     QStringList reasons;
     if (!changes.empty()) {
@@ -833,7 +838,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                 } else {
                     store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
                     Values* pending = nullptr;
-                    if (testRun && store.noMatch()) {
+                    if (testRun) {
                         const auto it = testAdded.find(email.toLower());
                         pending = it == testAdded.end() ? nullptr : &it.value();
                     }

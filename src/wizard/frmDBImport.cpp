@@ -206,8 +206,11 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
 
 frmDBImport::~frmDBImport()
 {
-    for (QThread* thread : std::as_const(m_sampleThreads))
+    // A sample still being read is waited for; its result is no longer wanted.
+    for (QThread* thread : std::as_const(m_sampleThreads)) {
         thread->wait();
+        delete thread;
+    }
     UnregisterLoadedForm(kFormName);
 }
 

@@ -203,14 +203,16 @@ private slots:
     {
         QFETCH(bool, replace);
         QFETCH(QString, wouldChange);
-        // old@ changes its city, same@ only gains empty texts where it had NULLs, new@ comes
-        // twice: its second row overwrites the first, which a test run never wrote.
+        // old@ changes its city (and then, coming again, nothing), same@ only gains empty
+        // texts where it had NULLs, new@ comes twice: its second row overwrites the first,
+        // which a test run never wrote.
         prepare({"'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL",
                  "'same@x.com', 'Sam', NULL, NULL, NULL, NULL",
                  "'new@x.com', 'New', 'N', 'York', NULL, NULL",
                  "'bad', 'B', NULL, NULL, NULL, NULL",
                  "'NEW@x.com', 'Newer', 'N', 'York', NULL, NULL",
-                 "'fresh@x.com', NULL, NULL, NULL, NULL, NULL"},
+                 "'fresh@x.com', NULL, NULL, NULL, NULL, NULL",
+                 "'OLD@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
                 {"'old@x.com', 'Old', 'Hull', NULL, '01/01/2001'",
                  "'same@x.com', 'Sam', NULL, NULL, '01/01/2001'"});
         const QStringList mode{replace ? "--replace" : "--no-replace"};
