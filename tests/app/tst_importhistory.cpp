@@ -212,7 +212,7 @@ private slots:
                  "'bad', 'B', NULL, NULL, NULL, NULL",
                  "'NEW@x.com', 'Newer', 'N', 'York', NULL, NULL",
                  "'fresh@x.com', NULL, NULL, NULL, NULL, NULL",
-                 "'OLD@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
+                 "'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
                 {"'old@x.com', 'Old', 'Hull', NULL, '01/01/2001'",
                  "'same@x.com', 'Sam', NULL, NULL, '01/01/2001'"});
         const QStringList mode{replace ? "--replace" : "--no-replace"};
