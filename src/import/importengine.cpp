@@ -695,23 +695,22 @@ void ImportEngine::Private::replaceRecord(const QString& email, Values* before, 
         collect = false;
         collectChanges(hashes, &changes);
     }
-    QStringList reasons;
-    if (!changes.empty()) {
-        ++totals.updated;
-        QStringList names;
-        for (const auto& c : changes) {
-            names << groupNames.at(c.index);
-            ++totals.changedFields[groupNames.at(c.index)];
-        }
-        if (journal)
-            journal->noteReplaced(rowid, changes);
-        reasons << QStringLiteral("Changed: ") + names.join(QStringLiteral(", "));
+    if (changes.empty()) {
+        if (!cuts.isEmpty())
+            reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
+        return;
     }
+    ++totals.updated;
+    QStringList names;
+    for (const auto& c : changes) {
+        names << groupNames.at(c.index);
+        ++totals.changedFields[groupNames.at(c.index)];
+    }
+    if (journal)
+        journal->noteReplaced(rowid, changes);
+    QStringList reasons{QStringLiteral("Changed: ") + names.join(QStringLiteral(", "))};
     reasons += cuts;
-    if (!changes.empty())
-        reportRow(QStringLiteral("Updated"), reasons.join(QStringLiteral("; ")));
-    else if (!cuts.isEmpty())
-        reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
+    reportRow(QStringLiteral("Updated"), reasons.join(QStringLiteral("; ")));
 }
 
 QString ImportEngine::Private::sourceValue(const QString& field, int index) const
