@@ -615,11 +615,10 @@ void ImportEngine::Private::reportRow(const QString& outcome, const QString& rea
 {
     if (!report.isOpen())
         return;
-    QStringList values;
-    values.reserve(qsizetype(reportSources.size()));
+    report.beginRow(outcome, reason);
     for (int index : reportSources)
-        values << (index >= 0 ? records->text(index) : QString());
-    report.addRow(outcome, reason, values);
+        report.addField(index >= 0 ? records->text(index) : QString());
+    report.endRow();
 }
 
 void ImportEngine::Private::addRecord(const QString& email)

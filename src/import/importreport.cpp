@@ -16,16 +16,43 @@ bool ImportReport::open(const QString& nativePath, const QStringList& columns)
     m_file.setFileName(nativePath);
     if (!m_file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return false;
-    writeLine(QStringList{QStringLiteral("Outcome"), QStringLiteral("Reason")} + columns);
+    m_buffer.reserve(2 * kBufferBytes);
+    addRow(QStringLiteral("Outcome"), QStringLiteral("Reason"), columns);
     flushBuffer();
     return true;
 }
 
 void ImportReport::addRow(const QString& outcome, const QString& reason, const QStringList& values)
 {
+    beginRow(outcome, reason);
+    for (const QString& value : values)
+        addField(value);
+    endRow();
+}
+
+void ImportReport::beginRow(const QString& outcome, const QString& reason)
+{
+    m_line.clear();
+    appendField(outcome);
+    addField(reason);
+}
+
+void ImportReport::addField(const QString& value)
+{
+    m_line += QLatin1Char(',');
+    appendField(value);
+}
+
+void ImportReport::endRow()
+{
     if (!m_file.isOpen())
         return;
-    writeLine(QStringList{outcome, reason} + values);
+    m_line += QStringLiteral("\r\n");
+    // Encoded straight into the block: no text copy per line.
+    const qsizetype used = m_buffer.size();
+    m_buffer.resize(used + m_line.size() * 3);
+    char* end = m_encoder.appendToBuffer(m_buffer.data() + used, m_line);
+    m_buffer.truncate(end - m_buffer.constData());
     if (m_buffer.size() >= kBufferBytes)
         flushBuffer();
 }
@@ -40,36 +67,25 @@ void ImportReport::close()
 
 QString ImportReport::csvField(const QString& value)
 {
-    bool quote = false;
     for (QChar c : value) {
         if (c == QLatin1Char(',') || c == QLatin1Char('"') || c == QLatin1Char('\r') ||
             c == QLatin1Char('\n')) {
-            quote = true;
-            break;
+            QString quoted = value;
+            quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
+            return QLatin1Char('"') + quoted + QLatin1Char('"');
         }
     }
-    if (!quote)
-        return value;
-    QString quoted = value;
-    quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
-    return QLatin1Char('"') + quoted + QLatin1Char('"');
+    return value;
 }
 
-void ImportReport::writeLine(const QStringList& fields)
+void ImportReport::appendField(const QString& value)
 {
-    QString line;
-    for (qsizetype i = 0; i < fields.size(); ++i) {
-        if (i > 0)
-            line += QLatin1Char(',');
-        line += csvField(fields.at(i));
-    }
-    line += QStringLiteral("\r\n");
-    m_buffer += line.toUtf8();
+    m_line += csvField(value);
 }
 
 void ImportReport::flushBuffer()
 {
     if (!m_buffer.isEmpty())
         m_file.write(m_buffer);
-    m_buffer.clear();
+    m_buffer.truncate(0); // keeps the block's capacity
 }

@@ -2,6 +2,7 @@
 
 #include <QFile>
 #include <QString>
+#include <QStringEncoder>
 #include <QStringList>
 
 // "Database Import Report.csv": one line per row a run refused, cut or used to update a
@@ -21,15 +22,21 @@ public:
     bool open(const QString& nativePath, const QStringList& columns);
     bool isOpen() const { return m_file.isOpen(); }
     void addRow(const QString& outcome, const QString& reason, const QStringList& values);
+    // The same, field by field, without gathering the values first.
+    void beginRow(const QString& outcome, const QString& reason);
+    void addField(const QString& value);
+    void endRow();
     void close();
 
     // One field as RFC 4180 writes it.
     static QString csvField(const QString& value);
 
 private:
-    void writeLine(const QStringList& fields);
+    void appendField(const QString& value);
     void flushBuffer();
 
     QFile m_file;
     QByteArray m_buffer;
+    QString m_line;
+    QStringEncoder m_encoder{QStringEncoder::Utf8};
 };
