@@ -15,6 +15,7 @@
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
+#include "util/mousepointer.h"
 #include "util/nativepath.h"
 #include "util/scriptedmessageboxes.h"
 
@@ -763,7 +764,10 @@ void frmDBImport::cmdUndoLastImport_Click()
     if (!boxes.ask(UndoJournal::describe(info, group), false))
         return;
     UndoOutcome outcome;
-    if (UndoJournal::undoLast(path, info.run, outcome, errorText))
+    MousePointer::busy();
+    const bool undone = UndoJournal::undoLast(path, info.run, outcome, errorText);
+    MousePointer::normal();
+    if (undone)
         boxes.information(UndoJournal::describe(outcome));
     else
         boxes.critical(errorText);
