@@ -338,11 +338,6 @@ void ImportEngine::setTestRun(bool testRun)
     d->testRun = testRun;
 }
 
-bool ImportEngine::isTestRun() const
-{
-    return d->testRun;
-}
-
 QString ImportEngine::logFileName() const
 {
     return d->testRun ? kTestLogFileName : kLogFileName;

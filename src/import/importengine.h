@@ -26,7 +26,6 @@ public:
     // A test run goes through every phase, check and counter of a real one but writes
     // nothing to the Group; its log is the test log. Set before DoImportJob.
     void setTestRun(bool testRun);
-    bool isTestRun() const;
     // File names beside HostDataFolder(): the log this engine writes and the report.
     QString logFileName() const;
     static QString reportFileName();
