@@ -2,7 +2,8 @@
 # The import benchmark: builds a Release tree, generates sources with dbimport-gensource and
 # prints, for dbimport-cli:
 #   1. 1,000,000 rows into a new Group, against sqlite3's own INSERT INTO ... SELECT of the
-#      same rows into a Group-shaped table with the same index (target: ratio <= 1.5);
+#      same rows into a Group-shaped table with the same index (target: ratio <= 1.5), and a
+#      test run (--dry-run) of the same rows, against the real run (target <= 1);
 #   2. the same rows again with --replace into the now full Group, against 1. (target <= 2x),
 #      once unchanged (rows whose values are the same are not rewritten) and once with two
 #      columns changed in every row;
@@ -82,6 +83,10 @@ sqlite3 "$work/baseline-small.db" "CREATE TABLE Recipients ($columns); CREATE IN
 sed "s|$work/big.db|$work/small.db|" "$work/baseline.sql" >"$work/baseline-small.sql"
 measure t_sqlite_small m_sqlite_small sqlite3 "$work/baseline-small.db" ".read $work/baseline-small.sql"
 
+# 1b. a test run of the same rows into an empty Group: everything but the writes
+group Dry
+measure t_dry m_dry "${cli[@]}" --connection Big --group Dry --no-replace --dry-run
+
 # 2. replace: the same rows again, every one a duplicate that updates its recipient; first
 #    with unchanged values (nothing to rewrite), then with two changed columns in every row
 measure t_replace m_replace "${cli[@]}" --connection Big --group New --replace
@@ -100,6 +105,8 @@ echo "dbimport-cli import benchmark ($(nproc) CPUs, $(date -u '+%Y-%m-%d %H:%M U
 printf '  %-58s %8.2f s  (%s added)\n' "1. dbimport-cli, $rows rows into a new Group" "$t_add" "$added"
 printf '  %-58s %8.2f s\n' "   sqlite3 INSERT INTO ... SELECT, same rows and index" "$t_sqlite"
 printf '  %-58s %8s    (target <= 1.5)\n' "   ratio" "$(ratio "$t_add" "$t_sqlite")"
+printf '  %-58s %8.2f s\n' "   --dry-run, the same rows into an empty Group" "$t_dry"
+printf '  %-58s %8s    (target <= 1)\n' "   test run / real run" "$(ratio "$t_dry" "$t_add")"
 printf '  %-58s %8.2f s\n' "2. --replace, the same rows again (all duplicates)" "$t_replace"
 printf '  %-58s %8s    (target <= 2)\n' "   replace / add" "$(ratio "$t_replace" "$t_add")"
 printf '  %-58s %8.2f s\n' "   --replace, city and telephone changed in every row" "$t_changed"

@@ -25,12 +25,23 @@ QString SummaryText(const CliRunSummary& s)
             (s.logPath.isEmpty() ? QStringLiteral("(none)") : s.logPath) + QLatin1Char('\n');
     if (!s.reportPath.isEmpty())
         text += QStringLiteral("Report           : ") + s.reportPath + QLatin1Char('\n');
+    if (s.testRun)
+        text += QStringLiteral("Test run: nothing was written to the Group\n");
     text +=
         QStringLiteral("Total Processed  : ") + QString::number(s.processed) + QLatin1Char('\n');
-    text += QStringLiteral("Recipients Added : ") + QString::number(s.added) + QLatin1Char('\n');
+    text += (s.testRun ? QStringLiteral("Would be added   : ")
+                       : QStringLiteral("Recipients Added : ")) +
+            QString::number(s.added) + QLatin1Char('\n');
     text +=
         QStringLiteral("Duplicates       : ") + QString::number(s.duplicates) + QLatin1Char('\n');
     text += QStringLiteral("Illegal          : ") + QString::number(s.illegal) + QLatin1Char('\n');
+    if (s.testRun && s.replace) {
+        text +=
+            QStringLiteral("Would change     : ") + QString::number(s.updated) + QLatin1Char('\n');
+        for (auto it = s.changedFields.cbegin(); it != s.changedFields.cend(); ++it)
+            text += QStringLiteral("  ") + it.key() + QStringLiteral(": ") +
+                    QString::number(it.value()) + QLatin1Char('\n');
+    }
     text += QStringLiteral("Time             : ") + QString::number(s.seconds, 'f', 1) +
             QStringLiteral(" s\n");
     return text;
@@ -46,6 +57,9 @@ QByteArray SummaryJson(const CliRunSummary& s)
     o.insert(QStringLiteral("added"), s.added);
     o.insert(QStringLiteral("duplicates"), s.duplicates);
     o.insert(QStringLiteral("illegal"), s.illegal);
+    o.insert(QStringLiteral("testRun"), s.testRun);
+    if (s.testRun && s.replace)
+        o.insert(QStringLiteral("wouldChange"), s.updated);
     o.insert(QStringLiteral("log"), pathOrNull(s.logPath));
     o.insert(QStringLiteral("report"), pathOrNull(s.reportPath));
     o.insert(QStringLiteral("seconds"), qRound(s.seconds * 1000) / 1000.0);

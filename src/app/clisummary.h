@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
 
 class QByteArray;
@@ -19,6 +20,11 @@ struct CliRunSummary
     double seconds = 0;
     int exitStatus = 0;
     QString error; // why the run failed; empty on success
+    // A test run wrote nothing: added is what a real run would add, updated how many
+    // recipients it would change, changedFields how often each field would change.
+    bool testRun = false;
+    qint64 updated = 0;
+    QMap<QString, qint32> changedFields;
 };
 
 // The closing lines printed after a run: what ran where, then the totals.

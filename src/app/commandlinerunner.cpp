@@ -17,6 +17,7 @@
 #include "import/importlog.h"
 #include "import/importview.h"
 #include "settingslocation.h"
+#include "import/undojournal.h"
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
@@ -33,9 +34,10 @@ constexpr int kExitUsage = 2;
 const char* const kUsage =
     "Usage:\n"
     "  dbimport-cli --data-folder DIR --connection NAME [--ini FILE] [--group NAME]\n"
-    "               [--replace | --no-replace] [--quiet] [--json]\n"
+    "               [--replace | --no-replace] [--dry-run] [--quiet] [--json]\n"
     "  dbimport-cli --data-folder DIR --create-group NAME [--ini FILE]\n"
     "  dbimport-cli --data-folder DIR --list-groups [--ini FILE]\n"
+    "  dbimport-cli --data-folder DIR --undo-last --group NAME [--ini FILE]\n"
     "  dbimport-cli --list-connections [--ini FILE]\n"
     "  dbimport-cli --version | --help\n"
     "\n"
@@ -48,8 +50,11 @@ const char* const kUsage =
     "  --group NAME        import into this Group instead of the saved one\n"
     "  --replace           update recipients that are already in the Group\n"
     "  --no-replace        skip recipients that are already in the Group\n"
+    "  --dry-run           a test run: what the import would do, writing nothing to the\n"
+    "                      Group; its log is \"Database Import Test Log File.txt\"\n"
     "  --quiet             print nothing unless something goes wrong\n"
     "  --json              print the closing summary as one JSON object\n"
+    "  --undo-last         undo the last import into the Group named by --group\n"
     "  --create-group NAME create a new, empty Group\n"
     "  --list-groups       print the Groups, one a line\n"
     "  --list-connections  print the names of the saved connections, one a line\n"
@@ -259,6 +264,37 @@ bool hasSavedChoices(const ImportChoices& choices)
     return records && email && !email->DBField.isEmpty();
 }
 
+// No question is asked: the command itself is the user's confirmation.
+int undoLast(const QString& group, QTextStream& out)
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    const QString hostPath = GroupFilePath(group, HostDataFolder());
+    const QString path = NativePath(hostPath);
+    if (!FileExists(hostPath)) {
+        boxes.critical(QStringLiteral("The Group \"") + group +
+                       QStringLiteral("\" does not exist."));
+        return kExitFailed;
+    }
+    ImportRunInfo info;
+    QString errorText;
+    if (!UndoJournal::lastRun(path, info, errorText)) {
+        if (!errorText.isEmpty()) {
+            boxes.critical(errorText);
+            return kExitFailed;
+        }
+        out << UndoJournal::nothingToUndo(group) << Qt::endl;
+        return kExitOk;
+    }
+    out << oneLine(UndoJournal::describe(info, group)) << Qt::endl;
+    UndoOutcome outcome;
+    if (!UndoJournal::undoLast(path, info.run, outcome, errorText)) {
+        boxes.critical(errorText);
+        return kExitFailed;
+    }
+    out << oneLine(UndoJournal::describe(outcome)) << Qt::endl;
+    return kExitOk;
+}
+
 // Runs the job and fills summary; on failure summary.error holds the reason.
 int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStream& out,
               QTextStream& err, CliRunSummary& summary)
@@ -318,6 +354,8 @@ int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStre
 
     TerminalImportView view(out, err, output);
     ImportEngine engine(choices, view);
+    const bool testRun = parser.isSet(QStringLiteral("dry-run"));
+    engine.setTestRun(testRun);
     QString errorText;
     QElapsedTimer clock;
     clock.start();
@@ -331,8 +369,7 @@ int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStre
     summary.duplicates = totals.duplicates;
     summary.illegal = totals.illegal;
     if (LogFileNumber() != 0)
-        summary.logPath =
-            NativePath(HostDataFolder() + QStringLiteral("Database Import Log File.txt"));
+        summary.logPath = NativePath(HostDataFolder() + engine.logFileName());
     const QString report =
         NativePath(HostDataFolder() + QStringLiteral("Database Import Report.csv"));
     // Only a report this run wrote; one left by an earlier run says nothing about this one.
@@ -340,6 +377,9 @@ int runImport(const QCommandLineParser& parser, ProgressOutput output, QTextStre
         summary.reportPath = report;
     if (!ok)
         return fail(QStringLiteral("the import failed: ") + CommandLineWording(errorText));
+    summary.testRun = testRun;
+    summary.updated = totals.updated;
+    summary.changedFields = totals.changedFields;
     return kExitOk;
 }
 
@@ -363,10 +403,13 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
                                                QStringLiteral("NAME"));
     const QCommandLineOption listGroupsOption(QStringLiteral("list-groups"));
     const QCommandLineOption listConnectionsOption(QStringLiteral("list-connections"));
+    const QCommandLineOption dryRun(QStringLiteral("dry-run"));
+    const QCommandLineOption undoLastOption(QStringLiteral("undo-last"));
     const QCommandLineOption version(QStringLiteral("version"));
     const QCommandLineOption help(QStringList{QStringLiteral("h"), QStringLiteral("help")});
     parser.addOptions({dataFolder, connection, ini, group, replace, noReplace, quiet, json,
-                       createGroupOption, listGroupsOption, listConnectionsOption, version, help});
+                       createGroupOption, listGroupsOption, listConnectionsOption, dryRun,
+                       undoLastOption, version, help});
 
     if (!parser.parse(arguments))
         return usageError(err, parser.errorText());
@@ -383,18 +426,24 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
                                    parser.positionalArguments().first());
     const int actions = int(parser.isSet(connection)) + int(parser.isSet(createGroupOption)) +
                         int(parser.isSet(listGroupsOption)) +
-                        int(parser.isSet(listConnectionsOption));
+                        int(parser.isSet(listConnectionsOption)) +
+                        int(parser.isSet(undoLastOption));
     if (actions != 1)
         return usageError(err, QStringLiteral("give exactly one of --connection, --create-group, "
-                                              "--list-groups and --list-connections"));
+                                              "--list-groups, --list-connections and --undo-last"));
+    if (parser.isSet(dryRun) && !parser.isSet(connection))
+        return usageError(err, QStringLiteral("--dry-run goes with --connection"));
+    if (parser.isSet(undoLastOption) &&
+        (!parser.isSet(group) || parser.value(group).trimmed().isEmpty()))
+        return usageError(err, QStringLiteral("--undo-last needs --group NAME"));
     const bool needsFolder = !parser.isSet(listConnectionsOption);
     if (needsFolder && (!parser.isSet(dataFolder) || parser.value(dataFolder).isEmpty()))
         return usageError(err, QStringLiteral("--data-folder is required"));
     if (parser.isSet(replace) && parser.isSet(noReplace))
         return usageError(err, QStringLiteral("--replace and --no-replace exclude each other"));
     if (!parser.isSet(connection) &&
-        (parser.isSet(group) || parser.isSet(replace) || parser.isSet(noReplace) ||
-         parser.isSet(quiet) || parser.isSet(json)))
+        ((parser.isSet(group) && !parser.isSet(undoLastOption)) || parser.isSet(replace) ||
+         parser.isSet(noReplace) || parser.isSet(quiet) || parser.isSet(json)))
         return usageError(err, QStringLiteral("--group, --replace, --no-replace, --quiet and "
                                               "--json go with --connection"));
 
@@ -422,6 +471,8 @@ int RunCommandLine(const QStringList& arguments, QTextStream& out, QTextStream& 
         result = listGroups(out);
     } else if (parser.isSet(listConnectionsOption)) {
         result = listConnections(out);
+    } else if (parser.isSet(undoLastOption)) {
+        result = undoLast(parser.value(group), out);
     } else if (parser.isSet(createGroupOption)) {
         result = createGroup(parser.value(createGroupOption), out);
     } else {

@@ -188,6 +188,9 @@ public:
     // UPDATE statements by the set of columns they change ('1' = changed).
     std::map<std::string, std::unique_ptr<Statement>> updates;
     std::string changed;
+    // A found record's value of each changed column before its first change.
+    std::vector<std::string> original;
+    std::vector<char> originalIsSet;
     std::string scratch;
     Statement cursor;
     std::vector<std::unique_ptr<Statement>> finds;
@@ -860,6 +863,14 @@ void GroupStore::setField(int index, const QString& value)
     if (d->isSet[i] && d->scratch == d->values[i])
         return;
     d->values[i].swap(d->scratch);
+    if (d->changed[i] != '1') {
+        if (d->original.size() != d->values.size()) {
+            d->original.resize(d->values.size());
+            d->originalIsSet.resize(d->values.size());
+        }
+        d->original[i].swap(d->scratch);
+        d->originalIsSet[i] = d->isSet[i];
+    }
     d->isSet[i] = true;
     d->changed[i] = '1';
     d->dirty = true;
@@ -908,4 +919,59 @@ void GroupStore::setBatchLimits(int rows, qint64 milliseconds)
 {
     d->batchRows = rows > 0 ? rows : 1;
     d->batchMilliseconds = milliseconds;
+}
+
+sqlite3* GroupStore::handle() const
+{
+    return d->db;
+}
+
+qint64 GroupStore::currentRowId() const
+{
+    return d->current == Private::Current::Row || d->current == Private::Current::Cursor ? d->rowid
+                                                                                         : -1;
+}
+
+bool GroupStore::isNull(int index) const
+{
+    if (index < 0 || index >= int(d->isSet.size()))
+        return true;
+    if (d->current == Private::Current::Cursor)
+        return sqlite3_column_type(d->cursor.get(), index + 1) == SQLITE_NULL;
+    return !d->isSet[size_t(index)];
+}
+
+int GroupStore::fieldLength(int index) const
+{
+    return index >= 0 && index < int(d->lengths.size()) ? d->lengths[size_t(index)] : 0;
+}
+
+void GroupStore::writePending()
+{
+    d->requireOpen();
+    d->flush();
+}
+
+void GroupStore::beginWrite()
+{
+    d->requireOpen();
+    d->begin();
+}
+
+void GroupStore::commitWrite()
+{
+    d->requireOpen();
+    d->commit();
+}
+
+bool GroupStore::changedSinceFound(int index, std::optional<QString>& oldValue) const
+{
+    if (d->current != Private::Current::Row || index < 0 || index >= int(d->changed.size()) ||
+        d->changed[size_t(index)] != '1')
+        return false;
+    const size_t i = size_t(index);
+    oldValue = d->originalIsSet[i] ? std::optional<QString>(QString::fromUtf8(
+                                         d->original[i].data(), qsizetype(d->original[i].size())))
+                                   : std::nullopt;
+    return true;
 }

@@ -4,6 +4,9 @@
 #include <QStringList>
 
 #include <memory>
+#include <optional>
+
+struct sqlite3;
 
 // One Group file (a SQLite 3 database) opened for the import: table Recipients with one
 // TEXT column per Group field, table Fields with the definitions the Group was created
@@ -87,6 +90,21 @@ public:
     // A transaction is committed after rows written or milliseconds since it began (0: no
     // time limit), whichever comes first. Defaults: 50000 rows, 1000 ms.
     void setBatchLimits(int rows, qint64 milliseconds);
+
+    // For bookkeeping kept beside the recipients in the same file and the same
+    // transactions: the open connection, the current record's rowid and whether one of its
+    // fields is NULL, a field's length (0 = no limit), writing every pending record, and
+    // starting or committing the batch transaction.
+    sqlite3* handle() const;
+    qint64 currentRowId() const;
+    bool isNull(int index) const;
+    int fieldLength(int index) const;
+    void writePending();
+    void beginWrite();
+    void commitWrite();
+    // After setting fields of a found record, before it is written: whether the field now
+    // differs from what the file holds, and what it held (nullopt for NULL).
+    bool changedSinceFound(int index, std::optional<QString>& oldValue) const;
 
 private:
     class Private;

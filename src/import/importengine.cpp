@@ -6,19 +6,26 @@
 #include <QSqlQuery>
 #include <QTime>
 
+#include <QHash>
+
+#include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
 #include <vector>
 
 #include "duplicatelist.h"
 #include "groupclaim.h"
 #include "groups.h"
 #include "groupstore.h"
+#include "hostfields.h"
 #include "importchoices.h"
 #include "importlog.h"
+#include "importreport.h"
 #include "importview.h"
 #include "sourcerows.h"
 #include "datasource/readonlyguard.h"
+#include "undojournal.h"
 #include "datasource/sourceconnection.h"
 #include "query/selectsql.h"
 #include "util/blanks.h"
@@ -34,6 +41,47 @@ namespace {
 const QString kLogFileName = QStringLiteral("Database Import Log File.txt");
 // How long a run waits for another run to finish with the same Group before giving up.
 constexpr int kGroupClaimWaitMs = 3000;
+
+const QString kTestLogFileName = QStringLiteral("Database Import Test Log File.txt");
+const QString kReportFileName = QStringLiteral("Database Import Report.csv");
+
+// The Group field a mapping key fills; the full name keeps its key, as it fills several.
+QString groupFieldOf(const QString& key)
+{
+    if (key == QLatin1String("EMailAddress"))
+        return QStringLiteral("EmailAddress");
+    if (key == QLatin1String("Web"))
+        return QStringLiteral("WEB");
+    if (key == QLatin1String("Fax"))
+        return QStringLiteral("FAX");
+    return key;
+}
+
+// Characters as a Group field counts them: a surrogate pair is one.
+qsizetype characterCount(const QString& text)
+{
+    qsizetype count = text.size();
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+        if (text.at(i).isHighSurrogate() && text.at(i + 1).isLowSurrogate()) {
+            --count;
+            ++i;
+        }
+    }
+    return count;
+}
+
+// The text a field of that length keeps.
+QString cutTo(const QString& text, int length)
+{
+    if (length <= 0 || text.size() <= length)
+        return text;
+    qsizetype i = 0;
+    for (int characters = 0; i < text.size() && characters < length; ++characters)
+        i += text.at(i).isHighSurrogate() && i + 1 < text.size() && text.at(i + 1).isLowSurrogate()
+                 ? 2
+                 : 1;
+    return text.left(i);
+}
 
 // The record loop's field list. Its order matters: a full name split overwrites a mapped
 // Title, and mapped FirstName, Initial and LastName overwrite the split in turn.
@@ -200,6 +248,30 @@ public:
     bool importRunning = false;
     Totals totals;
 
+    bool testRun = false;
+    ImportReport report;
+    std::unique_ptr<UndoJournal> journal;
+    // Per Group field: its length (0 = none) and name.
+    std::vector<int> fieldLengths;
+    QStringList groupNames;
+    // Source column of each report column, -1 when the source has none.
+    std::vector<int> reportSources;
+    // The record being copied: its cut fields and, when collecting, what was set.
+    QStringList cuts;
+    bool collect = false;
+    std::vector<std::pair<int, QString>> written;
+    // A test run writes nothing, so a later duplicate of an address the run added or
+    // replaced is checked against what the run would have written: per address, a hash of
+    // each copy target's value (0 for NULL), small enough for a million addresses.
+    using Values = std::vector<quint64>;
+    QHash<QString, Values> testAdded;
+    static quint64 valueHash(const QString* value)
+    {
+        return value ? (quint64(qHash(*value, 0x5eed)) << 1) | 1u : 0u;
+    }
+    // The Group fields a copy may set, for the snapshot taken before a replace.
+    std::vector<int> copyTargets;
+
     void log(const QString& line) { WriteLogLine(LogFileNumber(), line); }
 
     QString importSql() const
@@ -209,7 +281,8 @@ public:
         // as it would after the choices were loaded again. Table names go in as the open
         // source quotes them; the bracket form before it is open.
         return choices.FilterMethod == 1
-                   ? QString(choices.AdvancedSQLString).replace(QChar(0x00AC), QStringLiteral("\r\n"))
+                   ? QString(choices.AdvancedSQLString)
+                         .replace(QChar(0x00AC), QStringLiteral("\r\n"))
                    : BuildImportSQL(choices.SelectedTable, choices.Rules,
                                     source ? source->identifierQuote() : QString());
     }
@@ -243,9 +316,16 @@ public:
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
     void prepareCopy();
+    void openReport();
+    void reportRow(const QString& outcome, const QString& reason);
+    void addRecord(const QString& email);
+    void replaceRecord(const QString& email, Values* before, qint64 rowid);
+    void collectChanges(Values& hashes, std::vector<UndoJournal::Change>* changes);
     QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
+    int dateAddedIndex = -1;
+    QString today;
 };
 
 ImportEngine::ImportEngine(const ImportChoices& choices, ImportView& view)
@@ -271,13 +351,28 @@ ImportEngine::Totals ImportEngine::totals() const
     return d->totals;
 }
 
+void ImportEngine::setTestRun(bool testRun)
+{
+    d->testRun = testRun;
+}
+
+QString ImportEngine::logFileName() const
+{
+    return d->testRun ? kTestLogFileName : kLogFileName;
+}
+
+QString ImportEngine::reportFileName()
+{
+    return kReportFileName;
+}
+
 bool ImportEngine::DoImportJob(QString& errorText)
 {
     d->storeWasOpen = false;
     // Before the log: a run that finds the Group taken leaves the other run's log alone.
     if (!d->ClaimGroup(errorText))
         return false;
-    const QString logPath = HostDataFolder() + kLogFileName;
+    const QString logPath = HostDataFolder() + logFileName();
     if (!OpenLogFile(logPath, LogFileNumber(), false, errorText)) {
         if (!MessageBoxes::instance().ask(
                 QStringLiteral("The log file cannot be opened, Error: ") + errorText +
@@ -286,6 +381,7 @@ bool ImportEngine::DoImportJob(QString& errorText)
             return false;
         }
     }
+    d->openReport();
 
     const ImportChoices& c = d->choices;
     d->log(QStringLiteral("# Initialising Database Import..."));
@@ -373,7 +469,8 @@ bool ImportEngine::Private::CloseVTDatabase(QString& errorText)
 // After a failed write the counters claim no record the Group does not hold.
 void ImportEngine::Private::settleTotals()
 {
-    if (!storeWasOpen)
+    // A test run commits nothing; its counters say what a real run would add.
+    if (!storeWasOpen || testRun)
         return;
     const qint64 written = store.committedNewRecords();
     if (totals.added > written) {
@@ -550,6 +647,141 @@ void ImportEngine::Private::prepareCopy()
     firstNameIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("FirstName")) : -1;
     initialIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("Initial")) : -1;
     lastNameIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("LastName")) : -1;
+
+    groupNames = store.isOpen() ? store.fieldNames() : QStringList();
+    fieldLengths.assign(size_t(groupNames.size()), 0);
+    for (int i = 0; i < groupNames.size(); ++i)
+        fieldLengths[size_t(i)] = store.fieldLength(i);
+    copyTargets.clear();
+    auto target = [&](int index) {
+        if (index >= 0 &&
+            std::find(copyTargets.begin(), copyTargets.end(), index) == copyTargets.end())
+            copyTargets.push_back(index);
+    };
+    for (const CopyStep& step : copySteps) {
+        if (step.kind == CopyStep::FullName) {
+            for (int index : {titleIndex, firstNameIndex, initialIndex, lastNameIndex})
+                target(index);
+        } else {
+            target(step.groupIndex);
+        }
+    }
+    std::sort(copyTargets.begin(), copyTargets.end());
+}
+
+void ImportEngine::Private::openReport()
+{
+    QStringList columns;
+    reportSources.clear();
+    for (const HostField& field : kHostFields) {
+        const CMapping* mapping = choices.FieldMappings.Item(QString::fromUtf8(field.key));
+        if (!mapping || mapping->DBField.isEmpty())
+            continue;
+        columns << groupFieldOf(QString::fromUtf8(field.key));
+        reportSources.push_back(-1);
+    }
+    report.open(NativePath(HostDataFolder() + kReportFileName), columns);
+}
+
+void ImportEngine::Private::reportRow(const QString& outcome, const QString& reason)
+{
+    if (!report.isOpen())
+        return;
+    report.beginRow(outcome, reason);
+    for (int index : reportSources)
+        report.addField(index >= 0 ? records->text(index) : QString());
+    report.endRow();
+}
+
+void ImportEngine::Private::addRecord(const QString& email)
+{
+    cuts.clear();
+    collect = testRun && choices.ReplaceExisting;
+    written.clear();
+    if (!testRun || !store.isOpen())
+        store.addRecord(); // a test run fails where a real one would
+    copyMappedFields(email);
+    setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+    if (collect) {
+        Values& hashes = testAdded[email.toLower()];
+        hashes.assign(copyTargets.size(), 0);
+        collectChanges(hashes, nullptr);
+    }
+    collect = false;
+    if (!cuts.isEmpty())
+        reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
+}
+
+// A test run's copy (in written): the fields whose value differs from the hashes, which
+// then take the new values' hashes.
+void ImportEngine::Private::collectChanges(Values& hashes,
+                                           std::vector<UndoJournal::Change>* changes)
+{
+    std::vector<const QString*> latest(size_t(groupNames.size()), nullptr);
+    for (const auto& [index, value] : written)
+        latest[size_t(index)] = &value;
+    for (size_t k = 0; k < copyTargets.size(); ++k) {
+        const int index = copyTargets[k];
+        if (!latest[size_t(index)])
+            continue;
+        const QString value = cutTo(*latest[size_t(index)], fieldLengths[size_t(index)]);
+        const quint64 hash = valueHash(&value);
+        if (hashes[k] != hash && changes)
+            changes->push_back({index, std::nullopt, value});
+        hashes[k] = hash;
+    }
+}
+
+// before (test runs only): the hashes of what the run would have written to the address
+// earlier; else the store's current record is the one replaced.
+void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
+{
+    cuts.clear();
+    std::vector<UndoJournal::Change> changes;
+    if (!testRun) {
+        // The store knows which fields the copy changed and what they held.
+        copyMappedFields(email);
+        std::optional<QString> was;
+        for (int index : copyTargets) {
+            if (!store.changedSinceFound(index, was))
+                continue;
+            QString value = store.getField(index);
+            if (!was || *was != value)
+                changes.push_back({index, was, std::move(value)});
+        }
+    } else {
+        Values& hashes = before ? *before : testAdded[email.toLower()];
+        if (!before) {
+            hashes.assign(copyTargets.size(), 0);
+            for (size_t k = 0; k < copyTargets.size(); ++k) {
+                if (!store.isNull(copyTargets[k])) {
+                    const QString value = store.getField(copyTargets[k]);
+                    hashes[k] = valueHash(&value);
+                }
+            }
+        }
+        collect = true;
+        written.clear();
+        copyMappedFields(email);
+        collect = false;
+        collectChanges(hashes, &changes);
+    }
+    if (changes.empty()) {
+        if (!cuts.isEmpty())
+            reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
+        return;
+    }
+    ++totals.updated;
+    QStringList names;
+    for (const auto& c : changes) {
+        names << groupNames.at(c.index);
+        ++totals.changedFields[groupNames.at(c.index)];
+    }
+    if (journal)
+        journal->noteReplaced(rowid, changes);
+    QStringList reasons{QStringLiteral("Changed: ") + names.join(QStringLiteral(", "))};
+    reasons += cuts;
+    reportRow(QStringLiteral("Updated"), reasons.join(QStringLiteral("; ")));
 }
 
 QString ImportEngine::Private::sourceValue(const QString& field, int index) const
@@ -563,10 +795,17 @@ QString ImportEngine::Private::sourceValue(const QString& field, int index) cons
 
 void ImportEngine::Private::setGroupField(const QString& name, int index, const QString& value)
 {
-    if (index >= 0)
-        store.setField(index, value);
-    else
+    if (index < 0) {
         store.setField(name, value); // raises the store's own error
+        return;
+    }
+    const int length = index < int(fieldLengths.size()) ? fieldLengths[size_t(index)] : 0;
+    if (length > 0 && value.size() > length && characterCount(value) > length)
+        cuts << QStringLiteral("%1 cut to %2 characters").arg(groupNames.at(index)).arg(length);
+    if (collect)
+        written.emplace_back(index, value);
+    if (!testRun)
+        store.setField(index, value);
 }
 
 void ImportEngine::Private::copyMappedFields(const QString& email)
@@ -631,8 +870,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const CMapping* emailMapping = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
         const QString emailField = emailMapping ? emailMapping->DBField : QString();
         const int emailSource = records->indexOf(emailField);
-        const int dateAddedIndex =
-            store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        dateAddedIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
+        today = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         // An address is never cut to fit: two long ones would become one, without an '@'.
         const int emailLimit =
             store.isOpen() ? store.fieldLength(store.fieldIndex(QStringLiteral("EmailAddress")))
@@ -644,9 +883,21 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             reason = QStringLiteral("Longer than %1 characters").arg(emailLimit);
             return false;
         };
-        const QString today =
-            QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
         MessageBoxes& boxes = MessageBoxes::instance();
+        {
+            qsizetype column = 0;
+            for (const HostField& field : kHostFields) {
+                const CMapping* mapping = choices.FieldMappings.Item(QString::fromUtf8(field.key));
+                if (mapping && !mapping->DBField.isEmpty() &&
+                    column < qsizetype(reportSources.size()))
+                    reportSources[size_t(column++)] = records->indexOf(mapping->DBField);
+            }
+        }
+        testAdded.clear();
+        if (!testRun && store.isOpen()) {
+            journal = std::make_unique<UndoJournal>(store);
+            journal->beginRun(choices.DSNName, choices.ReplaceExisting);
+        }
 
         while (hasRecord) {
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
@@ -655,23 +906,31 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                 ++totals.illegal;
                 log(QStringLiteral("**  IGNORED: Invalid email (") + reason +
                     QStringLiteral(") Email=") + email);
+                reportRow(QStringLiteral("Refused"),
+                          QStringLiteral("Invalid email (") + reason + QLatin1Char(')'));
             } else if (!IsDuplicateEmail(email)) {
-                store.addRecord();
-                copyMappedFields(email);
-                setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+                addRecord(email);
                 ++totals.added;
             } else {
                 ++totals.duplicates;
                 if (!choices.ReplaceExisting) {
                     log(QStringLiteral("**  IGNORED: Duplicate email, Email=") + email);
+                    reportRow(QStringLiteral("Refused"), QStringLiteral("Duplicate email"));
                 } else {
                     store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
-                    if (store.noMatch())
+                    Values* pending = nullptr;
+                    if (testRun) {
+                        const auto it = testAdded.find(email.toLower());
+                        pending = it == testAdded.end() ? nullptr : &it.value();
+                    }
+                    if (pending)
+                        replaceRecord(email, pending, -1);
+                    else if (store.noMatch())
                         boxes.exclamation(QStringLiteral(
                             "Warning: A record was found in the duplicates list, but could not be "
                             "found in the Veltrano database to replace."));
                     else
-                        copyMappedFields(email);
+                        replaceRecord(email, nullptr, store.currentRowId());
                 }
             }
 
@@ -694,6 +953,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         }
 
         importRunning = false;
+        if (journal)
+            journal->endRun();
         showCounters();
         // Every record goes to the file before the totals claim it.
         if (store.isOpen())
@@ -723,6 +984,14 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 void ImportEngine::Private::CloseImportResources()
 {
     importRunning = false;
+    if (journal && store.isOpen()) {
+        // A run that failed half-way is still undone as far as it got.
+        try {
+            journal->endRun();
+        } catch (const AppError&) {
+        }
+    }
+    report.close();
     if (store.isOpen()) {
         try {
             store.close();
@@ -731,6 +1000,7 @@ void ImportEngine::Private::CloseImportResources()
             // error is what the user hears, and the counters say what is in the file.
         }
     }
+    journal.reset();
     settleTotals();
     claim.release();
     if (LogFileNumber() != 0)

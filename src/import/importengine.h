@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMap>
 #include <QString>
 
 #include <memory>
@@ -22,6 +23,13 @@ public:
     // errorText set when a phase failed or the user declined to run without a log.
     bool DoImportJob(QString& errorText);
 
+    // A test run goes through every phase, check and counter of a real one but writes
+    // nothing to the Group; its log is the test log. Set before DoImportJob.
+    void setTestRun(bool testRun);
+    // File names beside HostDataFolder(): the log this engine writes and the report.
+    QString logFileName() const;
+    static QString reportFileName();
+
     // True while the record loop runs.
     bool importRunning() const;
     // The Cancel button: asks the loop to stop at its next check.
@@ -33,6 +41,10 @@ public:
         qint32 added = 0;
         qint32 duplicates = 0;
         qint32 illegal = 0;
+        // Duplicates whose recipient the run changed (or, in a test run, would change), and
+        // how often each Group field changed.
+        qint32 updated = 0;
+        QMap<QString, qint32> changedFields;
     };
     Totals totals() const;
 

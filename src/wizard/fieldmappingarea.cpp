@@ -3,6 +3,7 @@
 #include "util/forms/comboboxlistcontrol.h"
 
 #include "import/hostfields.h"
+#include "import/namematch.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -51,6 +52,7 @@ void FieldMappingArea::buildRows()
     grid->setHorizontalSpacing(12);
     grid->setVerticalSpacing(6);
     grid->setColumnStretch(1, 1);
+    grid->setColumnStretch(2, 0);
 
     for (int i = 0; i < static_cast<int>(kHostFields.size()); ++i) {
         const HostField& field = kHostFields[i];
@@ -67,6 +69,14 @@ void FieldMappingArea::buildRows()
         label->setBuddy(combo);
         grid->addWidget(label, i, 0);
         grid->addWidget(combo, i, 1);
+        auto* sample = new QLabel(m_area);
+        sample->setObjectName(QStringLiteral("lblSample_") + QString::fromUtf8(field.key));
+        sample->setFixedWidth(260);
+        sample->setTextFormat(Qt::PlainText);
+        sample->setEnabled(false); // greyed: a hint, not a control
+        grid->addWidget(sample, i, 2);
+        m_samples[static_cast<size_t>(i)] = sample;
+        connect(combo, &QComboBox::currentIndexChanged, this, [this, i](int) { showSample(i); });
         m_lists[static_cast<size_t>(i)] = std::make_unique<ComboBoxListControl>(combo);
     }
 
@@ -172,4 +182,77 @@ bool FieldMappingArea::eventFilter(QObject* watched, QEvent* event)
     if (event->type() == QEvent::FocusIn)
         ensureVisible(combo);
     return false;
+}
+
+QLabel* FieldMappingArea::sampleLabel(int hostFieldIndex) const
+{
+    return m_samples.at(static_cast<size_t>(hostFieldIndex));
+}
+
+void FieldMappingArea::setSample(const SampleRows& sample, bool loading)
+{
+    m_sample = sample;
+    m_sampleLoading = loading;
+    for (int i = 0; i < static_cast<int>(kHostFields.size()); ++i)
+        showSample(i);
+}
+
+void FieldMappingArea::showSample(int hostFieldIndex)
+{
+    QLabel* label = sampleLabel(hostFieldIndex);
+    QComboBox* box = comboBox(hostFieldIndex);
+    QString text;
+    QString tip;
+    if (box->currentIndex() > 0) {
+        const QString column = box->itemText(box->currentIndex());
+        if (m_sampleLoading) {
+            text = QStringLiteral("Reading sample values ...");
+        } else if (!m_sample.error.isEmpty()) {
+            text = QStringLiteral("No sample: ") + m_sample.error;
+        } else {
+            const QString key = QString::fromUtf8(kHostFields[size_t(hostFieldIndex)].key);
+            text = m_sample.firstValue(column);
+            tip = text;
+            if (key == QLatin1String("FullNameMacro") && !text.isEmpty()) {
+                tip = text + QLatin1Char('\n') + m_sample.namePreview(column);
+                text = m_sample.namePreview(column);
+            } else if (key == QLatin1String("EMailAddress")) {
+                int sampled = 0;
+                const int refused = m_sample.refusedEmails(column, &sampled);
+                const QString count = QStringLiteral("%1 of %2 refused").arg(refused).arg(sampled);
+                tip = text + QLatin1Char('\n') + count +
+                      QStringLiteral(" by the e-mail check in the first rows");
+                text = count + QStringLiteral(" - ") + text;
+            }
+            if (text.isEmpty())
+                text = QStringLiteral("(empty in the first %1 rows)").arg(m_sample.rows.size());
+        }
+    }
+    label->setToolTip(tip);
+    label->setText(label->fontMetrics().elidedText(text, Qt::ElideRight, label->width() - 4));
+}
+
+int FieldMappingArea::matchByName()
+{
+    std::array<QString, 21> mapping;
+    QStringList columns;
+    QComboBox* first = comboBox(0);
+    for (int i = 1; i < first->count(); ++i)
+        columns << first->itemText(i);
+    for (int i = 0; i < static_cast<int>(kHostFields.size()); ++i) {
+        QComboBox* box = comboBox(i);
+        if (box->currentIndex() > 0)
+            mapping[size_t(i)] = box->itemText(box->currentIndex());
+    }
+    const std::array<QString, 21> before = mapping;
+    const int matched = MatchFieldsByName(columns, mapping);
+    for (int i = 0; i < static_cast<int>(kHostFields.size()); ++i) {
+        if (mapping[size_t(i)] != before[size_t(i)]) {
+            QComboBox* box = comboBox(i);
+            const int at = box->findText(mapping[size_t(i)], Qt::MatchExactly);
+            if (at > 0)
+                box->setCurrentIndex(at);
+        }
+    }
+    return matched;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "import/fieldmapping.h"
+#include "import/samplerows.h"
 
 #include <QObject>
 
@@ -31,6 +32,13 @@ public:
     // Filling is not a user's choice, so the name exclusion stays out of it.
     void populate(const QStringList& fieldNames, const ImportChoices& choices);
 
+    // Shows beside each combo what the sampled rows give for its choice ("Reading sample
+    // values ..." while loading is true).
+    void setSample(const SampleRows& sample, bool loading);
+    QLabel* sampleLabel(int hostFieldIndex) const;
+    // Maps unmapped fields to source columns of matching names; how many it mapped.
+    int matchByName();
+
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -41,10 +49,14 @@ private:
     void ensureVisible(QWidget* widget);
     void namePartActivated(int hostFieldIndex);
     void fullNameMacroChanged();
+    void showSample(int hostFieldIndex);
 
     QWidget* m_container;
     QWidget* m_area;
     QScrollBar* m_scrollBar;
     std::array<std::unique_ptr<ComboBoxListControl>, 21> m_lists;
     bool m_filling = false;
+    std::array<QLabel*, 21> m_samples{};
+    SampleRows m_sample;
+    bool m_sampleLoading = false;
 };

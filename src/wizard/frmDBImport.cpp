@@ -16,10 +16,14 @@
 #include "datasource/modADO.h"
 #include "import/groups.h"
 #include "import/importengine.h"
+#include "import/samplerows.h"
+#include "import/undojournal.h"
 #include "query/selectsql.h"
 #include "util/appglobals.h"
 #include "util/messageboxes.h"
 #include "util/modApplication.h"
+#include "util/mousepointer.h"
+#include "util/nativepath.h"
 #include "util/scriptedmessageboxes.h"
 
 #include <QCloseEvent>
@@ -27,7 +31,10 @@
 #include <QHeaderView>
 #include <QPainter>
 #include <QPainterPath>
+#include <QHBoxLayout>
+#include <QPushButton>
 #include <QStyle>
+#include <QThread>
 
 #include <array>
 #include <functional>
@@ -216,6 +223,8 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
     connect(ui->cmdAdvancedQuery, &QPushButton::clicked, this,
             &frmDBImport::cmdAdvancedQuery_Click);
 
+    createExtraControls();
+
     ui->stkSteps->setCurrentIndex(0);
     optFilterMethod_Click(0);
     UpdateDSNList();
@@ -224,6 +233,11 @@ frmDBImport::frmDBImport(QWidget* parent) : QWidget(parent), ui(std::make_unique
 
 frmDBImport::~frmDBImport()
 {
+    // A sample still being read is waited for; its result is no longer wanted.
+    for (QThread* thread : std::as_const(m_sampleThreads)) {
+        thread->wait();
+        delete thread;
+    }
     UnregisterLoadedForm(kFormName);
 }
 
@@ -473,6 +487,7 @@ bool frmDBImport::leaveRecordsStep(int direction)
         return false;
     }
     m_mapping->populate(names, m_choices);
+    startSampleRead(sql, names);
     return true;
 }
 
@@ -768,4 +783,157 @@ void frmDBImport::yieldToEvents()
     // A close agreed to before the record loop began must still stop the loop.
     if (m_runBoxes && m_runBoxes->closing() && m_engine->importRunning())
         m_engine->requestStop();
+}
+
+void frmDBImport::createExtraControls()
+{
+    m_cmdMatchByName = new QPushButton(QStringLiteral("Match &by name"), ui->fmeHolder_2);
+    m_cmdMatchByName->setObjectName(QStringLiteral("cmdMatchByName"));
+    m_cmdMatchByName->setToolTip(
+        QStringLiteral("Map every field still on (blank) to a column of the same name"));
+    auto* matchRow = new QHBoxLayout;
+    matchRow->addStretch(1);
+    matchRow->addWidget(m_cmdMatchByName);
+    ui->layStep2->insertLayout(2, matchRow);
+    connect(m_cmdMatchByName, &QPushButton::clicked, this, &frmDBImport::cmdMatchByName_Click);
+    QWidget::setTabOrder(m_mapping->comboBox(20), m_cmdMatchByName);
+
+    m_cmdTestRun = new QPushButton(QStringLiteral("T&est run..."), ui->fmeHolder_3);
+    m_cmdTestRun->setObjectName(QStringLiteral("cmdTestRun"));
+    m_cmdTestRun->setToolTip(
+        QStringLiteral("Run the import without writing to the Group, to see what it would do"));
+    m_cmdUndoLastImport =
+        new QPushButton(QStringLiteral("Undo &last import into this Group..."), ui->fmeHolder_3);
+    m_cmdUndoLastImport->setObjectName(QStringLiteral("cmdUndoLastImport"));
+    auto* groupRow = new QHBoxLayout;
+    groupRow->addWidget(m_cmdTestRun);
+    groupRow->addWidget(m_cmdUndoLastImport);
+    groupRow->addStretch(1);
+    ui->layStep3->insertLayout(3, groupRow);
+    connect(m_cmdTestRun, &QPushButton::clicked, this, &frmDBImport::cmdTestRun_Click);
+    connect(m_cmdUndoLastImport, &QPushButton::clicked, this,
+            &frmDBImport::cmdUndoLastImport_Click);
+    QWidget::setTabOrder(ui->chkReplace, m_cmdTestRun);
+    QWidget::setTabOrder(m_cmdTestRun, m_cmdUndoLastImport);
+    QWidget::setTabOrder(m_cmdUndoLastImport, ui->cmdPrev);
+}
+
+void frmDBImport::startSampleRead(const QString& sql, const QStringList& names)
+{
+    // Read on a helper thread with a connection of its own: a slow server never holds up
+    // the step. Only the newest read is shown.
+    const quint64 generation = ++m_sampleGeneration;
+    m_mapping->setSample(SampleRows{names, {}, {}}, true);
+    auto result = std::make_shared<SampleRows>();
+    const QString conString = m_choices.ConnectionString;
+    QThread* thread = QThread::create(
+        [result, conString, sql, names] { *result = SampleRows::read(conString, sql, names); });
+    m_sampleThreads << thread;
+    connect(thread, &QThread::finished, this, [this, thread, result, generation] {
+        m_sampleThreads.removeOne(thread);
+        thread->deleteLater();
+        if (generation == m_sampleGeneration)
+            m_mapping->setSample(*result, false);
+    });
+    thread->start(QThread::LowPriority);
+}
+
+void frmDBImport::cmdMatchByName_Click()
+{
+    const int matched = m_mapping->matchByName();
+    MessageBoxes::instance().information(
+        matched == 0 ? QStringLiteral("No field was matched by name.")
+                     : QStringLiteral("%1 field(s) matched by name.").arg(matched));
+}
+
+void frmDBImport::cmdTestRun_Click()
+{
+    // The checks of Start, and the import step as Start shows it; nothing is saved.
+    if (!leaveGroupStep(1))
+        return;
+    ui->stkSteps->setCurrentIndex(kStepCount - 1);
+    const StepBanner& banner = kBanners.at(kStepCount - 1);
+    ui->lblBannerDesc->setText(QString::fromUtf8(banner.description));
+    ui->lblStepMofN->setText(QString::fromUtf8(banner.stepMofN));
+    const QString startText = ui->lblStartImport->text();
+    ui->lblStartImport->setText(QStringLiteral("Test run: nothing is written to the Group"));
+    ui->cmdPrev->setEnabled(false);
+    ui->cmdNext->setEnabled(false);
+    ui->cmdClose->setText(kCancelCaption);
+
+    MessageBoxes& boxes = MessageBoxes::instance();
+    QString errorText;
+    bool ok = false;
+    ImportEngine::Totals totals;
+    QString logName;
+    {
+        ImportRunBoxes runBoxes(boxes, [this] { showPendingProgress(); });
+        MessageBoxesGuard guard(&runBoxes);
+        ImportEngine engine(m_choices, *this);
+        engine.setTestRun(true);
+        logName = engine.logFileName();
+        m_engine = &engine;
+        m_runBoxes = &runBoxes;
+        m_sinceShown.start();
+        ok = engine.DoImportJob(errorText);
+        totals = engine.totals();
+        m_engine = nullptr;
+        m_runBoxes = nullptr;
+        showPendingProgress();
+    }
+    ui->cmdClose->setText(kCloseCaption);
+    ui->lblStartImport->setText(startText);
+    if (!ok) {
+        boxes.critical(errorText);
+    } else {
+        QString text = QStringLiteral("Test run complete: nothing was written to the Group.\r\n\r\n"
+                                      "Total Processed: %1\r\nWould be added: %2\r\n"
+                                      "Duplicates: %3\r\nIllegal: %4")
+                           .arg(totals.totalProcessed)
+                           .arg(totals.added)
+                           .arg(totals.duplicates)
+                           .arg(totals.illegal);
+        if (m_choices.ReplaceExisting) {
+            QStringList fields;
+            for (auto it = totals.changedFields.cbegin(); it != totals.changedFields.cend(); ++it)
+                fields << QStringLiteral("%1 (%2)").arg(it.key()).arg(it.value());
+            text += QStringLiteral("\r\nRecipients that would change: %1").arg(totals.updated);
+            if (!fields.isEmpty())
+                text += QStringLiteral("\r\nFields: ") + fields.join(QStringLiteral(", "));
+        }
+        text += QStringLiteral("\r\n\r\nLog: ") + HostDataFolder() + logName +
+                QStringLiteral("\r\nReport: ") + HostDataFolder() + ImportEngine::reportFileName();
+        boxes.information(text);
+    }
+    showStep(kStepCount - 2);
+}
+
+void frmDBImport::cmdUndoLastImport_Click()
+{
+    MessageBoxes& boxes = MessageBoxes::instance();
+    const QString group = ui->icmbGroups->currentText();
+    if (group.isEmpty()) {
+        boxes.information(QStringLiteral("Select the Group whose last import is to be undone."));
+        return;
+    }
+    const QString path = NativePath(HostDataFolder() + group + QStringLiteral(".gdb"));
+    ImportRunInfo info;
+    QString errorText;
+    if (!UndoJournal::lastRun(path, info, errorText)) {
+        if (errorText.isEmpty())
+            boxes.information(UndoJournal::nothingToUndo(group));
+        else
+            boxes.critical(errorText);
+        return;
+    }
+    if (!boxes.ask(UndoJournal::describe(info, group), false))
+        return;
+    UndoOutcome outcome;
+    MousePointer::busy();
+    const bool undone = UndoJournal::undoLast(path, info.run, outcome, errorText);
+    MousePointer::normal();
+    if (undone)
+        boxes.information(UndoJournal::describe(outcome));
+    else
+        boxes.critical(errorText);
 }

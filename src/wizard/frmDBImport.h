@@ -16,7 +16,9 @@ class ImportRunBoxes;
 class FieldMappingArea;
 class ImportEngine;
 class QLabel;
+class QPushButton;
 class QRadioButton;
+class QThread;
 class QTreeWidgetItem;
 
 // The program's main window: the five-step import wizard. It holds the user's choices for
@@ -76,6 +78,18 @@ private:
     void cmdAdvancedQuery_Click();
     void cmdCreateNewGroup_Click();
     QRadioButton* optFilterMethod(int index) const;
+
+    // Sample values, match by name, test run and undo of the last import.
+    void createExtraControls();
+    void startSampleRead(const QString& sql, const QStringList& names);
+    void cmdMatchByName_Click();
+    void cmdTestRun_Click();
+    void cmdUndoLastImport_Click();
+    QPushButton* m_cmdMatchByName = nullptr;
+    QPushButton* m_cmdTestRun = nullptr;
+    QPushButton* m_cmdUndoLastImport = nullptr;
+    quint64 m_sampleGeneration = 0;
+    QList<QThread*> m_sampleThreads;
 
     std::unique_ptr<Ui::frmDBImport> ui;
     std::unique_ptr<FieldMappingArea> m_mapping;
