@@ -264,6 +264,12 @@ bool hasSavedChoices(const ImportChoices& choices)
     return records && email && !email->DBField.isEmpty();
 }
 
+// The undo messages are written for a box, with CR LF between their sentences.
+QString withLineFeeds(QString text)
+{
+    return text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+}
+
 // No question is asked: the command itself is the user's confirmation.
 int undoLast(const QString& group, QTextStream& out)
 {
@@ -285,13 +291,13 @@ int undoLast(const QString& group, QTextStream& out)
         out << UndoJournal::nothingToUndo(group) << Qt::endl;
         return kExitOk;
     }
-    out << oneLine(UndoJournal::describe(info, group)) << Qt::endl;
+    out << withLineFeeds(UndoJournal::describe(info, group)) << Qt::endl;
     UndoOutcome outcome;
     if (!UndoJournal::undoLast(path, info.run, outcome, errorText)) {
         boxes.critical(errorText);
         return kExitFailed;
     }
-    out << oneLine(UndoJournal::describe(outcome)) << Qt::endl;
+    out << withLineFeeds(UndoJournal::describe(outcome)) << Qt::endl;
     return kExitOk;
 }
 

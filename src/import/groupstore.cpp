@@ -941,11 +941,6 @@ bool GroupStore::isNull(int index) const
     return !d->isSet[size_t(index)];
 }
 
-int GroupStore::fieldLength(int index) const
-{
-    return index >= 0 && index < int(d->lengths.size()) ? d->lengths[size_t(index)] : 0;
-}
-
 void GroupStore::writePending()
 {
     d->requireOpen();

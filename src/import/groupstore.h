@@ -98,7 +98,6 @@ public:
     sqlite3* handle() const;
     qint64 currentRowId() const;
     bool isNull(int index) const;
-    int fieldLength(int index) const;
     void writePending();
     void beginWrite();
     void commitWrite();

@@ -472,9 +472,9 @@ void ImportEngine::Private::settleTotals()
     // A test run commits nothing; its counters say what a real run would add.
     if (!storeWasOpen || testRun)
         return;
-    const qint64 written = store.committedNewRecords();
-    if (totals.added > written) {
-        totals.added = qint32(written);
+    const qint64 committed = store.committedNewRecords();
+    if (totals.added > committed) {
+        totals.added = qint32(committed);
         view.setCounters(totals.totalProcessed, totals.added, totals.duplicates, totals.illegal);
     }
 }

@@ -11,6 +11,7 @@
 
 #include <sqlite3.h>
 
+#include "groupclaim.h"
 #include "groupstore.h"
 #include "util/apperror.h"
 
@@ -340,6 +341,13 @@ bool UndoJournal::undoLast(const QString& groupPath, qint64 run, UndoOutcome& ou
 {
     outcome = UndoOutcome();
     errorText.clear();
+    // An import running into the Group would interleave its writes with the undo.
+    GroupClaim claim;
+    if (!claim.acquire(groupPath, 3000)) {
+        errorText = QStringLiteral("The Group is being imported into by another run; try again "
+                                   "when it has finished.");
+        return false;
+    }
     try {
         GroupFile file(groupPath);
         sqlite3* db = file.db;

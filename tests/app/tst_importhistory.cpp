@@ -104,7 +104,7 @@ class tst_ImportHistory : public QObject
     }
     Run job(const QStringList& extra = {}) const
     {
-        return cli(QStringList{"--ini", m_ini, "--connection", "People", "--quiet"} + extra);
+        return cli(QStringList{"--ini", m_ini, "--connection", "People"} + extra);
     }
 
     // Every row of the Group, every column quoted as SQLite shows it (NULL apart from '').

@@ -279,7 +279,8 @@ private slots:
         std::optional<FileSizeLimit> full;
         if (kind == "full") {
             m_view->onShow = [&](const QString& shown, const QString& shownText) {
-                if (shown == "status" && shownText == "Importing ...")
+                // Every record read: only the closing commit is left to fail.
+                if (shown == "counters" && shownText.startsWith("2,"))
                     full.emplace(4096); // the log stays below it, the Group is above
             };
         }
