@@ -227,7 +227,37 @@ public:
             exec(db, "BEGIN", QStringLiteral("Cannot start writing to the Group"));
             inTransaction = true;
             batchTimer.start();
+            // Dropped in the same transaction as the first rows written without it.
+            if (!indexesToDrop.empty()) {
+                for (const std::string& name : indexesToDrop)
+                    exec(db, ("DROP INDEX " + name).c_str(),
+                         QStringLiteral("Cannot write to the Group"));
+                indexesToDrop.clear();
+            }
         }
+    }
+
+    // Indexes that deferIndexes() will drop (quoted names) and the statements that build
+    // them again.
+    std::vector<std::string> indexesToDrop;
+    std::vector<std::string> indexesToBuild;
+
+    void buildDeferredIndexes()
+    {
+        if (indexesToBuild.empty())
+            return;
+        flush();
+        if (!indexesToDrop.empty()) {
+            // Nothing was written: the indexes are still there.
+            indexesToDrop.clear();
+            indexesToBuild.clear();
+            return;
+        }
+        begin();
+        for (const std::string& sql : indexesToBuild)
+            exec(db, sql.c_str(), QStringLiteral("Cannot write to the Group"));
+        indexesToBuild.clear();
+        commit();
     }
 
     void commit()
@@ -500,6 +530,8 @@ public:
         pendingRows = 0;
         cursorAtEnd = true;
         dirty = false;
+        indexesToDrop.clear();
+        indexesToBuild.clear();
     }
 };
 
@@ -639,6 +671,28 @@ void GroupStore::open(const QString& path)
         for (int i = 0; i < d->columns.size(); ++i)
             d->indexByLowerName.insert(d->columns.at(i).toLower(), i);
 
+        // A run killed while its indexes were deferred leaves the file without the e-mail
+        // index; a failure here only makes finds slower, so it is not fatal.
+        const int emailColumn = d->indexByLowerName.value(QStringLiteral("emailaddress"), -1);
+        if (emailColumn >= 0) {
+            sqlite3_stmt* indexes = nullptr;
+            bool hasIndex = true;
+            if (sqlite3_prepare_v2(db,
+                                   "SELECT 1 FROM sqlite_master WHERE type='index' AND "
+                                   "tbl_name='Recipients' AND sql IS NOT NULL",
+                                   -1, &indexes, nullptr) == SQLITE_OK)
+                hasIndex = sqlite3_step(indexes) == SQLITE_ROW;
+            sqlite3_finalize(indexes);
+            if (!hasIndex) {
+                const QByteArray sql =
+                    (QStringLiteral("CREATE INDEX IF NOT EXISTS RecipientsEmailAddress ON "
+                                    "Recipients (") +
+                     quoted(d->columns.at(emailColumn)) + QStringLiteral(" COLLATE NOCASE)"))
+                        .toUtf8();
+                sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr);
+            }
+        }
+
         // The definitions are optional: a Group without them simply has no length limits.
         sqlite3_stmt* fieldsStmt = nullptr;
         if (sqlite3_prepare_v2(db, "SELECT Name, Type, Length FROM Fields", -1, &fieldsStmt,
@@ -687,6 +741,7 @@ void GroupStore::close()
         d->stopCursor();
         d->flush();
         d->commit();
+        d->buildDeferredIndexes();
     } catch (...) {
         d->closeHandle();
         throw;
@@ -833,6 +888,7 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
     const int index = d->requireField(field);
     d->flush();
     d->stopCursor();
+    d->buildDeferredIndexes();
     d->current = Private::Current::None;
 
     auto statement = [&](size_t slot, const QString& where) -> sqlite3_stmt* {
@@ -861,6 +917,32 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
 bool GroupStore::noMatch() const
 {
     return d->noMatch;
+}
+
+void GroupStore::deferIndexes()
+{
+    d->requireOpen();
+    if (!d->indexesToBuild.empty())
+        return;
+    d->flush();
+    Statement list;
+    list.prepare(d->db, QStringLiteral("SELECT name, sql FROM sqlite_master WHERE type='index' "
+                                       "AND tbl_name='Recipients' AND sql IS NOT NULL"));
+    while (sqlite3_step(list.get()) == SQLITE_ROW) {
+        const QString name =
+            QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0)));
+        d->indexesToDrop.push_back(quoted(name).toStdString());
+        d->indexesToBuild.emplace_back(
+            reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 1)));
+    }
+    // Drop in the running transaction if there is one, so that no batch is written twice
+    // as dear.
+    if (d->inTransaction) {
+        for (const std::string& name : d->indexesToDrop)
+            exec(d->db, ("DROP INDEX " + name).c_str(),
+                 QStringLiteral("Cannot write to the Group"));
+        d->indexesToDrop.clear();
+    }
 }
 
 void GroupStore::setBatchLimits(int rows, qint64 milliseconds)

@@ -73,6 +73,12 @@ public:
     void find(const QString& field, const QString& comparison, const QString& value);
     bool noMatch() const;
 
+    // For a run that adds many records: the Group's indexes are dropped with the next write
+    // and built again in one pass when the file closes (or before the next find), which
+    // costs far less than keeping them up to date row by row. A run killed in between
+    // leaves a file without its e-mail index; open() builds it again.
+    void deferIndexes();
+
     // A transaction is committed after rows written or milliseconds since it began (0: no
     // time limit), whichever comes first. Defaults: 50000 rows, 1000 ms.
     void setBatchLimits(int rows, qint64 milliseconds);

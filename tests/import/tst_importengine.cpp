@@ -431,6 +431,45 @@ private slots:
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
     }
 
+    // A big source is read ahead on a helper thread: a read that fails part-way still
+    // stops the run right there, with every record before it in the Group, in order.
+    void sourceFailingWhileReadAhead_data()
+    {
+        QTest::addColumn<int>("failingRow");
+        QTest::newRow("in an early batch") << 700;
+        QTest::newRow("near the end") << 29990;
+    }
+
+    void sourceFailingWhileReadAhead()
+    {
+        QFETCH(int, failingRow);
+        const QString source = m_folder->filePath("big.db");
+        build(source, {"CREATE TABLE People AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                       "SELECT i + 1 FROM n WHERE i < 30000) SELECT 'p' || i || '@x.org' AS "
+                       "Email, i AS Id FROM n"});
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
+        choices.FilterMethod = 1;
+        // json() refuses an address: the statement fails on that row, not before.
+        choices.AdvancedSQLString =
+            QString("SELECT Id, CASE WHEN Id < %1 THEN Email ELSE json(Email) END AS Email "
+                    "FROM People")
+                .arg(failingRow);
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=Email", "Zip=Id"});
+        QVERIFY(!run(choices));
+        QVERIFY2(m_error.contains("malformed JSON"), qPrintable(m_error));
+        QCOMPARE(m_totals, QString("%1,%1,0,0").arg(failingRow - 1));
+        QCOMPARE(logLines().last(), QString("#   Import failed"));
+        const QStringList rows = groupRows("Zip,EmailAddress", "%1");
+        QCOMPARE(rows.size(), failingRow - 1);
+        for (int i = 1; i < failingRow; ++i) {
+            if (rows.at(i - 1) != QString("%1|p%1@x.org").arg(i))
+                QFAIL(qPrintable("row " + QString::number(i) + ": " + rows.at(i - 1)));
+        }
+    }
+
     // E-mail validation and full-name splitting, beyond the cases the whole imports pin.
     void emailValidation_data()
     {
