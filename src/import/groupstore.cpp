@@ -68,6 +68,21 @@ QString cutToLength(const QString& text, int length)
     return text.left(i);
 }
 
+// The bytes of the first length characters of valid UTF-8 text (all of it when length is
+// 0): the same cut as cutToLength makes, since a character outside the BMP is one code
+// point here and one surrogate pair there.
+std::size_t utf8CutSize(const std::string& text, int length)
+{
+    if (length <= 0 || text.size() <= std::size_t(length))
+        return text.size();
+    int characters = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && characters++ == length)
+            return i;
+    }
+    return text.size();
+}
+
 // Converts into a buffer whose capacity is reused record after record.
 void assignUtf8(std::string& target, const QString& text)
 {
@@ -483,6 +498,22 @@ public:
         cursorAtEnd = true;
     }
 
+    // Makes scratch the value of field i of the current (buffered) record.
+    void setFromScratch(size_t i)
+    {
+        if (current == Current::New) {
+            values[i].swap(scratch);
+            isSet[i] = true;
+            return;
+        }
+        if (isSet[i] && scratch == values[i])
+            return;
+        values[i].swap(scratch);
+        isSet[i] = true;
+        changed[i] = '1';
+        dirty = true;
+    }
+
     // Turns a cursor row into a buffered one before it is changed.
     void bufferCursorRow()
     {
@@ -864,19 +895,20 @@ void GroupStore::setField(int index, const QString& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
-    const size_t i = size_t(index);
-    if (d->current == Private::Current::New) {
-        assignUtf8(d->values[i], cutToLength(value, d->lengths[i]));
-        d->isSet[i] = true;
-        return;
-    }
-    assignUtf8(d->scratch, cutToLength(value, d->lengths[i]));
-    if (d->isSet[i] && d->scratch == d->values[i])
-        return;
-    d->values[i].swap(d->scratch);
-    d->isSet[i] = true;
-    d->changed[i] = '1';
-    d->dirty = true;
+    assignUtf8(d->scratch, cutToLength(value, d->lengths[size_t(index)]));
+    d->setFromScratch(size_t(index));
+}
+
+void GroupStore::setFieldUtf8(int index, const std::string& value)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    d->bufferCursorRow();
+    if (d->current == Private::Current::None)
+        fail(QStringLiteral("No current record"));
+    d->scratch.assign(value.data(), utf8CutSize(value, d->lengths[size_t(index)]));
+    d->setFromScratch(size_t(index));
 }
 
 void GroupStore::find(const QString& field, const QString& comparison, const QString& value)

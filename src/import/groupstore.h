@@ -4,6 +4,7 @@
 #include <QStringList>
 
 #include <memory>
+#include <string>
 
 // One Group file (a SQLite 3 database) opened for the import: table Recipients with one
 // TEXT column per Group field, table Fields with the definitions the Group was created
@@ -67,6 +68,8 @@ public:
     // Over-long text is cut to the field's length in characters.
     void setField(const QString& name, const QString& value);
     void setField(int index, const QString& value);
+    // The same for a value already in UTF-8 (valid UTF-8 only).
+    void setFieldUtf8(int index, const std::string& value);
 
     // Makes the first record whose field compares equal to value (without regard to case)
     // current; comparison is "=" only. noMatch() tells whether one was found.

@@ -8,6 +8,7 @@
 
 #include <limits>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "duplicatelist.h"
@@ -225,6 +226,7 @@ public:
         int sourceIndex = -1;
     };
     std::vector<CopyStep> copySteps;
+    std::string utf8Value;
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
     void prepareCopy();
@@ -518,8 +520,14 @@ void ImportEngine::Private::copyMappedFields(const QString& email)
             setGroupField(step.groupField, step.groupIndex, email);
             break;
         case CopyStep::Plain:
-            setGroupField(step.groupField, step.groupIndex,
-                          (sourceValue(step.sourceField, step.sourceIndex)));
+            if (step.sourceIndex >= 0 && step.groupIndex >= 0) {
+                // Copied as the UTF-8 both sides keep.
+                records->utf8(step.sourceIndex, utf8Value);
+                store.setFieldUtf8(step.groupIndex, utf8Value);
+            } else {
+                setGroupField(step.groupField, step.groupIndex,
+                              (sourceValue(step.sourceField, step.sourceIndex)));
+            }
             break;
         }
     }

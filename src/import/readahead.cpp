@@ -6,6 +6,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <string>
 #include <thread>
 
 namespace {
@@ -22,9 +23,12 @@ constexpr qint64 kMinimumRows = 10000;
 class ReadAheadRows::Private
 {
 public:
+    // Values are kept as UTF-8 in one buffer per batch: few allocations, and a value the
+    // import only copies is never converted on its way.
     struct Batch
     {
-        std::vector<QString> values; // the rows one after the other, width values each
+        std::string bytes;
+        std::vector<std::size_t> ends; // of each value in bytes; rows one after the other
         std::size_t rows = 0;
     };
 
@@ -47,11 +51,28 @@ public:
     Batch current;
     std::size_t row = 0;
 
+    std::string value; // scratch of the helper thread
+
     void copyRow(Batch& batch)
     {
-        for (int column : columns)
-            batch.values.push_back(source->text(column));
+        for (int column : columns) {
+            source->utf8(column, value);
+            batch.bytes += value;
+            batch.ends.push_back(batch.bytes.size());
+        }
         ++batch.rows;
+    }
+
+    // The bytes of the current row's value in slot.
+    std::pair<const char*, std::size_t> slice(int index) const
+    {
+        const int slot =
+            index >= 0 && std::size_t(index) < slotOf.size() ? slotOf[std::size_t(index)] : -1;
+        const std::size_t at = row * width + std::size_t(slot);
+        if (slot < 0 || at >= current.ends.size())
+            throw SourceFailure{QStringLiteral("The import asked for a column it did not keep")};
+        const std::size_t begin = at == 0 ? 0 : current.ends[at - 1];
+        return {current.bytes.data() + begin, current.ends[at] - begin};
     }
 
     void read()
@@ -66,9 +87,9 @@ public:
                     spare.pop_back();
                 }
             }
-            batch.values.clear();
+            batch.bytes.clear();
+            batch.ends.clear();
             batch.rows = 0;
-            batch.values.reserve(kBatchRows * width);
             std::exception_ptr failure;
             try {
                 for (int n = 0; n < kBatchRows; ++n) {
@@ -82,7 +103,8 @@ public:
                 // The rows read before the failure still go to the import, whole rows only.
                 failure = std::current_exception();
                 more = false;
-                batch.values.resize(batch.rows * width);
+                batch.ends.resize(batch.rows * width);
+                batch.bytes.resize(batch.ends.empty() ? 0 : batch.ends.back());
             }
             std::unique_lock<std::mutex> lock(mutex);
             if (batch.rows > 0)
@@ -167,12 +189,14 @@ int ReadAheadRows::indexOf(const QString& name) const
 
 QString ReadAheadRows::text(int index) const
 {
-    const int slot =
-        index >= 0 && std::size_t(index) < d->slotOf.size() ? d->slotOf[std::size_t(index)] : -1;
-    const std::size_t at = d->row * d->width + std::size_t(slot);
-    if (slot < 0 || at >= d->current.values.size())
-        throw SourceFailure{QStringLiteral("The import asked for a column it did not keep")};
-    return d->current.values[at];
+    const auto [data, size] = d->slice(index);
+    return QString::fromUtf8(data, qsizetype(size));
+}
+
+void ReadAheadRows::utf8(int index, std::string& out) const
+{
+    const auto [data, size] = d->slice(index);
+    out.assign(data, size);
 }
 
 bool ReadAheadRows::pays(qint64 rowCount)

@@ -9,7 +9,7 @@
 
 // Reads a source's rows on a helper thread while the import writes the ones before, so
 // that reading and writing overlap on two cores. Only the columns asked for are kept, as
-// the text the source gives. Rows come out in their order; a failure of the source comes
+// the text the source gives (in UTF-8). Rows come out in their order; a failure of the source comes
 // out of next() where it happened, after every row read before it. Nothing user-visible
 // happens on the helper thread.
 class ReadAheadRows final : public SourceRows
@@ -25,6 +25,7 @@ public:
     bool next() override;
     int indexOf(const QString& name) const override;
     QString text(int index) const override;
+    void utf8(int index, std::string& out) const override;
 
     // Whether reading ahead pays for a source of this many rows (-1: unknown) here.
     static bool pays(qint64 rowCount);

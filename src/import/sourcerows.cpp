@@ -25,6 +25,15 @@ QString blobText(const QByteArray& bytes)
     return QStringLiteral("0x") + QString::fromLatin1(bytes.toHex().toUpper());
 }
 
+bool isAscii(const char* data, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        if (static_cast<unsigned char>(data[i]) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
 QString doubleText(double value)
 {
     return QString::number(value, 'g', 15);
@@ -156,6 +165,29 @@ public:
         }
     }
 
+    void utf8(int index, std::string& out) const override
+    {
+        switch (sqlite3_column_type(m_stmt, index)) {
+        case SQLITE_NULL:
+            out.clear();
+            return;
+        case SQLITE_TEXT: {
+            const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(m_stmt, index));
+            const auto size = std::size_t(sqlite3_column_bytes(m_stmt, index));
+            // Anything but plain ASCII goes the way text() does, so that bytes that are not
+            // UTF-8 come out as the same replacement characters.
+            if (isAscii(data, size)) {
+                out.assign(data, size);
+                return;
+            }
+            break;
+        }
+        default:
+            break;
+        }
+        SourceRows::utf8(index, out);
+    }
+
 private:
     bool step()
     {
@@ -178,6 +210,12 @@ private:
 };
 
 } // namespace
+
+void SourceRows::utf8(int index, std::string& out) const
+{
+    const QByteArray bytes = text(index).toUtf8();
+    out.assign(bytes.constData(), std::size_t(bytes.size()));
+}
 
 std::unique_ptr<SourceRows> SourceRows::open(const QSqlDatabase& db, const QString& sql)
 {

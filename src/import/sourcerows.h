@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <memory>
+#include <string>
 
 class QSqlDatabase;
 
@@ -24,6 +25,9 @@ public:
     // The column of that name (compared without regard to case); -1 when there is none.
     virtual int indexOf(const QString& name) const = 0;
     virtual QString text(int index) const = 0;
+    // The same text as UTF-8, into out (whose capacity is reused): the form a Group keeps,
+    // so a value that is only copied need not be converted twice.
+    virtual void utf8(int index, std::string& out) const;
 };
 
 // A failure reported by the data source, in "<number> - <description>" form.

@@ -184,6 +184,9 @@ private slots:
         for (const QStringList& c : cases) {
             add(store, {c[0] + '=' + c[1]});
             QCOMPARE(store.getField(c[0]), c[2]);
+            // The same value handed over as UTF-8 is cut alike.
+            store.setFieldUtf8(store.fieldIndex(c[0]), c[1].toStdString());
+            QCOMPARE(store.getField(c[0]), c[2]);
             stored << c[2];
         }
         // Seven records set: six written in two full batches, the seventh still current.
