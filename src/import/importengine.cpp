@@ -16,6 +16,7 @@
 #include "importchoices.h"
 #include "importlog.h"
 #include "importview.h"
+#include "pgcopyrows.h"
 #include "readahead.h"
 #include "sourcerows.h"
 #include "datasource/sourceconnection.h"
@@ -440,7 +441,11 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     }
 
     try {
-        records = SourceRows::open(source->database(), sql);
+        // A faster route for a big PostgreSQL read; anything it cannot take goes on as always.
+        if (PgCopyRows::pays(recordCount))
+            records = PgCopyRows::open(choices.ConnectionString, sql);
+        if (!records)
+            records = SourceRows::open(source->database(), sql);
     } catch (const SourceFailure& e) {
         return failed(e.text);
     }

@@ -14,15 +14,30 @@
 
 #include "datasource/sourceconnection.h"
 
-namespace {
-
-QString blobText(const QByteArray& bytes)
+QString SourceBlobText(const QByteArray& bytes)
 {
     auto decoder = QStringDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = decoder.decode(bytes);
     if (!decoder.hasError())
         return text;
     return QStringLiteral("0x") + QString::fromLatin1(bytes.toHex().toUpper());
+}
+
+QString SourceDoubleText(double value)
+{
+    return QString::number(value, 'g', 15);
+}
+
+namespace {
+
+QString blobText(const QByteArray& bytes)
+{
+    return SourceBlobText(bytes);
+}
+
+QString doubleText(double value)
+{
+    return SourceDoubleText(value);
 }
 
 bool isAscii(const char* data, std::size_t size)
@@ -32,11 +47,6 @@ bool isAscii(const char* data, std::size_t size)
             return false;
     }
     return true;
-}
-
-QString doubleText(double value)
-{
-    return QString::number(value, 'g', 15);
 }
 
 QString variantText(const QVariant& value)

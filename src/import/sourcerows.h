@@ -30,6 +30,10 @@ public:
     virtual void utf8(int index, std::string& out) const;
 };
 
+// The text of a double and of a blob, as every route gives them.
+QString SourceDoubleText(double value);
+QString SourceBlobText(const QByteArray& bytes);
+
 // A failure reported by the data source, in "<number> - <description>" form.
 struct SourceFailure
 {

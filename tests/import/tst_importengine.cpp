@@ -431,6 +431,62 @@ private slots:
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
     }
 
+    // A big PostgreSQL read goes through the server's COPY: every type it takes must come
+    // out as the driver gives it, which a small read of the same rows shows.
+    void postgresCopyMatchesTheDriver()
+    {
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString failed = database.run(
+            {"CREATE TABLE t (id serial PRIMARY KEY, email text, name varchar(20), code "
+             "char(4), n int8, f float4, d float8, m numeric(12,3), b boolean, day date, "
+             "at time, seen timestamp, photo bytea)",
+             QString::fromUtf8(
+                 "INSERT INTO t (email, name, code, n, f, d, m, b, day, at, seen, photo) VALUES "
+                 "('a@x.org', E'tab\\there', 'ab', -9000000000, 1.1, 0.1, 12.500, true, "
+                 "'2024-02-29', '13:45:10.25', '2024-01-01 00:00:00', '\\x414243'), "
+                 "('b@x.org', E'line\\nbreak\\\\', 'Zoë', 0, -0.5, 1e20, -3, false, "
+                 "'0099-12-31', '00:00:00', '2024-01-01 00:00:00.5', '\\x00ff'), "
+                 "('c@x.org', NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, "
+                 "'1999-12-31 23:59:59.999999', '')"),
+             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 10000) "
+             "i"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        const QString columns = "EmailAddress,FirstName,Zip,Address1,Address2,City,State,"
+                                "Country,Company,JobTitle,WEB,Telephone";
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.FilterMethod = 1;
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=email", "FirstName=name", "Zip=code", "Address1=n",
+                      "Address2=f", "City=d", "State=m", "Country=b", "Company=day",
+                      "JobTitle=at", "Web=seen", "Telephone=photo"});
+        QStringList routes[2];
+        for (int big = 0; big < 2; ++big) {
+            QFile::remove(m_folder->filePath("G.gdb"));
+            createGroup();
+            choices.AdvancedSQLString =
+                QString("SELECT * FROM t WHERE id <= %1 ORDER BY id").arg(big ? 20000 : 3);
+            bool copying = false;
+            m_view->onShow = [&](const QString& kind, const QString&) {
+                if (kind == "yield")
+                    copying = copying ||
+                              database.column("SELECT count(*) FROM pg_stat_activity WHERE "
+                                              "application_name = 'dbimport'") ==
+                                  QStringList{"1"};
+            };
+            QVERIFY(run(choices));
+            QCOMPARE(copying, big == 1);
+            routes[big] = groupRows(columns, "quote(%1)").mid(0, 3);
+        }
+        QCOMPARE(routes[1], routes[0]);
+        QCOMPARE(routes[0].size(), 3);
+    }
+
     // A big source is read ahead on a helper thread: a read that fails part-way still
     // stops the run right there, with every record before it in the Group, in order.
     void sourceFailingWhileReadAhead_data()
