@@ -674,8 +674,9 @@ void GroupStore::open(const QString& path)
     if (!QFileInfo::exists(path))
         fail(QStringLiteral("File not found: ") + path, AppError::FileNotFound);
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr) !=
-        SQLITE_OK) {
+    // One thread uses the handle: SQLite's own locking around every call would only cost.
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
         const QString message = QString::fromUtf8(sqlite3_errmsg(db));
         sqlite3_close_v2(db);
         fail(QStringLiteral("Cannot open the Group file: ") + message);
@@ -923,24 +924,32 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
     d->buildDeferredIndexes();
     d->current = Private::Current::None;
 
-    auto statement = [&](size_t slot, const QString& where) -> sqlite3_stmt* {
+    // The statements are kept: the texts are only built the first time.
+    auto statement = [&](size_t slot, auto where) -> sqlite3_stmt* {
         auto& stmt = d->finds[slot];
         if (!stmt) {
             stmt = std::make_unique<Statement>();
             stmt->prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
-                                     QStringLiteral(" FROM Recipients WHERE ") + where +
+                                     QStringLiteral(" FROM Recipients WHERE ") + where() +
                                      QStringLiteral(" LIMIT 1"));
         }
         return stmt->get();
     };
 
-    const QString column = quoted(d->columns.at(index));
-    bool found = d->findWith(
-        statement(size_t(index) * 2, column + QStringLiteral("=?1 COLLATE NOCASE")), value);
+    bool found = d->findWith(statement(size_t(index) * 2,
+                                       [&] {
+                                           return quoted(d->columns.at(index)) +
+                                                  QStringLiteral("=?1 COLLATE NOCASE");
+                                       }),
+                             value);
     // SQLite's NOCASE folds ASCII letters only.
     if (!found && !isAscii(value)) {
-        found = d->findWith(statement(size_t(index) * 2 + 1, QStringLiteral("dbimport_fold(") +
-                                                                 column + QStringLiteral(")=?1")),
+        found = d->findWith(statement(size_t(index) * 2 + 1,
+                                      [&] {
+                                          return QStringLiteral("dbimport_fold(") +
+                                                 quoted(d->columns.at(index)) +
+                                                 QStringLiteral(")=?1");
+                                      }),
                             value.toLower());
     }
     d->noMatch = !found;
