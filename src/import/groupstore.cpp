@@ -269,10 +269,37 @@ public:
             return;
         }
         begin();
-        for (const std::string& sql : indexesToBuild)
-            exec(db, sql.c_str(), QStringLiteral("Cannot write to the Group"));
+        if (indexBuildYield) {
+            sinceYield.start();
+            sqlite3_progress_handler(db, 10000, &Private::progress, this);
+        }
+        try {
+            for (const std::string& sql : indexesToBuild)
+                exec(db, sql.c_str(), QStringLiteral("Cannot write to the Group"));
+        } catch (...) {
+            sqlite3_progress_handler(db, 0, nullptr, nullptr);
+            throw;
+        }
+        sqlite3_progress_handler(db, 0, nullptr, nullptr);
         indexesToBuild.clear();
         commit();
+    }
+
+    std::function<void()> indexBuildYield;
+    QElapsedTimer sinceYield;
+
+    static int progress(void* self)
+    {
+        auto* d = static_cast<Private*>(self);
+        if (d->sinceYield.elapsed() >= 30) {
+            try {
+                d->indexBuildYield();
+            } catch (...) {
+                // Only drawing is at stake; the index is built regardless.
+            }
+            d->sinceYield.start();
+        }
+        return 0;
     }
 
     void commit()
@@ -563,6 +590,7 @@ public:
         dirty = false;
         indexesToDrop.clear();
         indexesToBuild.clear();
+        indexBuildYield = nullptr;
     }
 };
 
@@ -984,6 +1012,11 @@ void GroupStore::deferIndexes()
                  QStringLiteral("Cannot write to the Group"));
         d->indexesToDrop.clear();
     }
+}
+
+void GroupStore::setIndexBuildYield(std::function<void()> yield)
+{
+    d->indexBuildYield = std::move(yield);
 }
 
 void GroupStore::setBatchLimits(int rows, qint64 milliseconds)

@@ -3,6 +3,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -81,6 +82,9 @@ public:
     // costs far less than keeping them up to date row by row. A run killed in between
     // leaves a file without its e-mail index; open() builds it again.
     void deferIndexes();
+    // Called every few hundredths of a second while deferred indexes are built, so that a
+    // window showing the run keeps drawing and answering.
+    void setIndexBuildYield(std::function<void()> yield);
 
     // A transaction is committed after rows written or milliseconds since it began (0: no
     // time limit), whichever comes first. Defaults: 50000 rows, 1000 ms.

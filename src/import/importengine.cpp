@@ -544,8 +544,10 @@ void ImportEngine::Private::prepareWriting(int emailSource, const QString& email
     // Keeping the indexes up to date row by row costs more than building them once, unless
     // the Group is much bigger than what comes in. Replacing needs them for every find.
     const qint32 existing = duplicates.count();
-    if (store.isOpen() && !choices.ReplaceExisting && (existing == 0 || recordCount > existing))
+    if (store.isOpen() && !choices.ReplaceExisting && (existing == 0 || recordCount > existing)) {
         store.deferIndexes();
+        store.setIndexBuildYield([this] { view.yieldToEvents(); });
+    }
 
     if (ReadAheadRows::pays(recordCount)) {
         std::vector<int> columns{emailSource};
