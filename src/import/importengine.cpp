@@ -549,7 +549,7 @@ void ImportEngine::Private::prepareWriting(int emailSource, const QString& email
         store.setIndexBuildYield([this] { view.yieldToEvents(); });
     }
 
-    if (ReadAheadRows::pays(recordCount)) {
+    if (ReadAheadRows::pays(*records, recordCount)) {
         std::vector<int> columns{emailSource};
         QStringList names{emailField};
         for (const CopyStep& step : copySteps) {

@@ -186,6 +186,8 @@ public:
         throw SourceFailure{failureText(m_connection)};
     }
 
+    bool movable() const override { return true; } // a libpq connection of its own
+
     int indexOf(const QString& name) const override
     {
         for (qsizetype i = 0; i < m_names.size(); ++i) {

@@ -199,7 +199,7 @@ void ReadAheadRows::utf8(int index, std::string& out) const
     out.assign(data, size);
 }
 
-bool ReadAheadRows::pays(qint64 rowCount)
+bool ReadAheadRows::pays(const SourceRows& rows, qint64 rowCount)
 {
-    return rowCount >= kMinimumRows && QThread::idealThreadCount() > 1;
+    return rows.movable() && rowCount >= kMinimumRows && QThread::idealThreadCount() > 1;
 }

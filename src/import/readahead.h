@@ -27,8 +27,9 @@ public:
     QString text(int index) const override;
     void utf8(int index, std::string& out) const override;
 
-    // Whether reading ahead pays for a source of this many rows (-1: unknown) here.
-    static bool pays(qint64 rowCount);
+    // Whether reading ahead is allowed for these rows and pays for a source of this many
+    // rows (-1: unknown) here.
+    static bool pays(const SourceRows& rows, qint64 rowCount);
 
 private:
     class Private;

@@ -175,6 +175,10 @@ public:
         }
     }
 
+    // SQLite lets a handle move between threads as long as one uses it at a time, and the
+    // import leaves it alone while the rows are read.
+    bool movable() const override { return true; }
+
     void utf8(int index, std::string& out) const override
     {
         switch (sqlite3_column_type(m_stmt, index)) {

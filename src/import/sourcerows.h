@@ -28,6 +28,9 @@ public:
     // The same text as UTF-8, into out (whose capacity is reused): the form a Group keeps,
     // so a value that is only copied need not be converted twice.
     virtual void utf8(int index, std::string& out) const;
+    // Whether another thread may read the rows while this one does other work on other
+    // connections. Qt SQL connections belong to the thread that opened them.
+    virtual bool movable() const { return false; }
 };
 
 // The text of a double and of a blob, as every route gives them.
