@@ -8,6 +8,8 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -268,39 +270,32 @@ public:
             indexesToBuild.clear();
             return;
         }
-        begin();
-        if (indexBuildYield) {
-            sinceYield.start();
-            sqlite3_progress_handler(db, 10000, &Private::progress, this);
-        }
-        try {
+        auto build = [this] {
+            begin();
             for (const std::string& sql : indexesToBuild)
                 exec(db, sql.c_str(), QStringLiteral("Cannot write to the Group"));
-        } catch (...) {
-            sqlite3_progress_handler(db, 0, nullptr, nullptr);
-            throw;
+            commit();
+        };
+        if (indexBuildYield) {
+            // Sorting a big index is one long step inside SQLite: it runs on a helper thread
+            // while this one keeps the window answering. Nothing here touches the handle
+            // until the helper is done.
+            auto work = std::async(std::launch::async, build);
+            while (work.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+                try {
+                    indexBuildYield();
+                } catch (...) {
+                    // Only drawing is at stake; the index is built regardless.
+                }
+            }
+            work.get();
+        } else {
+            build();
         }
-        sqlite3_progress_handler(db, 0, nullptr, nullptr);
         indexesToBuild.clear();
-        commit();
     }
 
     std::function<void()> indexBuildYield;
-    QElapsedTimer sinceYield;
-
-    static int progress(void* self)
-    {
-        auto* d = static_cast<Private*>(self);
-        if (d->sinceYield.elapsed() >= 30) {
-            try {
-                d->indexBuildYield();
-            } catch (...) {
-                // Only drawing is at stake; the index is built regardless.
-            }
-            d->sinceYield.start();
-        }
-        return 0;
-    }
 
     void commit()
     {
