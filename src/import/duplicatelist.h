@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ public:
 
     // Adds the lower-cased address; false when it is already there (the add "fails").
     bool add(const QString& address);
+    // The same for an address in plain ASCII (see isAscii), given as its bytes.
+    bool addAscii(const std::string& address);
+    static bool isAscii(const std::string& text);
     bool contains(const QString& address) const;
     qint32 count() const { return m_count; }
     // Empties the list and gives its memory back.
@@ -26,7 +30,7 @@ public:
 private:
     struct Slot
     {
-        std::uint32_t offset; // into m_arena, plus one; 0 = empty
+        std::uint32_t offset; // chunk << kChunkBits | position, plus one; 0 = empty
         std::uint32_t hash;
     };
 
@@ -35,8 +39,14 @@ private:
     std::size_t probe(const char* data, std::size_t size, std::uint32_t hash) const;
     void grow();
 
+    bool insert(const std::string& key);
+    const char* entry(std::uint32_t offset) const;
+
     std::string m_key; // scratch for the key being looked up
-    std::vector<char> m_arena;
+    // The keys, each after its length, in chunks that are never moved: a growing list
+    // never holds two copies of itself, and pages are only touched when filled.
+    std::vector<std::unique_ptr<char[]>> m_chunks;
+    std::size_t m_chunkUsed = 0;
     std::vector<Slot> m_slots;
     qint32 m_count = 0;
 };

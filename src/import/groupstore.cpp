@@ -892,6 +892,28 @@ QString GroupStore::getField(int index)
     fail(QStringLiteral("No current record"));
 }
 
+void GroupStore::getFieldUtf8(int index, std::string& out)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    switch (d->current) {
+    case Private::Current::Cursor: {
+        const auto* data =
+            reinterpret_cast<const char*>(sqlite3_column_text(d->cursor.get(), index + 1));
+        out.assign(data ? data : "", std::size_t(sqlite3_column_bytes(d->cursor.get(), index + 1)));
+        return;
+    }
+    case Private::Current::New:
+    case Private::Current::Row:
+        out = d->values[size_t(index)];
+        return;
+    case Private::Current::None:
+        break;
+    }
+    fail(QStringLiteral("No current record"));
+}
+
 void GroupStore::addRecord()
 {
     d->requireOpen();

@@ -63,6 +63,8 @@ public:
     // The current record's value; a NULL reads as an empty text.
     QString getField(const QString& name);
     QString getField(int index);
+    // The current record's value as the file keeps it (UTF-8 as a rule); NULL as empty.
+    void getFieldUtf8(int index, std::string& out);
 
     // A new, empty record becomes current.
     void addRecord();

@@ -372,8 +372,16 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
         const int emailIndex = store.fieldIndex(emailField);
         for (qint32 i = 1; i <= count; ++i) {
             try {
-                duplicates.add(emailIndex >= 0 ? store.getField(emailIndex)
-                                               : store.getField(emailField));
+                // Plain ASCII, as nearly every address is, goes in without a conversion.
+                if (emailIndex >= 0) {
+                    store.getFieldUtf8(emailIndex, utf8Value);
+                    if (DuplicateCheckList::isAscii(utf8Value))
+                        duplicates.addAscii(utf8Value);
+                    else
+                        duplicates.add(store.getField(emailIndex));
+                } else {
+                    duplicates.add(store.getField(emailField));
+                }
             } catch (const std::exception&) {
             }
             view.setProgressValue(i);
