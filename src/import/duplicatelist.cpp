@@ -31,6 +31,8 @@ void DuplicateCheckList::clear()
     m_chunkUsed = 0;
     m_slots.assign(kInitialSlots, Slot{0, 0});
     m_count = 0;
+    m_header = kLengthBytes;
+    m_foundRowid = 0;
 }
 
 // FNV-1a: short keys, no allocation, good enough spread for addresses.
@@ -58,7 +60,7 @@ std::size_t DuplicateCheckList::probe(const char* data, std::size_t size, std::u
             return i;
         if (slot.hash == hash) {
             const char* stored = entry(slot.offset);
-            if (readLength(stored) == size && std::memcmp(stored + kLengthBytes, data, size) == 0)
+            if (readLength(stored) == size && std::memcmp(stored + m_header, data, size) == 0)
                 return i;
         }
         i = (i + 1) & mask;
@@ -107,8 +109,15 @@ const char* DuplicateCheckList::entry(std::uint32_t offset) const
 
 bool DuplicateCheckList::add(const QString& address)
 {
+    m_foundRowid = 0;
     lowerUtf8(address, m_key);
-    return insert(m_key);
+    return insert(m_key, 0);
+}
+
+void DuplicateCheckList::keepRowids(bool keep)
+{
+    if (m_count == 0)
+        m_header = keep ? kLengthBytes + sizeof(qint64) : kLengthBytes;
 }
 
 bool DuplicateCheckList::isAscii(const std::string& text)
@@ -120,25 +129,29 @@ bool DuplicateCheckList::isAscii(const std::string& text)
     return true;
 }
 
-bool DuplicateCheckList::addAscii(const std::string& address)
+bool DuplicateCheckList::addAscii(const std::string& address, qint64 rowid)
 {
+    m_foundRowid = 0;
     m_key.resize(address.size());
     for (std::size_t i = 0; i < address.size(); ++i) {
         const char c = address[i];
         m_key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
     }
-    return insert(m_key);
+    return insert(m_key, rowid);
 }
 
-bool DuplicateCheckList::insert(const std::string& key)
+bool DuplicateCheckList::insert(const std::string& key, qint64 rowid)
 {
     const std::size_t size = key.size();
     const std::uint32_t hash = hashOf(key.data(), size);
     std::size_t i = probe(key.data(), size, hash);
-    if (m_slots[i].offset != 0)
+    if (m_slots[i].offset != 0) {
+        if (m_header > kLengthBytes)
+            std::memcpy(&m_foundRowid, entry(m_slots[i].offset) + kLengthBytes, sizeof rowid);
         return false;
+    }
 
-    const std::size_t needed = kLengthBytes + size;
+    const std::size_t needed = m_header + size;
     if (m_chunks.empty() || m_chunkUsed + needed > kChunkSize) {
         // A key longer than a chunk gets one of its own.
         m_chunks.emplace_back(new char[std::max(kChunkSize, needed)]);
@@ -151,7 +164,9 @@ bool DuplicateCheckList::insert(const std::string& key)
     const std::uint32_t length = std::uint32_t(size);
     char* target = m_chunks.back().get() + m_chunkUsed;
     std::memcpy(target, &length, kLengthBytes);
-    std::memcpy(target + kLengthBytes, key.data(), size);
+    if (m_header > kLengthBytes)
+        std::memcpy(target + kLengthBytes, &rowid, sizeof rowid);
+    std::memcpy(target + m_header, key.data(), size);
     m_chunkUsed += needed;
     m_slots[i] = Slot{std::uint32_t(offset + 1), hash};
     ++m_count;

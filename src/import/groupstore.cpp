@@ -208,6 +208,7 @@ public:
     std::string scratch;
     Statement cursor;
     std::vector<std::unique_ptr<Statement>> finds;
+    Statement byRowid;
 
     Current current = Current::None;
     sqlite3_int64 rowid = 0;
@@ -570,6 +571,7 @@ public:
         updates.clear();
         cursor.reset();
         finds.clear();
+        byRowid.reset();
         if (db)
             sqlite3_close_v2(db);
         db = nullptr;
@@ -1003,6 +1005,42 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
 bool GroupStore::noMatch() const
 {
     return d->noMatch;
+}
+
+qint64 GroupStore::currentRowid() const
+{
+    switch (d->current) {
+    case Private::Current::Cursor:
+        return sqlite3_column_int64(d->cursor.get(), 0);
+    case Private::Current::Row:
+        return d->rowid;
+    default:
+        return 0;
+    }
+}
+
+bool GroupStore::moveToRowid(qint64 rowid)
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->current = Private::Current::None;
+    if (!d->byRowid)
+        d->byRowid.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
+                                      QStringLiteral(" FROM Recipients WHERE rowid=?1"));
+    sqlite3_stmt* stmt = d->byRowid.get();
+    sqlite3_bind_int64(stmt, 1, rowid);
+    const int rc = sqlite3_step(stmt);
+    const bool found = rc == SQLITE_ROW;
+    if (found) {
+        d->loadRow(stmt);
+        d->current = Private::Current::Row;
+    }
+    sqlite3_reset(stmt);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        failSqlite(d->db, QStringLiteral("Cannot search the Group"));
+    d->noMatch = !found;
+    return found;
 }
 
 void GroupStore::deferIndexes()

@@ -79,6 +79,12 @@ public:
     void find(const QString& field, const QString& comparison, const QString& value);
     bool noMatch() const;
 
+    // The file's own number of the current record (0 when there is none or it is not
+    // written yet), and the record with that number made current: what a find would make
+    // current when it is known to find that record. False when there is no such record.
+    qint64 currentRowid() const;
+    bool moveToRowid(qint64 rowid);
+
     // For a run that adds many records: the Group's indexes are dropped with the next write
     // and built again in one pass when the file closes (or before the next find), which
     // costs far less than keeping them up to date row by row. A run killed in between

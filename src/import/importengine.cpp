@@ -43,6 +43,15 @@ QStringList recipientFieldNames()
         .split(QLatin1Char(','));
 }
 
+bool isAscii(const QString& text)
+{
+    for (const QChar c : text) {
+        if (c.unicode() >= 0x80)
+            return false;
+    }
+    return true;
+}
+
 QString timeStamp()
 {
     return QLocale::c().toString(QDateTime::currentDateTime(), QStringLiteral("ddd hh:mm:ss"));
@@ -350,6 +359,9 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
     for (qint32 position = entries; position >= 1; --position)
         view.setProgressValue(position);
     duplicates.clear();
+    // Replacing finds the duplicate's record by its number where that is sure to be the
+    // record a find would give.
+    duplicates.keepRowids(choices.ReplaceExisting);
 
     view.setStatus(QStringLiteral("Loading existing Group ..."));
     view.yieldToEvents();
@@ -376,7 +388,7 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
                 if (emailIndex >= 0) {
                     store.getFieldUtf8(emailIndex, utf8Value);
                     if (DuplicateCheckList::isAscii(utf8Value))
-                        duplicates.addAscii(utf8Value);
+                        duplicates.addAscii(utf8Value, store.currentRowid());
                     else
                         duplicates.add(store.getField(emailIndex));
                 } else {
@@ -554,7 +566,9 @@ void ImportEngine::Private::prepareWriting(int emailSource, const QString& email
     const qint32 existing = duplicates.count();
     if (store.isOpen() && !choices.ReplaceExisting && (existing == 0 || recordCount > existing)) {
         store.deferIndexes();
-        store.setIndexBuildYield([this] { view.yieldToEvents(); });
+        // Only a big index takes long enough to build for the window to notice.
+        if (recordCount >= 10000)
+            store.setIndexBuildYield([this] { view.yieldToEvents(); });
     }
 
     if (ReadAheadRows::pays(*records, recordCount)) {
@@ -626,7 +640,11 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                 if (!choices.ReplaceExisting) {
                     log(QStringLiteral("**  IGNORED: Duplicate email, Email=") + email);
                 } else {
-                    store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
+                    // An ASCII address matches (without regard to case) only the ASCII
+                    // addresses the list holds, whose first record is the one kept.
+                    const qint64 rowid = duplicates.foundRowid();
+                    if (rowid <= 0 || !isAscii(email) || !store.moveToRowid(rowid))
+                        store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
                     if (store.noMatch())
                         boxes.exclamation(QStringLiteral(
                             "Warning: A record was found in the duplicates list, but could not be "
