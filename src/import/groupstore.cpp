@@ -24,6 +24,8 @@ namespace {
 // rewrites every index page its rows touched, so small batches cost dearly on big Groups.
 constexpr int kDefaultBatchRows = 50000;
 constexpr qint64 kDefaultBatchMilliseconds = 1000;
+// A larger page cache keeps the e-mail index in memory while a big import appends or finds.
+constexpr const char* kCacheSize = "PRAGMA cache_size=-65536";
 
 [[noreturn]] void fail(const QString& description, long number = AppError::GroupStore)
 {
@@ -269,6 +271,7 @@ public:
             // Nothing was written: the indexes are still there.
             indexesToDrop.clear();
             indexesToBuild.clear();
+            exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
             return;
         }
         auto build = [this] {
@@ -294,6 +297,7 @@ public:
             build();
         }
         indexesToBuild.clear();
+        exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
     }
 
     std::function<void()> indexBuildYield;
@@ -713,7 +717,7 @@ void GroupStore::open(const QString& path)
                                    nullptr, foldFunction, nullptr, nullptr, nullptr);
         // A larger page cache keeps the e-mail index in memory while a big import appends;
         // NORMAL sync still leaves every committed batch intact after a crash of the process.
-        exec(db, "PRAGMA cache_size=-65536", QStringLiteral("Cannot open the Group file"));
+        exec(db, kCacheSize, QStringLiteral("Cannot open the Group file"));
         exec(db, "PRAGMA synchronous=NORMAL", QStringLiteral("Cannot open the Group file"));
 
         Statement info;
@@ -1049,6 +1053,10 @@ void GroupStore::deferIndexes()
     if (!d->indexesToBuild.empty())
         return;
     d->flush();
+    // Rows are only appended until the indexes are built again, and the sort that builds
+    // them runs as fast in a small cache (spilling to a temporary file) as in a big one:
+    // the big cache would only cost memory.
+    exec(d->db, "PRAGMA cache_size=-16384", QStringLiteral("Cannot open the Group file"));
     Statement list;
     list.prepare(d->db, QStringLiteral("SELECT name, sql FROM sqlite_master WHERE type='index' "
                                        "AND tbl_name='Recipients' AND sql IS NOT NULL"));

@@ -6,6 +6,7 @@
 #include <QSqlQuery>
 #include <QTime>
 
+#include <algorithm>
 #include <limits>
 #include <new>
 #include <string>
@@ -199,6 +200,7 @@ public:
     ImportView& view;
     GroupStore store;
     DuplicateCheckList duplicates;
+    qint32 listedAtClose = 0;
     std::unique_ptr<SourceConnection> source;
     std::unique_ptr<SourceRows> records;
     qint64 recordCount = -1;
@@ -353,7 +355,7 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
 {
     view.setStatus(QStringLiteral("Resetting duplicate check list ..."));
     view.yieldToEvents();
-    const qint32 entries = duplicates.count();
+    const qint32 entries = std::max(duplicates.count(), listedAtClose);
     view.setProgressRange(0, entries);
     view.setProgressValue(0);
     for (qint32 position = entries; position >= 1; --position)
@@ -697,6 +699,10 @@ bool ImportEngine::Private::DoImport(QString& errorText)
 void ImportEngine::Private::CloseImportResources()
 {
     importRunning = false;
+    // Not needed any more, and its memory is better spent on building the Group's index;
+    // a next run on this engine still shows the entries it resets.
+    listedAtClose = duplicates.count();
+    duplicates.clear();
     if (store.isOpen()) {
         try {
             store.close();
