@@ -951,7 +951,7 @@ void GroupStore::setField(int index, const QString& value)
     d->setFromScratch(size_t(index));
 }
 
-void GroupStore::setFieldUtf8(int index, const std::string& value)
+void GroupStore::setFieldUtf8(int index, std::string& value)
 {
     d->requireOpen();
     if (index < 0 || index >= d->columns.size())
@@ -959,7 +959,9 @@ void GroupStore::setFieldUtf8(int index, const std::string& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
-    d->scratch.assign(value.data(), utf8CutSize(value, d->lengths[size_t(index)]));
+    const std::size_t size = utf8CutSize(value, d->lengths[size_t(index)]);
+    d->scratch.swap(value);
+    d->scratch.resize(size);
     d->setFromScratch(size_t(index));
 }
 

@@ -71,8 +71,9 @@ public:
     // Over-long text is cut to the field's length in characters.
     void setField(const QString& name, const QString& value);
     void setField(int index, const QString& value);
-    // The same for a value already in UTF-8 (valid UTF-8 only).
-    void setFieldUtf8(int index, const std::string& value);
+    // The same for a value already in UTF-8 (valid UTF-8 only); value's buffer may be
+    // taken, leaving it with another one.
+    void setFieldUtf8(int index, std::string& value);
 
     // Makes the first record whose field compares equal to value (without regard to case)
     // current; comparison is "=" only. noMatch() tells whether one was found.

@@ -541,9 +541,10 @@ void ImportEngine::Private::copyMappedFields(const QString& email)
             break;
         }
         case CopyStep::Email:
-            // Read even though the validated address is written, so that a missing field
-            // fails here as it does for any other mapping.
-            sourceValue(step.sourceField, step.sourceIndex);
+            // A missing field fails here as it does for any other mapping; the value itself
+            // is not needed, since the validated address is written.
+            if (step.sourceIndex < 0)
+                sourceValue(step.sourceField, step.sourceIndex);
             setGroupField(step.groupField, step.groupIndex, email);
             break;
         case CopyStep::Plain:
@@ -623,6 +624,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
         const QString today =
             QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
+        const std::string todayUtf8 = today.toStdString();
         MessageBoxes& boxes = MessageBoxes::instance();
 
         while (hasRecord) {
@@ -635,7 +637,12 @@ bool ImportEngine::Private::DoImport(QString& errorText)
             } else if (!IsDuplicateEmail(email)) {
                 store.addRecord();
                 copyMappedFields(email);
-                setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+                if (dateAddedIndex >= 0) {
+                    utf8Value = todayUtf8;
+                    store.setFieldUtf8(dateAddedIndex, utf8Value);
+                } else {
+                    setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+                }
                 ++totals.added;
             } else {
                 ++totals.duplicates;
