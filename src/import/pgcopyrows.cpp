@@ -111,6 +111,11 @@ bool connectionParameters(const QString& conString, std::vector<std::string>& ke
     };
     if (!isPostgresDriver(value({QStringLiteral("Driver")})))
         return false;
+    // Statements or options the driver sends on connecting could change what a query
+    // reads (a search path, say): such connections keep to the driver.
+    if (!value({QStringLiteral("ConnSettings")}).isEmpty() ||
+        !value({QStringLiteral("pqopt")}).isEmpty())
+        return false;
     const QList<QPair<const char*, QStringList>> map = {
         {"host", {QStringLiteral("Servername"), QStringLiteral("Server")}},
         {"port", {QStringLiteral("Port")}},
