@@ -11,9 +11,10 @@
 #      once unchanged and once with two columns changed in every row; 100,000 against
 #      1,000,000 rows (target <= 11); 1,000,000 rows into a Group already holding 1,000,000
 #      against the same into an empty one (target <= 1.3), and its peak memory.
-# Each time is the best of REPEAT runs (default 3), the set-up (a fresh or restored Group,
-# a fresh reference table) redone before each, since other work on the machine only ever
-# adds time; memory is the highest of the runs.
+# Each time is the best of REPEAT rounds (default 3); a round runs every measurement once,
+# in turn, so that a figure and its reference meet the same load from other work on the
+# machine, which only ever adds time. The set-up (a fresh or restored Group, a fresh
+# reference table) is redone before each run; memory is the highest of the rounds.
 # Options through the environment: BUILD_DIR, WORK_DIR (default: a temporary folder), ROWS,
 # REPEAT, PG_ROWS_BIG (default 3 x ROWS; 0 skips that run), NO_PG=1 (skips 2.).
 # Figures only: nothing here passes or fails a build.
@@ -76,31 +77,36 @@ measure() {
     printf -v "${secs_var}_cpu" '%s' "$(awk -v u="$user" -v s="$sys" 'BEGIN { printf "%.2f", u + s }')"
 }
 
-# best SECS_VAR KB_VAR SETUP COMMAND...: SETUP (a shell command) then COMMAND, REPEAT times;
-# the shortest wall time (with its processor time) and the highest memory are kept. The
-# output of the last run stays in $work/last.out.
-best() {
-    local secs_var=$1 kb_var=$2 setup=$3
-    shift 3
-    local best_s="" best_cpu="" most_kb=0 i s kb
-    for ((i = 0; i < repeat; i++)); do
-        eval "$setup"
-        measure s kb "$@"
-        if [ -z "$best_s" ] || awk -v a="$s" -v b="$best_s" 'BEGIN { exit !(a < b) }'; then
-            best_s=$s
-            best_cpu=$s_cpu
-        fi
-        [ "$kb" -gt "$most_kb" ] && most_kb=$kb
-    done
-    printf -v "$secs_var" '%s' "$best_s"
-    printf -v "${secs_var}_cpu" '%s' "$best_cpu"
-    printf -v "$kb_var" '%s' "$most_kb"
+# The measurements: a name, a set-up (shell code, not timed) and a command (shell code).
+names=()
+declare -A setups commands best_s best_cpu most_kb
+job() {
+    names+=("$1")
+    setups[$1]=$2
+    commands[$1]=$3
 }
-
-cli=("$bin/dbimport-cli" --data-folder "$data" --ini "$ini" --quiet)
+# Runs every measurement once, in the order given; keeps each one's shortest wall time
+# (with its processor time) and highest memory. Its output stays in $work/NAME.out.
+round() {
+    local name s kb
+    for name in "${names[@]}"; do
+        eval "${setups[$name]}"
+        measure s kb bash -c "${commands[$name]}"
+        cp "$work/last.out" "$work/$name.out"
+        if [ -z "${best_s[$name]:-}" ] ||
+            awk -v a="$s" -v b="${best_s[$name]}" 'BEGIN { exit !(a < b) }'; then
+            best_s[$name]=$s
+            best_cpu[$name]=$s_cpu
+        fi
+        if [ "$kb" -gt "${most_kb[$name]:-0}" ]; then most_kb[$name]=$kb; fi
+    done
+}
 group() { "$bin/dbimport-cli" --data-folder "$data" --create-group "$1" >/dev/null 2>&1; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { if (b > 0) printf "%.2f", a / b; else print "n/a" }'; }
-added() { grep -o 'Recipients Added : [0-9]*' "$work/last.out" | grep -o '[0-9]*$'; }
+added() { grep -o 'Recipients Added : [0-9]*' "$work/$1.out" | grep -o '[0-9]*$'; }
+t() { echo "${best_s[$1]}"; }
+cpu() { echo "${best_cpu[$1]}"; }
+mb() { echo "$((${most_kb[$1]} / 1024))"; }
 
 columns="Title TEXT, FirstName TEXT, LastName TEXT, EmailAddress TEXT, Initial TEXT, Address1 TEXT, Address2 TEXT, City TEXT, State TEXT, Zip TEXT, Country TEXT, Company TEXT, JobTitle TEXT, WEB TEXT, Telephone TEXT, FAX TEXT, Field1 TEXT, Field2 TEXT, Field3 TEXT, Field4 TEXT, DateAdded TEXT"
 wide_to="Title, FirstName, LastName, EmailAddress, Initial, Address1, Address2, City, State, Zip, Country, Company, JobTitle, WEB, Telephone, FAX, Field1, Field2, Field3, Field4, DateAdded"
@@ -122,30 +128,29 @@ reference_sql narrow "$work/big.db" "$narrow_to" "$narrow_from"
 reference_sql wide "$work/big.db" "$wide_to" "$wide_from"
 reference_sql small "$work/small.db" "$wide_to" "$wide_from"
 fresh() { rm -f "$data/$1.gdb" "$data/$1.gdb-journal"; group "$1"; }
-restore() { cp "$work/$1.gdb" "$data/$2.gdb"; rm -f "$data/$2.gdb-journal"; }
+# The Group of the first add is kept, to start every replace and full-Group run from.
+restore() {
+    [ -f "$work/$1.gdb" ] || cp "$data/$1.gdb" "$work/$1.gdb"
+    cp "$work/$1.gdb" "$data/$2.gdb"
+    rm -f "$data/$2.gdb-journal"
+}
 
+cli="'$bin/dbimport-cli' --data-folder '$data' --ini '$ini' --quiet"
 # 1. a new Group against sqlite3's own copy, narrow and wide rows
-best t_narrow m_narrow "fresh Narrow" "${cli[@]}" --connection Narrow --no-replace
-added_narrow=$(added)
-best t_sqlite_narrow unused 'reference_db "$work/ref.db"' sqlite3 "$work/ref.db" ".read $work/narrow.sql"
-best t_add m_add "fresh New" "${cli[@]}" --connection Big --no-replace
-added_wide=$(added)
-cp "$data/New.gdb" "$work/New.gdb"
-best t_sqlite unused 'reference_db "$work/ref.db"' sqlite3 "$work/ref.db" ".read $work/wide.sql"
-# the same copy of the small source, to see how SQLite itself scales
-best t_sqlite_small unused 'reference_db "$work/ref.db"' sqlite3 "$work/ref.db" ".read $work/small.sql"
-
+job narrow "fresh Narrow" "$cli --connection Narrow --no-replace"
+job ref_narrow 'reference_db "$work/ref.db"' "sqlite3 '$work/ref.db' '.read $work/narrow.sql'"
+job add "fresh New" "$cli --connection Big --no-replace"
+job ref_wide 'reference_db "$work/ref.db"' "sqlite3 '$work/ref.db' '.read $work/wide.sql'"
 # 3. replace: the same rows again, every one a duplicate that updates its recipient; first
 #    with unchanged values (nothing to rewrite), then with two changed columns in every row
-best t_replace m_replace "restore New New" "${cli[@]}" --connection Big --group New --replace
-best t_changed m_changed "restore New New" "${cli[@]}" --connection Changed --group New --replace
-
-#    a tenth of the rows into a new Group
-best t_small m_small "fresh Small" "${cli[@]}" --connection Small --no-replace
-
+job replace "restore New New" "$cli --connection Big --group New --replace"
+job changed "restore New New" "$cli --connection Changed --group New --replace"
+#    a tenth of the rows into a new Group, and sqlite3's own copy of them
+job small "fresh Small" "$cli --connection Small --no-replace"
+job ref_small 'reference_db "$work/ref.db"' "sqlite3 '$work/ref.db' '.read $work/small.sql'"
 #    a second source into a Group already holding the first, and into an empty one
-best t_full m_full "restore New Full" "${cli[@]}" --connection Other --no-replace
-best t_empty m_empty "fresh Empty" "${cli[@]}" --connection Empty --no-replace
+job full "restore New Full" "$cli --connection Other --no-replace"
+job empty "fresh Empty" "$cli --connection Empty --no-replace"
 
 # 2. PostgreSQL
 pg_done=0
@@ -165,8 +170,7 @@ if [ "${NO_PG:-0}" != 1 ]; then
     pg_load contacts "$work/big.db"
     pg_cs="Driver={PostgreSQL Unicode};Server=$PGHOST;Port=$PGPORT;Database=$PGDATABASE;Uid=$PGUSER;Pwd=$PGPASSWORD;"
     "$bin/dbimport-bench-makeini" "$ini" Postgres "$pg_cs" Pg wide contacts
-    best t_pg m_pg "fresh Pg" "${cli[@]}" --connection Postgres --no-replace
-    added_pg=$(added)
+    job pg "fresh Pg" "$cli --connection Postgres --no-replace"
     pg_reference_db() {
         reference_db "$work/ref.db"
         sqlite3 "$work/ref.db" "CREATE TABLE staging (title, firstname, lastname, email, initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active)"
@@ -175,7 +179,7 @@ if [ "${NO_PG:-0}" != 1 ]; then
 psql -X -q -c "\\copy (SELECT title, firstname, lastname, email, initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active FROM contacts) to stdout with csv" |
 sqlite3 "$work/ref.db" ".import --csv /dev/stdin staging" "INSERT INTO Recipients ($wide_to) SELECT title, firstname, lastname, trim(email), initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active, date('now') FROM staging"
 SH
-    best t_pg_ref unused pg_reference_db bash "$work/pgref.sh"
+    job ref_pg pg_reference_db "bash '$work/pgref.sh'"
     m_pg_big=0
     if [ "$pg_big" -gt 0 ]; then
         "$bin/dbimport-gensource" "$work/big3.db" "$pg_big" --seed 4 >/dev/null
@@ -183,43 +187,50 @@ SH
         rm -f "$work/big3.db"
         "$bin/dbimport-bench-makeini" "$ini" Postgres3 "$pg_cs" Pg3 wide contacts3
         fresh Pg3
-        measure t_pg_big m_pg_big "${cli[@]}" --connection Postgres3 --no-replace
+        measure t_pg_big m_pg_big bash -c "$cli --connection Postgres3 --no-replace"
         rm -f "$data/Pg3.gdb"
     fi
+    pg_done=1
+fi
+
+for ((r = 1; r <= repeat; r++)); do
+    echo "Round $r of $repeat ..."
+    round
+done
+if [ "$pg_done" = 1 ]; then
     pg_test_server_stop >/dev/null 2>&1 || true
     unset PG_TEST_SERVER_DIR
-    pg_done=1
 fi
 
 row() { printf '  %-62s %8s %s\n' "$1" "$2" "${3:-}"; }
 echo
-echo "dbimport-cli import benchmark ($(nproc) CPUs, $(date -u '+%Y-%m-%d %H:%M UTC'), best of $repeat runs each)"
+echo "dbimport-cli import benchmark ($(nproc) CPUs, $(date -u '+%Y-%m-%d %H:%M UTC'), best of $repeat rounds)"
 echo "1. SQLite source, $rows rows into a new Group"
-row "narrow (5 columns): dbimport-cli ($added_narrow added)" "$t_narrow s" "(processor $t_narrow_cpu s)"
-row "  sqlite3 INSERT INTO ... SELECT, same rows and index" "$t_sqlite_narrow s" "(processor $t_sqlite_narrow_cpu s)"
-row "  ratio" "$(ratio "$t_narrow" "$t_sqlite_narrow")" "(target <= 1.0; processor time $(ratio "$t_narrow_cpu" "$t_sqlite_narrow_cpu"))"
-row "wide (every field): dbimport-cli ($added_wide added)" "$t_add s" "(processor $t_add_cpu s)"
-row "  sqlite3 INSERT INTO ... SELECT, same rows and index" "$t_sqlite s" "(processor $t_sqlite_cpu s)"
-row "  ratio" "$(ratio "$t_add" "$t_sqlite")" "(target <= 1.0; processor time $(ratio "$t_add_cpu" "$t_sqlite_cpu"))"
-row "  peak resident memory, narrow / wide" "$((m_narrow / 1024)) / $((m_add / 1024)) MB"
+row "narrow (5 columns): dbimport-cli ($(added narrow) added)" "$(t narrow) s" "(processor $(cpu narrow) s)"
+row "  sqlite3 INSERT INTO ... SELECT, same rows and index" "$(t ref_narrow) s" "(processor $(cpu ref_narrow) s)"
+row "  ratio" "$(ratio "$(t narrow)" "$(t ref_narrow)")" "(target <= 1.0; processor time $(ratio "$(cpu narrow)" "$(cpu ref_narrow)"))"
+row "wide (every field): dbimport-cli ($(added add) added)" "$(t add) s" "(processor $(cpu add) s)"
+row "  sqlite3 INSERT INTO ... SELECT, same rows and index" "$(t ref_wide) s" "(processor $(cpu ref_wide) s)"
+row "  ratio" "$(ratio "$(t add)" "$(t ref_wide)")" "(target <= 1.0; processor time $(ratio "$(cpu add)" "$(cpu ref_wide)"))"
+row "  peak resident memory, narrow / wide" "$(mb narrow) / $(mb add) MB"
 if [ "$pg_done" = 1 ]; then
     echo "2. PostgreSQL source (an ODBC connection string), wide rows"
-    row "$rows rows: dbimport-cli ($added_pg added)" "$t_pg s" "(processor $t_pg_cpu s)"
-    row "  psql \\copy | sqlite3 .import + INSERT ... SELECT with the index" "$t_pg_ref s" "(processor $t_pg_ref_cpu s)"
-    row "  ratio" "$(ratio "$t_pg" "$t_pg_ref")" "(target <= 1.0; processor time $(ratio "$t_pg_cpu" "$t_pg_ref_cpu"))"
-    row "  peak resident memory, $rows rows" "$((m_pg / 1024)) MB" "(target <= 300)"
+    row "$rows rows: dbimport-cli ($(added pg) added)" "$(t pg) s" "(processor $(cpu pg) s)"
+    row "  psql \\copy | sqlite3 .import + INSERT ... SELECT with the index" "$(t ref_pg) s" "(processor $(cpu ref_pg) s)"
+    row "  ratio" "$(ratio "$(t pg)" "$(t ref_pg)")" "(target <= 1.0; processor time $(ratio "$(cpu pg)" "$(cpu ref_pg)"))"
+    row "  peak resident memory, $rows rows" "$(mb pg) MB" "(target <= 300)"
     if [ "$pg_big" -gt 0 ]; then
         row "  peak resident memory, $pg_big rows ($t_pg_big s)" "$((m_pg_big / 1024)) MB" "(target <= 300, not growing)"
     fi
 fi
 echo "3. Replace, scale and a full Group (wide rows)"
-row "--replace, the same rows again (all duplicates)" "$t_replace s"
-row "  replace / add" "$(ratio "$t_replace" "$t_add")" "(target <= 1.2)"
-row "--replace, city and telephone changed in every row" "$t_changed s"
-row "  replace (changed) / add" "$(ratio "$t_changed" "$t_add")" "(target <= 1.2)"
-row "$small rows into a new Group" "$t_small s"
-row "  $rows rows / $small rows" "$(ratio "$t_add" "$t_small")" "(target <= 11; sqlite3's own: $(ratio "$t_sqlite" "$t_sqlite_small"))"
-row "$rows rows into a Group holding $added_wide" "$t_full s"
-row "$rows rows (the same source) into an empty Group" "$t_empty s"
-row "  full / empty" "$(ratio "$t_full" "$t_empty")" "(target <= 1.3)"
-row "  peak resident memory, into the full Group" "$((m_full / 1024)) MB" "(target <= 300)"
+row "--replace, the same rows again (all duplicates)" "$(t replace) s" "(processor $(cpu replace) s)"
+row "  replace / add" "$(ratio "$(t replace)" "$(t add)")" "(target <= 1.2; processor time $(ratio "$(cpu replace)" "$(cpu add)"))"
+row "--replace, city and telephone changed in every row" "$(t changed) s" "(processor $(cpu changed) s)"
+row "  replace (changed) / add" "$(ratio "$(t changed)" "$(t add)")" "(target <= 1.2; processor time $(ratio "$(cpu changed)" "$(cpu add)"))"
+row "$small rows into a new Group" "$(t small) s" "(processor $(cpu small) s)"
+row "  $rows rows / $small rows" "$(ratio "$(t add)" "$(t small)")" "(target <= 11; processor time $(ratio "$(cpu add)" "$(cpu small)"); sqlite3's own: $(ratio "$(t ref_wide)" "$(t ref_small)"))"
+row "$rows rows into a Group holding $(added add)" "$(t full) s" "(processor $(cpu full) s)"
+row "$rows rows (the same source) into an empty Group" "$(t empty) s" "(processor $(cpu empty) s)"
+row "  full / empty" "$(ratio "$(t full)" "$(t empty)")" "(target <= 1.3; processor time $(ratio "$(cpu full)" "$(cpu empty)"))"
+row "  peak resident memory, into the full Group" "$(mb full) MB" "(target <= 300)"
