@@ -9,7 +9,7 @@ packages=(
   libgl-dev
   unixodbc unixodbc-dev odbcinst
   libsqlite3-dev sqlite3 libsqliteodbc
-  postgresql odbc-postgresql
+  postgresql odbc-postgresql libpq-dev
   mariadb-server odbc-mariadb
   xvfb xauth
   time

@@ -1,7 +1,10 @@
-// dbimport-bench-makeini INI NAME SOURCE.db GROUP
-// Adds connection NAME (the SQLite file SOURCE.db) to the settings file INI and saves
-// choices for it that import table Contacts (from dbimport-gensource) into GROUP, every
-// column that has a Group field mapped, through the same routines the wizard uses.
+// dbimport-bench-makeini INI NAME SOURCE GROUP [MAPPING [TABLE]]
+// Adds connection NAME to the settings file INI and saves choices for it that import table
+// TABLE (default Contacts, as dbimport-gensource writes it) into GROUP, through the same
+// routines the wizard uses. SOURCE is a SQLite file, or a whole connection string when it
+// holds a '='. MAPPING: "standard" (default; every column that has a Group field of its
+// name), "narrow" (e-mail, first and last name, city, telephone) or "wide" (standard plus
+// Notes, Joined, Score and Active into Field1 to Field4: every Group field is written).
 #include <QCoreApplication>
 #include <QTextStream>
 
@@ -15,12 +18,18 @@ int main(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     QTextStream err(stderr);
     const QStringList args = QCoreApplication::arguments();
-    if (args.size() != 5) {
-        err << "Usage: dbimport-bench-makeini INI NAME SOURCE.db GROUP\n";
+    const QString mapping = args.size() > 5 ? args.at(5) : QStringLiteral("standard");
+    if (args.size() < 5 || args.size() > 7 ||
+        !QStringList{QStringLiteral("standard"), QStringLiteral("narrow"), QStringLiteral("wide")}
+             .contains(mapping)) {
+        err << "Usage: dbimport-bench-makeini INI NAME SOURCE GROUP [standard|narrow|wide "
+               "[TABLE]]\n";
         return 2;
     }
     SetIniFilePath(args.at(1));
-    const QString conString = QStringLiteral("Provider=SQLite;Data Source=") + args.at(3);
+    const QString conString = args.at(3).contains(QLatin1Char('='))
+                                  ? args.at(3)
+                                  : QStringLiteral("Provider=SQLite;Data Source=") + args.at(3);
     QString message;
     if (!MaintainDSN(args.at(2), conString, ConnectionAction::Add, message)) {
         err << message << "\n";
@@ -29,8 +38,8 @@ int main(int argc, char* argv[])
     ImportChoices choices;
     choices.DSNName = args.at(2);
     choices.ConnectionString = conString;
-    choices.SelectedTable = QStringLiteral("Contacts");
-    const QList<QPair<const char*, const char*>> mappings = {
+    choices.SelectedTable = args.size() > 6 ? args.at(6) : QStringLiteral("Contacts");
+    QList<QPair<const char*, const char*>> mappings = {
         {"EMailAddress", "Email"},  {"Title", "Title"},
         {"FirstName", "FirstName"}, {"Initial", "Initial"},
         {"LastName", "LastName"},   {"Address1", "Address1"},
@@ -40,6 +49,16 @@ int main(int argc, char* argv[])
         {"JobTitle", "JobTitle"},   {"Web", "Web"},
         {"Telephone", "Telephone"}, {"Fax", "Fax"},
     };
+    if (mapping == QLatin1String("narrow")) {
+        mappings = {{"EMailAddress", "Email"},
+                    {"FirstName", "FirstName"},
+                    {"LastName", "LastName"},
+                    {"City", "City"},
+                    {"Telephone", "Telephone"}};
+    } else if (mapping == QLatin1String("wide")) {
+        mappings +=
+            {{"Field1", "Notes"}, {"Field2", "Joined"}, {"Field3", "Score"}, {"Field4", "Active"}};
+    }
     for (const auto& m : mappings)
         choices.FieldMappings.Add(QString::fromLatin1(m.first), QString::fromLatin1(m.second));
     choices.VTGroup = args.at(4);

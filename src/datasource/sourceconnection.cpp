@@ -15,23 +15,36 @@ namespace {
 
 QAtomicInteger<quint64> g_counter;
 
-// PostgreSQL's driver describes boolean columns as text unless told otherwise, and the
-// field lists are to call them Boolean. Other drivers ignore the keyword; a string that
-// sets it itself keeps its own choice.
-QString withBooleans(const QString& odbc)
+// Keywords the PostgreSQL driver is given unless the string sets them itself; other drivers
+// ignore them.
+// - Boolean columns are described as text unless told otherwise, and the field lists are
+//   to call them Boolean.
+// - Without declare/fetch the driver reads a statement's whole result into memory before
+//   the first row arrives: a big table would need gigabytes. Fetching through a cursor in
+//   slices keeps the memory flat; the slice size was chosen with scripts/bench-import.sh.
+QString withDriverDefaults(const QString& odbc)
 {
     QList<QPair<QString, QString>> pairs;
     QString message;
     if (!ParseConnectionString(odbc, pairs, message))
         return odbc;
-    for (const auto& pair : pairs) {
-        if (pair.first.compare(QLatin1String("BoolsAsChar"), Qt::CaseInsensitive) == 0)
-            return odbc;
-    }
+    auto isSet = [&](const char* key) {
+        for (const auto& pair : pairs) {
+            if (pair.first.compare(QLatin1String(key), Qt::CaseInsensitive) == 0)
+                return true;
+        }
+        return false;
+    };
     QString result = odbc.trimmed();
     if (!result.isEmpty() && !result.endsWith(QLatin1Char(';')))
         result += QLatin1Char(';');
-    return result + QStringLiteral("BoolsAsChar=0;");
+    if (!isSet("BoolsAsChar"))
+        result += QStringLiteral("BoolsAsChar=0;");
+    if (!isSet("UseDeclareFetch"))
+        result += QStringLiteral("UseDeclareFetch=1;");
+    if (!isSet("Fetch") && !isSet("UseDeclareFetch"))
+        result += QStringLiteral("Fetch=10000;");
+    return result;
 }
 
 // MariaDB's driver (Connector/ODBC 3.1) refuses a string that ends in ';' with "Error while
@@ -95,10 +108,10 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
     bool ok = false;
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(target.driver, m_name);
-        db.setDatabaseName(
-            target.driver == QLatin1String("QODBC")
-                ? withoutClosingSeparator(QtOdbcDatabaseName(withBooleans(target.databaseName)))
-                : target.databaseName);
+        db.setDatabaseName(target.driver == QLatin1String("QODBC")
+                               ? withoutClosingSeparator(
+                                     QtOdbcDatabaseName(withDriverDefaults(target.databaseName)))
+                               : target.databaseName);
         db.setConnectOptions(target.connectOptions);
         if (!db.open()) {
             errorText = SourceConnection::errorText(db.lastError());
@@ -178,6 +191,7 @@ bool SourceConnection::makeReadOnly(QSqlDatabase& db, bool inTransaction, QStrin
                             .numberAndDescription();
             return false;
         }
+        m_serverReadOnly = true;
     }
     return true;
 }

@@ -30,6 +30,9 @@ public:
     // The server's name for itself (SQL_DBMS_NAME, "PostgreSQL", "SQLite"...); empty for
     // SQLite files opened directly.
     QString dbmsName() const { return m_dbms; }
+    // True once the server itself has confirmed that this connection's transaction is
+    // read-only, so that it refuses anything with a side effect (PostgreSQL).
+    bool serverReadOnly() const { return m_serverReadOnly; }
 
     // "<number> - <description>" for a driver error, the number trimmed.
     static QString errorText(const class QSqlError& error);
@@ -41,4 +44,5 @@ private:
     QString m_dbms; // the server's own name for itself, ODBC sources only
     QString m_quote;
     bool m_inTransaction = false;
+    bool m_serverReadOnly = false;
 };

@@ -1,5 +1,6 @@
 #include "duplicatelist.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 
@@ -8,6 +9,8 @@
 namespace {
 constexpr std::size_t kInitialSlots = 1024; // a power of two
 constexpr std::size_t kLengthBytes = 4;
+constexpr unsigned kChunkBits = 20;
+constexpr std::size_t kChunkSize = std::size_t(1) << kChunkBits;
 
 std::uint32_t readLength(const char* p)
 {
@@ -24,9 +27,12 @@ DuplicateCheckList::DuplicateCheckList()
 
 void DuplicateCheckList::clear()
 {
-    std::vector<char>().swap(m_arena);
+    std::vector<std::unique_ptr<char[]>>().swap(m_chunks);
+    m_chunkUsed = 0;
     m_slots.assign(kInitialSlots, Slot{0, 0});
     m_count = 0;
+    m_header = kLengthBytes;
+    m_foundRowid = 0;
 }
 
 // FNV-1a: short keys, no allocation, good enough spread for addresses.
@@ -53,8 +59,8 @@ std::size_t DuplicateCheckList::probe(const char* data, std::size_t size, std::u
         if (slot.offset == 0)
             return i;
         if (slot.hash == hash) {
-            const char* entry = m_arena.data() + (slot.offset - 1);
-            if (readLength(entry) == size && std::memcmp(entry + kLengthBytes, data, size) == 0)
+            const char* stored = entry(slot.offset);
+            if (readLength(stored) == size && std::memcmp(stored + m_header, data, size) == 0)
                 return i;
         }
         i = (i + 1) & mask;
@@ -95,24 +101,73 @@ static void lowerUtf8(const QString& address, std::string& key)
     }
 }
 
+const char* DuplicateCheckList::entry(std::uint32_t offset) const
+{
+    const std::uint32_t at = offset - 1;
+    return m_chunks[at >> kChunkBits].get() + (at & (kChunkSize - 1));
+}
+
 bool DuplicateCheckList::add(const QString& address)
 {
+    m_foundRowid = 0;
     lowerUtf8(address, m_key);
-    const std::string& key = m_key;
+    return insert(m_key, 0);
+}
+
+void DuplicateCheckList::keepRowids(bool keep)
+{
+    if (m_count == 0)
+        m_header = keep ? kLengthBytes + sizeof(qint64) : kLengthBytes;
+}
+
+bool DuplicateCheckList::isAscii(const std::string& text)
+{
+    for (const char c : text) {
+        if (static_cast<unsigned char>(c) >= 0x80)
+            return false;
+    }
+    return true;
+}
+
+bool DuplicateCheckList::addAscii(const std::string& address, qint64 rowid)
+{
+    m_foundRowid = 0;
+    m_key.resize(address.size());
+    for (std::size_t i = 0; i < address.size(); ++i) {
+        const char c = address[i];
+        m_key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
+    }
+    return insert(m_key, rowid);
+}
+
+bool DuplicateCheckList::insert(const std::string& key, qint64 rowid)
+{
     const std::size_t size = key.size();
     const std::uint32_t hash = hashOf(key.data(), size);
     std::size_t i = probe(key.data(), size, hash);
-    if (m_slots[i].offset != 0)
+    if (m_slots[i].offset != 0) {
+        if (m_header > kLengthBytes)
+            std::memcpy(&m_foundRowid, entry(m_slots[i].offset) + kLengthBytes, sizeof rowid);
         return false;
+    }
 
-    const std::size_t offset = m_arena.size();
-    if (offset + kLengthBytes + size >= std::numeric_limits<std::uint32_t>::max() ||
+    const std::size_t needed = m_header + size;
+    if (m_chunks.empty() || m_chunkUsed + needed > kChunkSize) {
+        // A key longer than a chunk gets one of its own.
+        m_chunks.emplace_back(new char[std::max(kChunkSize, needed)]);
+        m_chunkUsed = 0;
+    }
+    const std::size_t offset = ((m_chunks.size() - 1) << kChunkBits) + m_chunkUsed;
+    if (offset >= std::numeric_limits<std::uint32_t>::max() ||
         m_count == std::numeric_limits<qint32>::max())
         throw AppError(7, QStringLiteral("Out of memory"));
     const std::uint32_t length = std::uint32_t(size);
-    m_arena.resize(offset + kLengthBytes + size);
-    std::memcpy(m_arena.data() + offset, &length, kLengthBytes);
-    std::memcpy(m_arena.data() + offset + kLengthBytes, key.data(), size);
+    char* target = m_chunks.back().get() + m_chunkUsed;
+    std::memcpy(target, &length, kLengthBytes);
+    if (m_header > kLengthBytes)
+        std::memcpy(target + kLengthBytes, &rowid, sizeof rowid);
+    std::memcpy(target + m_header, key.data(), size);
+    m_chunkUsed += needed;
     m_slots[i] = Slot{std::uint32_t(offset + 1), hash};
     ++m_count;
     // Keep the table at most half full so probe runs stay short.

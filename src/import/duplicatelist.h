@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,15 @@ public:
 
     // Adds the lower-cased address; false when it is already there (the add "fails").
     bool add(const QString& address);
+    // The same for an address in plain ASCII (see isAscii), given as its bytes, with the
+    // number of the Group record that holds it (0: none known).
+    bool addAscii(const std::string& address, qint64 rowid = 0);
+    static bool isAscii(const std::string& text);
+    // Whether entries keep the record numbers given to addAscii (costs 8 bytes each); set
+    // on an empty list.
+    void keepRowids(bool keep);
+    // After an add that failed: the record number kept with the address found, 0 if none.
+    qint64 foundRowid() const { return m_foundRowid; }
     bool contains(const QString& address) const;
     qint32 count() const { return m_count; }
     // Empties the list and gives its memory back.
@@ -26,7 +36,7 @@ public:
 private:
     struct Slot
     {
-        std::uint32_t offset; // into m_arena, plus one; 0 = empty
+        std::uint32_t offset; // chunk << kChunkBits | position, plus one; 0 = empty
         std::uint32_t hash;
     };
 
@@ -35,8 +45,16 @@ private:
     std::size_t probe(const char* data, std::size_t size, std::uint32_t hash) const;
     void grow();
 
+    bool insert(const std::string& key, qint64 rowid);
+    const char* entry(std::uint32_t offset) const;
+
     std::string m_key; // scratch for the key being looked up
-    std::vector<char> m_arena;
+    // The keys, each after its length, in chunks that are never moved: a growing list
+    // never holds two copies of itself, and pages are only touched when filled.
+    std::vector<std::unique_ptr<char[]>> m_chunks;
+    std::size_t m_chunkUsed = 0;
+    std::size_t m_header = 4; // length, then the record number when kept
+    qint64 m_foundRowid = 0;
     std::vector<Slot> m_slots;
     qint32 m_count = 0;
 };

@@ -8,6 +8,8 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
+#include <future>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,6 +24,8 @@ namespace {
 // rewrites every index page its rows touched, so small batches cost dearly on big Groups.
 constexpr int kDefaultBatchRows = 50000;
 constexpr qint64 kDefaultBatchMilliseconds = 1000;
+// A larger page cache keeps the e-mail index in memory while a big import appends or finds.
+constexpr const char* kCacheSize = "PRAGMA cache_size=-65536";
 
 [[noreturn]] void fail(const QString& description, long number = AppError::GroupStore)
 {
@@ -66,6 +70,21 @@ QString cutToLength(const QString& text, int length)
         ++characters;
     }
     return text.left(i);
+}
+
+// The bytes of the first length characters of valid UTF-8 text (all of it when length is
+// 0): the same cut as cutToLength makes, since a character outside the BMP is one code
+// point here and one surrogate pair there.
+std::size_t utf8CutSize(const std::string& text, int length)
+{
+    if (length <= 0 || text.size() <= std::size_t(length))
+        return text.size();
+    int characters = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80 && characters++ == length)
+            return i;
+    }
+    return text.size();
 }
 
 // Converts into a buffer whose capacity is reused record after record.
@@ -194,6 +213,7 @@ public:
     std::string scratch;
     Statement cursor;
     std::vector<std::unique_ptr<Statement>> finds;
+    Statement byRowid;
 
     Current current = Current::None;
     sqlite3_int64 rowid = 0;
@@ -233,8 +253,60 @@ public:
             exec(db, "BEGIN", QStringLiteral("Cannot start writing to the Group"));
             inTransaction = true;
             batchTimer.start();
+            // Dropped in the same transaction as the first rows written without it.
+            if (!indexesToDrop.empty()) {
+                for (const std::string& name : indexesToDrop)
+                    exec(db, ("DROP INDEX " + name).c_str(),
+                         QStringLiteral("Cannot write to the Group"));
+                indexesToDrop.clear();
+            }
         }
     }
+
+    // Indexes that deferIndexes() will drop (quoted names) and the statements that build
+    // them again.
+    std::vector<std::string> indexesToDrop;
+    std::vector<std::string> indexesToBuild;
+
+    void buildDeferredIndexes()
+    {
+        if (indexesToBuild.empty())
+            return;
+        flush();
+        if (!indexesToDrop.empty()) {
+            // Nothing was written: the indexes are still there.
+            indexesToDrop.clear();
+            indexesToBuild.clear();
+            exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
+            return;
+        }
+        auto build = [this] {
+            begin();
+            for (const std::string& sql : indexesToBuild)
+                exec(db, sql.c_str(), QStringLiteral("Cannot write to the Group"));
+            commit();
+        };
+        if (indexBuildYield) {
+            // Sorting a big index is one long step inside SQLite: it runs on a helper thread
+            // while this one keeps the window answering. Nothing here touches the handle
+            // until the helper is done.
+            auto work = std::async(std::launch::async, build);
+            while (work.wait_for(std::chrono::milliseconds(20)) != std::future_status::ready) {
+                try {
+                    indexBuildYield();
+                } catch (...) {
+                    // Only drawing is at stake; the index is built regardless.
+                }
+            }
+            work.get();
+        } else {
+            build();
+        }
+        indexesToBuild.clear();
+        exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
+    }
+
+    std::function<void()> indexBuildYield;
 
     void commit()
     {
@@ -463,6 +535,31 @@ public:
         cursorAtEnd = true;
     }
 
+    // Makes scratch the value of field i of the current (buffered) record.
+    void setFromScratch(size_t i)
+    {
+        if (current == Current::New) {
+            values[i].swap(scratch);
+            isSet[i] = true;
+            return;
+        }
+        if (isSet[i] && scratch == values[i])
+            return;
+        values[i].swap(scratch);
+        // The first change since the record was found keeps what it overwrote, for undo.
+        if (changed[i] != '1') {
+            if (original.size() != values.size()) {
+                original.resize(values.size());
+                originalIsSet.resize(values.size());
+            }
+            original[i].swap(scratch);
+            originalIsSet[i] = isSet[i];
+        }
+        isSet[i] = true;
+        changed[i] = '1';
+        dirty = true;
+    }
+
     // Turns a cursor row into a buffered one before it is changed.
     void bufferCursorRow()
     {
@@ -497,6 +594,7 @@ public:
         updates.clear();
         cursor.reset();
         finds.clear();
+        byRowid.reset();
         if (db)
             sqlite3_close_v2(db);
         db = nullptr;
@@ -511,6 +609,9 @@ public:
         pendingInserts = 0;
         cursorAtEnd = true;
         dirty = false;
+        indexesToDrop.clear();
+        indexesToBuild.clear();
+        indexBuildYield = nullptr;
     }
 };
 
@@ -622,8 +723,9 @@ void GroupStore::open(const QString& path)
     if (!QFileInfo::exists(path))
         fail(QStringLiteral("File not found: ") + path, AppError::FileNotFound);
     sqlite3* db = nullptr;
-    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db, SQLITE_OPEN_READWRITE, nullptr) !=
-        SQLITE_OK) {
+    // One thread uses the handle: SQLite's own locking around every call would only cost.
+    if (sqlite3_open_v2(QFile::encodeName(path).constData(), &db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) {
         const QString message = QString::fromUtf8(sqlite3_errmsg(db));
         sqlite3_close_v2(db);
         fail(QStringLiteral("Cannot open the Group file: ") + message);
@@ -636,7 +738,7 @@ void GroupStore::open(const QString& path)
                                    nullptr, foldFunction, nullptr, nullptr, nullptr);
         // A larger page cache keeps the e-mail index in memory while a big import appends;
         // NORMAL sync still leaves every committed batch intact after a crash of the process.
-        exec(db, "PRAGMA cache_size=-65536", QStringLiteral("Cannot open the Group file"));
+        exec(db, kCacheSize, QStringLiteral("Cannot open the Group file"));
         exec(db, "PRAGMA synchronous=NORMAL", QStringLiteral("Cannot open the Group file"));
 
         Statement info;
@@ -650,6 +752,28 @@ void GroupStore::open(const QString& path)
         d->lengths.assign(size_t(d->columns.size()), 0);
         for (int i = 0; i < d->columns.size(); ++i)
             d->indexByLowerName.insert(d->columns.at(i).toLower(), i);
+
+        // A run killed while its indexes were deferred leaves the file without the e-mail
+        // index; a failure here only makes finds slower, so it is not fatal.
+        const int emailColumn = d->indexByLowerName.value(QStringLiteral("emailaddress"), -1);
+        if (emailColumn >= 0) {
+            sqlite3_stmt* indexes = nullptr;
+            bool hasIndex = true;
+            if (sqlite3_prepare_v2(db,
+                                   "SELECT 1 FROM sqlite_master WHERE type='index' AND "
+                                   "tbl_name='Recipients' AND sql IS NOT NULL",
+                                   -1, &indexes, nullptr) == SQLITE_OK)
+                hasIndex = sqlite3_step(indexes) == SQLITE_ROW;
+            sqlite3_finalize(indexes);
+            if (!hasIndex) {
+                const QByteArray sql =
+                    (QStringLiteral("CREATE INDEX IF NOT EXISTS RecipientsEmailAddress ON "
+                                    "Recipients (") +
+                     quoted(d->columns.at(emailColumn)) + QStringLiteral(" COLLATE NOCASE)"))
+                        .toUtf8();
+                sqlite3_exec(db, sql.constData(), nullptr, nullptr, nullptr);
+            }
+        }
 
         // The definitions are optional: a Group without them simply has no length limits.
         sqlite3_stmt* fieldsStmt = nullptr;
@@ -699,6 +823,7 @@ void GroupStore::close()
         d->stopCursor();
         d->flush();
         d->commit();
+        d->buildDeferredIndexes();
     } catch (...) {
         d->closeHandle();
         throw;
@@ -826,6 +951,28 @@ QString GroupStore::getField(int index)
     fail(QStringLiteral("No current record"));
 }
 
+void GroupStore::getFieldUtf8(int index, std::string& out)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    switch (d->current) {
+    case Private::Current::Cursor: {
+        const auto* data =
+            reinterpret_cast<const char*>(sqlite3_column_text(d->cursor.get(), index + 1));
+        out.assign(data ? data : "", std::size_t(sqlite3_column_bytes(d->cursor.get(), index + 1)));
+        return;
+    }
+    case Private::Current::New:
+    case Private::Current::Row:
+        out = d->values[size_t(index)];
+        return;
+    case Private::Current::None:
+        break;
+    }
+    fail(QStringLiteral("No current record"));
+}
+
 void GroupStore::addRecord()
 {
     d->requireOpen();
@@ -853,27 +1000,22 @@ void GroupStore::setField(int index, const QString& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
-    const size_t i = size_t(index);
-    if (d->current == Private::Current::New) {
-        assignUtf8(d->values[i], cutToLength(value, d->lengths[i]));
-        d->isSet[i] = true;
-        return;
-    }
-    assignUtf8(d->scratch, cutToLength(value, d->lengths[i]));
-    if (d->isSet[i] && d->scratch == d->values[i])
-        return;
-    d->values[i].swap(d->scratch);
-    if (d->changed[i] != '1') {
-        if (d->original.size() != d->values.size()) {
-            d->original.resize(d->values.size());
-            d->originalIsSet.resize(d->values.size());
-        }
-        d->original[i].swap(d->scratch);
-        d->originalIsSet[i] = d->isSet[i];
-    }
-    d->isSet[i] = true;
-    d->changed[i] = '1';
-    d->dirty = true;
+    assignUtf8(d->scratch, cutToLength(value, d->lengths[size_t(index)]));
+    d->setFromScratch(size_t(index));
+}
+
+void GroupStore::setFieldUtf8(int index, std::string& value)
+{
+    d->requireOpen();
+    if (index < 0 || index >= d->columns.size())
+        fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    d->bufferCursorRow();
+    if (d->current == Private::Current::None)
+        fail(QStringLiteral("No current record"));
+    const std::size_t size = utf8CutSize(value, d->lengths[size_t(index)]);
+    d->scratch.swap(value);
+    d->scratch.resize(size);
+    d->setFromScratch(size_t(index));
 }
 
 void GroupStore::find(const QString& field, const QString& comparison, const QString& value)
@@ -885,26 +1027,35 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
     const int index = d->requireField(field);
     d->flush();
     d->stopCursor();
+    d->buildDeferredIndexes();
     d->current = Private::Current::None;
 
-    auto statement = [&](size_t slot, const QString& where) -> sqlite3_stmt* {
+    // The statements are kept: the texts are only built the first time.
+    auto statement = [&](size_t slot, auto where) -> sqlite3_stmt* {
         auto& stmt = d->finds[slot];
         if (!stmt) {
             stmt = std::make_unique<Statement>();
             stmt->prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
-                                     QStringLiteral(" FROM Recipients WHERE ") + where +
+                                     QStringLiteral(" FROM Recipients WHERE ") + where() +
                                      QStringLiteral(" LIMIT 1"));
         }
         return stmt->get();
     };
 
-    const QString column = quoted(d->columns.at(index));
-    bool found = d->findWith(
-        statement(size_t(index) * 2, column + QStringLiteral("=?1 COLLATE NOCASE")), value);
+    bool found = d->findWith(statement(size_t(index) * 2,
+                                       [&] {
+                                           return quoted(d->columns.at(index)) +
+                                                  QStringLiteral("=?1 COLLATE NOCASE");
+                                       }),
+                             value);
     // SQLite's NOCASE folds ASCII letters only.
     if (!found && !isAscii(value)) {
-        found = d->findWith(statement(size_t(index) * 2 + 1, QStringLiteral("dbimport_fold(") +
-                                                                 column + QStringLiteral(")=?1")),
+        found = d->findWith(statement(size_t(index) * 2 + 1,
+                                      [&] {
+                                          return QStringLiteral("dbimport_fold(") +
+                                                 quoted(d->columns.at(index)) +
+                                                 QStringLiteral(")=?1");
+                                      }),
                             value.toLower());
     }
     d->noMatch = !found;
@@ -913,6 +1064,77 @@ void GroupStore::find(const QString& field, const QString& comparison, const QSt
 bool GroupStore::noMatch() const
 {
     return d->noMatch;
+}
+
+qint64 GroupStore::currentRowid() const
+{
+    switch (d->current) {
+    case Private::Current::Cursor:
+        return sqlite3_column_int64(d->cursor.get(), 0);
+    case Private::Current::Row:
+        return d->rowid;
+    default:
+        return 0;
+    }
+}
+
+bool GroupStore::moveToRowid(qint64 rowid)
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->current = Private::Current::None;
+    if (!d->byRowid)
+        d->byRowid.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
+                                      QStringLiteral(" FROM Recipients WHERE rowid=?1"));
+    sqlite3_stmt* stmt = d->byRowid.get();
+    sqlite3_bind_int64(stmt, 1, rowid);
+    const int rc = sqlite3_step(stmt);
+    const bool found = rc == SQLITE_ROW;
+    if (found) {
+        d->loadRow(stmt);
+        d->current = Private::Current::Row;
+    }
+    sqlite3_reset(stmt);
+    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
+        failSqlite(d->db, QStringLiteral("Cannot search the Group"));
+    d->noMatch = !found;
+    return found;
+}
+
+void GroupStore::deferIndexes()
+{
+    d->requireOpen();
+    if (!d->indexesToBuild.empty())
+        return;
+    d->flush();
+    // Rows are only appended until the indexes are built again, and the sort that builds
+    // them runs as fast in a small cache (spilling to a temporary file) as in a big one:
+    // the big cache would only cost memory.
+    exec(d->db, "PRAGMA cache_size=-16384", QStringLiteral("Cannot open the Group file"));
+    Statement list;
+    list.prepare(d->db, QStringLiteral("SELECT name, sql FROM sqlite_master WHERE type='index' "
+                                       "AND tbl_name='Recipients' AND sql IS NOT NULL"));
+    while (sqlite3_step(list.get()) == SQLITE_ROW) {
+        const QString name =
+            QString::fromUtf8(reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 0)));
+        d->indexesToDrop.push_back(quoted(name).toStdString());
+        d->indexesToBuild.emplace_back(
+            reinterpret_cast<const char*>(sqlite3_column_text(list.get(), 1)));
+    }
+    // Drop in the running transaction if there is one, so that no batch is written twice
+    // as dear.
+    if (d->inTransaction) {
+        for (const std::string& name : d->indexesToDrop)
+            exec(d->db, ("DROP INDEX " + name).c_str(),
+                 QStringLiteral("Cannot write to the Group"));
+        d->indexesToDrop.clear();
+    }
+}
+
+void GroupStore::setIndexBuildYield(std::function<void()> yield)
+{
+    d->indexBuildYield = std::move(yield);
 }
 
 void GroupStore::setBatchLimits(int rows, qint64 milliseconds)
@@ -924,12 +1146,6 @@ void GroupStore::setBatchLimits(int rows, qint64 milliseconds)
 sqlite3* GroupStore::handle() const
 {
     return d->db;
-}
-
-qint64 GroupStore::currentRowId() const
-{
-    return d->current == Private::Current::Row || d->current == Private::Current::Cursor ? d->rowid
-                                                                                         : -1;
 }
 
 bool GroupStore::isNull(int index) const

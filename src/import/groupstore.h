@@ -3,8 +3,10 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 
 struct sqlite3;
 
@@ -75,17 +77,37 @@ public:
     // The current record's value; a NULL reads as an empty text.
     QString getField(const QString& name);
     QString getField(int index);
+    // The current record's value as the file keeps it (UTF-8 as a rule); NULL as empty.
+    void getFieldUtf8(int index, std::string& out);
 
     // A new, empty record becomes current.
     void addRecord();
     // Over-long text is cut to the field's length in characters.
     void setField(const QString& name, const QString& value);
     void setField(int index, const QString& value);
+    // The same for a value already in UTF-8 (valid UTF-8 only); value's buffer may be
+    // taken, leaving it with another one.
+    void setFieldUtf8(int index, std::string& value);
 
     // Makes the first record whose field compares equal to value (without regard to case)
     // current; comparison is "=" only. noMatch() tells whether one was found.
     void find(const QString& field, const QString& comparison, const QString& value);
     bool noMatch() const;
+
+    // The file's own number of the current record (0 when there is none or it is not
+    // written yet), and the record with that number made current: what a find would make
+    // current when it is known to find that record. False when there is no such record.
+    qint64 currentRowid() const;
+    bool moveToRowid(qint64 rowid);
+
+    // For a run that adds many records: the Group's indexes are dropped with the next write
+    // and built again in one pass when the file closes (or before the next find), which
+    // costs far less than keeping them up to date row by row. A run killed in between
+    // leaves a file without its e-mail index; open() builds it again.
+    void deferIndexes();
+    // Called every few hundredths of a second while deferred indexes are built, so that a
+    // window showing the run keeps drawing and answering.
+    void setIndexBuildYield(std::function<void()> yield);
 
     // A transaction is committed after rows written or milliseconds since it began (0: no
     // time limit), whichever comes first. Defaults: 50000 rows, 1000 ms.
@@ -96,7 +118,6 @@ public:
     // fields is NULL, a field's length (0 = no limit), writing every pending record, and
     // starting or committing the batch transaction.
     sqlite3* handle() const;
-    qint64 currentRowId() const;
     bool isNull(int index) const;
     void writePending();
     void beginWrite();

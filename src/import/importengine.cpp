@@ -12,6 +12,7 @@
 #include <limits>
 #include <new>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "duplicatelist.h"
@@ -23,6 +24,8 @@
 #include "importlog.h"
 #include "importreport.h"
 #include "importview.h"
+#include "pgcopyrows.h"
+#include "readahead.h"
 #include "sourcerows.h"
 #include "datasource/readonlyguard.h"
 #include "undojournal.h"
@@ -55,6 +58,15 @@ QString groupFieldOf(const QString& key)
     if (key == QLatin1String("Fax"))
         return QStringLiteral("FAX");
     return key;
+}
+
+// Characters of UTF-8 text as a Group field counts them: every byte that does not continue
+// a character starts one.
+qsizetype utf8CharacterCount(const std::string& text)
+{
+    return qsizetype(std::count_if(text.begin(), text.end(), [](char c) {
+        return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+    }));
 }
 
 // Characters as a Group field counts them: a surrogate pair is one.
@@ -91,6 +103,15 @@ QStringList recipientFieldNames()
                            "Address2,City,State,Zip,Country,") +
             QStringLiteral("Company,JobTitle,Web,Telephone,FAX,Field1,Field2,Field3,Field4"))
         .split(QLatin1Char(','));
+}
+
+bool isAscii(const QString& text)
+{
+    for (const QChar c : text) {
+        if (c.unicode() >= 0x80)
+            return false;
+    }
+    return true;
 }
 
 QString timeStamp()
@@ -242,6 +263,7 @@ public:
     GroupClaim claim;
     bool storeWasOpen = false;
     DuplicateCheckList duplicates;
+    qint32 listedAtClose = 0;
     std::unique_ptr<SourceConnection> source;
     std::unique_ptr<SourceRows> records;
     qint64 recordCount = -1;
@@ -313,6 +335,7 @@ public:
         int sourceIndex = -1;
     };
     std::vector<CopyStep> copySteps;
+    std::string utf8Value;
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
     void prepareCopy();
@@ -321,11 +344,13 @@ public:
     void addRecord(const QString& email);
     void replaceRecord(const QString& email, Values* before, qint64 rowid);
     void collectChanges(Values& hashes, std::vector<UndoJournal::Change>* changes);
+    void prepareWriting(int emailSource, const QString& emailField);
     QString sourceValue(const QString& field, int index) const;
     void setGroupField(const QString& name, int index, const QString& value);
     void copyMappedFields(const QString& email);
     int dateAddedIndex = -1;
     QString today;
+    std::string todayUtf8; // the same, as the Group keeps it
 };
 
 ImportEngine::ImportEngine(const ImportChoices& choices, ImportView& view)
@@ -499,12 +524,15 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
 {
     view.setStatus(QStringLiteral("Resetting duplicate check list ..."));
     view.yieldToEvents();
-    const qint32 entries = duplicates.count();
+    const qint32 entries = std::max(duplicates.count(), listedAtClose);
     view.setProgressRange(0, entries);
     view.setProgressValue(0);
     for (qint32 position = entries; position >= 1; --position)
         view.setProgressValue(position);
     duplicates.clear();
+    // Replacing finds the duplicate's record by its number where that is sure to be the
+    // record a find would give.
+    duplicates.keepRowids(choices.ReplaceExisting);
 
     view.setStatus(QStringLiteral("Loading existing Group ..."));
     view.yieldToEvents();
@@ -527,8 +555,16 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
         const int emailIndex = store.fieldIndex(emailField);
         for (qint32 i = 1; i <= count; ++i) {
             try {
-                duplicates.add(emailIndex >= 0 ? store.getField(emailIndex)
-                                               : store.getField(emailField));
+                // Plain ASCII, as nearly every address is, goes in without a conversion.
+                if (emailIndex >= 0) {
+                    store.getFieldUtf8(emailIndex, utf8Value);
+                    if (DuplicateCheckList::isAscii(utf8Value))
+                        duplicates.addAscii(utf8Value, store.currentRowid());
+                    else
+                        duplicates.add(store.getField(emailIndex));
+                } else {
+                    duplicates.add(store.getField(emailField));
+                }
             } catch (const std::exception&) {
             }
             view.setProgressValue(i);
@@ -580,15 +616,17 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     if (!CheckReadOnlyStatement(sql, message))
         return failed(AppError(AppError::DataSource, message).numberAndDescription());
 
-    // Only a SQLite source, read-only and without functions that change anything, is
-    // counted by a statement of its own; any other source runs the statement once, so that
-    // nothing it sets off happens twice, and the driver's row count serves the bar.
+    // Only a source that cannot set anything off is counted by a statement of its own: a
+    // SQLite file (read-only, without functions that change anything) or a server that has
+    // confirmed the transaction is read-only. Any other source runs the statement once, so
+    // that nothing it sets off happens twice, and the driver's row count serves the bar.
     const bool sqlite = source->database().driverName() == QLatin1String("QSQLITE") ||
                         source->dbmsName().contains(QLatin1String("SQLite"), Qt::CaseInsensitive);
+    const bool countable = sqlite || source->serverReadOnly();
     QString inner = sql.trimmed();
     while (inner.endsWith(QLatin1Char(';')))
         inner = inner.chopped(1).trimmed();
-    if (sqlite) {
+    if (countable) {
         QSqlQuery count(source->database());
         count.setForwardOnly(true);
         if (count.exec(QStringLiteral("SELECT COUNT(*) FROM (") + inner +
@@ -596,7 +634,7 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
             count.next())
             recordCount = count.value(0).toLongLong();
     }
-    if (sqlite && recordCount < 0) {
+    if (countable && recordCount < 0) {
         // Some servers abandon the whole transaction after a failed statement: start afresh.
         source->close();
         source = std::make_unique<SourceConnection>();
@@ -605,11 +643,15 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
     }
 
     try {
-        records = SourceRows::open(source->database(), sql);
+        // A faster route for a big PostgreSQL read; anything it cannot take goes on as always.
+        if (PgCopyRows::pays(recordCount))
+            records = PgCopyRows::open(choices.ConnectionString, sql);
+        if (!records)
+            records = SourceRows::open(source->database(), sql);
     } catch (const SourceFailure& e) {
         return failed(e.text);
     }
-    if (!sqlite)
+    if (!countable)
         recordCount = records->knownCount();
     MousePointer::normal();
     return records != nullptr;
@@ -701,7 +743,12 @@ void ImportEngine::Private::addRecord(const QString& email)
     if (!testRun || !store.isOpen())
         store.addRecord(); // a test run fails where a real one would
     copyMappedFields(email);
-    setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+    if (dateAddedIndex >= 0 && !testRun && !collect) {
+        utf8Value = todayUtf8;
+        store.setFieldUtf8(dateAddedIndex, utf8Value);
+    } else {
+        setGroupField(QStringLiteral("DateAdded"), dateAddedIndex, today);
+    }
     if (collect) {
         Values& hashes = testAdded[email.toLower()];
         hashes.assign(copyTargets.size(), 0);
@@ -823,22 +870,63 @@ void ImportEngine::Private::copyMappedFields(const QString& email)
             break;
         }
         case CopyStep::Email:
-            // Read even though the validated address is written, so that a missing field
-            // fails here as it does for any other mapping.
-            sourceValue(step.sourceField, step.sourceIndex);
+            // A missing field fails here as it does for any other mapping; the value itself
+            // is not needed, since the validated address is written.
+            if (step.sourceIndex < 0)
+                sourceValue(step.sourceField, step.sourceIndex);
             setGroupField(step.groupField, step.groupIndex, email);
             break;
         case CopyStep::Plain:
-            setGroupField(step.groupField, step.groupIndex,
-                          (sourceValue(step.sourceField, step.sourceIndex)));
+            if (step.sourceIndex >= 0 && step.groupIndex >= 0 && !testRun && !collect) {
+                // Copied as the UTF-8 both sides keep.
+                records->utf8(step.sourceIndex, utf8Value);
+                const int length = fieldLengths[size_t(step.groupIndex)];
+                if (length > 0 && utf8Value.size() > size_t(length) &&
+                    utf8CharacterCount(utf8Value) > length)
+                    cuts << QStringLiteral("%1 cut to %2 characters")
+                                .arg(groupNames.at(step.groupIndex))
+                                .arg(length);
+                store.setFieldUtf8(step.groupIndex, utf8Value);
+            } else {
+                setGroupField(step.groupField, step.groupIndex,
+                              (sourceValue(step.sourceField, step.sourceIndex)));
+            }
             break;
         }
+    }
+}
+
+// Speed for big runs; nothing here changes what is written or reported.
+void ImportEngine::Private::prepareWriting(int emailSource, const QString& emailField)
+{
+    // Keeping the indexes up to date row by row costs more than building them once, unless
+    // the Group is much bigger than what comes in. Replacing needs them for every find.
+    const qint32 existing = duplicates.count();
+    if (store.isOpen() && !testRun && !choices.ReplaceExisting &&
+        (existing == 0 || recordCount > existing)) {
+        store.deferIndexes();
+        // Only a big index takes long enough to build for the window to notice.
+        if (recordCount >= 10000)
+            store.setIndexBuildYield([this] { view.yieldToEvents(); });
+    }
+
+    if (ReadAheadRows::pays(*records, recordCount)) {
+        std::vector<int> columns{emailSource};
+        QStringList names{emailField};
+        for (const CopyStep& step : copySteps) {
+            columns.push_back(step.sourceIndex);
+            names << step.sourceField;
+        }
+        records = std::make_unique<ReadAheadRows>(std::move(records), columns, names);
     }
 }
 
 bool ImportEngine::Private::DoImport(QString& errorText)
 {
     totals = Totals();
+    // Whether a failure would interrupt a record half-way; one that comes while the next
+    // row is read leaves the record before it whole, to be kept.
+    bool midRecord = false;
     try {
         view.setCounters(0, 0, 0, 0);
         view.setStatus(QStringLiteral("Determining size of import ..."));
@@ -870,8 +958,10 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         const CMapping* emailMapping = choices.FieldMappings.Item(QStringLiteral("EMailAddress"));
         const QString emailField = emailMapping ? emailMapping->DBField : QString();
         const int emailSource = records->indexOf(emailField);
+        prepareWriting(emailSource, emailField);
         dateAddedIndex = store.isOpen() ? store.fieldIndex(QStringLiteral("DateAdded")) : -1;
         today = QLocale::system().toString(QDate::currentDate(), QLocale::ShortFormat);
+        todayUtf8 = today.toStdString();
         // An address is never cut to fit: two long ones would become one, without an '@'.
         const int emailLimit =
             store.isOpen() ? store.fieldLength(store.fieldIndex(QStringLiteral("EmailAddress")))
@@ -900,6 +990,7 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         }
 
         while (hasRecord) {
+            midRecord = true;
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
             QString reason;
             if (!IsEmailValid(email, reason) || !fitsGroup(email, reason)) {
@@ -917,11 +1008,17 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                     log(QStringLiteral("**  IGNORED: Duplicate email, Email=") + email);
                     reportRow(QStringLiteral("Refused"), QStringLiteral("Duplicate email"));
                 } else {
-                    store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
                     Values* pending = nullptr;
                     if (testRun) {
                         const auto it = testAdded.find(email.toLower());
                         pending = it == testAdded.end() ? nullptr : &it.value();
+                    }
+                    if (!pending) {
+                        // An ASCII address matches (without regard to case) only the ASCII
+                        // addresses the list holds, whose first record is the one kept.
+                        const qint64 rowid = duplicates.foundRowid();
+                        if (rowid <= 0 || !isAscii(email) || !store.moveToRowid(rowid))
+                            store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
                     }
                     if (pending)
                         replaceRecord(email, pending, -1);
@@ -930,10 +1027,11 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                             "Warning: A record was found in the duplicates list, but could not be "
                             "found in the Veltrano database to replace."));
                     else
-                        replaceRecord(email, nullptr, store.currentRowId());
+                        replaceRecord(email, nullptr, store.currentRowid());
                 }
             }
 
+            midRecord = false;
             ++totals.totalProcessed;
             if (totals.totalProcessed % 10 == 0)
                 showCounters();
@@ -975,7 +1073,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         errorText = QStringLiteral("7 - Out of memory");
     }
     // A record the failure interrupted is not written half.
-    store.discardChanges();
+    if (midRecord)
+        store.discardChanges();
     importRunning = false;
     view.setStatus(QStringLiteral("Import Terminated due to error ..."));
     return false;
@@ -992,6 +1091,10 @@ void ImportEngine::Private::CloseImportResources()
         }
     }
     report.close();
+    // Not needed any more, and its memory is better spent on building the Group's index;
+    // a next run on this engine still shows the entries it resets.
+    listedAtClose = duplicates.count();
+    duplicates.clear();
     if (store.isOpen()) {
         try {
             store.close();

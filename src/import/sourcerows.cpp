@@ -14,9 +14,7 @@
 
 #include "datasource/sourceconnection.h"
 
-namespace {
-
-QString blobText(const QByteArray& bytes)
+QString SourceBlobText(const QByteArray& bytes)
 {
     auto decoder = QStringDecoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
     const QString text = decoder.decode(bytes);
@@ -25,9 +23,30 @@ QString blobText(const QByteArray& bytes)
     return QStringLiteral("0x") + QString::fromLatin1(bytes.toHex().toUpper());
 }
 
-QString doubleText(double value)
+QString SourceDoubleText(double value)
 {
     return QString::number(value, 'g', 15);
+}
+
+namespace {
+
+QString blobText(const QByteArray& bytes)
+{
+    return SourceBlobText(bytes);
+}
+
+QString doubleText(double value)
+{
+    return SourceDoubleText(value);
+}
+
+bool isAscii(const char* data, std::size_t size)
+{
+    for (std::size_t i = 0; i < size; ++i) {
+        if (static_cast<unsigned char>(data[i]) >= 0x80)
+            return false;
+    }
+    return true;
 }
 
 QString variantText(const QVariant& value)
@@ -161,6 +180,33 @@ public:
         }
     }
 
+    // SQLite lets a handle move between threads as long as one uses it at a time, and the
+    // import leaves it alone while the rows are read.
+    bool movable() const override { return true; }
+
+    void utf8(int index, std::string& out) const override
+    {
+        switch (sqlite3_column_type(m_stmt, index)) {
+        case SQLITE_NULL:
+            out.clear();
+            return;
+        case SQLITE_TEXT: {
+            const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(m_stmt, index));
+            const auto size = std::size_t(sqlite3_column_bytes(m_stmt, index));
+            // Anything but plain ASCII goes the way text() does, so that bytes that are not
+            // UTF-8 come out as the same replacement characters.
+            if (isAscii(data, size)) {
+                out.assign(data, size);
+                return;
+            }
+            break;
+        }
+        default:
+            break;
+        }
+        SourceRows::utf8(index, out);
+    }
+
 private:
     bool step()
     {
@@ -183,6 +229,12 @@ private:
 };
 
 } // namespace
+
+void SourceRows::utf8(int index, std::string& out) const
+{
+    const QByteArray bytes = text(index).toUtf8();
+    out.assign(bytes.constData(), std::size_t(bytes.size()));
+}
 
 std::unique_ptr<SourceRows> SourceRows::open(const QSqlDatabase& db, const QString& sql)
 {

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <memory>
+#include <string>
 
 class QSqlDatabase;
 
@@ -26,7 +27,17 @@ public:
     virtual QString text(int index) const = 0;
     // The number of rows when the driver knew it as soon as the statement ran, else -1.
     virtual qint64 knownCount() const { return -1; }
+    // The same text as UTF-8, into out (whose capacity is reused): the form a Group keeps,
+    // so a value that is only copied need not be converted twice.
+    virtual void utf8(int index, std::string& out) const;
+    // Whether another thread may read the rows while this one does other work on other
+    // connections. Qt SQL connections belong to the thread that opened them.
+    virtual bool movable() const { return false; }
 };
+
+// The text of a double and of a blob, as every route gives them.
+QString SourceDoubleText(double value);
+QString SourceBlobText(const QByteArray& bytes);
 
 // A failure reported by the data source, in "<number> - <description>" form.
 struct SourceFailure

@@ -184,6 +184,10 @@ private slots:
         for (const QStringList& c : cases) {
             add(store, {c[0] + '=' + c[1]});
             QCOMPARE(store.getField(c[0]), c[2]);
+            // The same value handed over as UTF-8 is cut alike.
+            std::string utf8 = c[1].toStdString();
+            store.setFieldUtf8(store.fieldIndex(c[0]), utf8);
+            QCOMPARE(store.getField(c[0]), c[2]);
             stored << c[2];
         }
         // Seven records set: six written in two full batches, the seventh still current.

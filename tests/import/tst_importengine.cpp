@@ -511,6 +511,126 @@ private slots:
         QCOMPARE(emails.last(), QString("p%1@x.org").arg(emails.size()));
     }
 
+    // Replacing updates the record a find gives: the first whose address is equal without
+    // regard to ASCII case. The duplicate list's record numbers must agree with it.
+    void replaceUpdatesTheRecordAFindGives_data()
+    {
+        QTest::addColumn<QStringList>("group");
+        QTest::addColumn<QStringList>("expected"); // EmailAddress|City afterwards
+        QTest::newRow("first of two in other case")
+            << QStringList{"Kate@x.org", "KATE@x.org"}
+            << QStringList{"kate@x.org|C", "KATE@x.org|OldCity"};
+        // The Kelvin sign lower-cases to k, but no find matches it with an ASCII k.
+        QTest::newRow("Kelvin sign before the ASCII one")
+            << QStringList{QString::fromUtf8("\u212Aate@x.org"), "kate@X.org"}
+            << QStringList{QString::fromUtf8("\u212Aate@x.org|OldCity"), "kate@x.org|C"};
+    }
+
+    void replaceUpdatesTheRecordAFindGives()
+    {
+        QFETCH(QStringList, group);
+        QFETCH(QStringList, expected);
+        ImportChoices choices = prepare({row("kate@x.org")}, group);
+        choices.ReplaceExisting = true;
+        QVERIFY(run(choices));
+        QCOMPARE(m_totals, QString("1,0,1,0"));
+        QCOMPARE(groupRows("EmailAddress,City"), expected);
+    }
+
+    // A big PostgreSQL read goes through the server's COPY: every type it takes must come
+    // out as the driver gives it, which a small read of the same rows shows.
+    void postgresCopyMatchesTheDriver()
+    {
+        PgTestServer server;
+        DBIMPORT_REQUIRE_PG(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        PgTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString failed = database.run(
+            {"CREATE TABLE t (id serial PRIMARY KEY, email text, name varchar(20), code "
+             "char(4), n int8, f float4, d float8, m numeric(12,3), b boolean, day date, "
+             "at time, seen timestamp, photo bytea)",
+             QString::fromUtf8(
+                 "INSERT INTO t (email, name, code, n, f, d, m, b, day, at, seen, photo) VALUES "
+                 "('a@x.org', E'tab\\there', 'ab', -9000000000, 1.1, 0.1, 12.500, true, "
+                 "'2024-02-29', '13:45:10.25', '2024-01-01 00:00:00', '\\x414243'), "
+                 "('b@x.org', E'line\\nbreak\\\\', 'Zoë', 0, -0.5, 1e20, -3, false, "
+                 "'0099-12-31', '00:00:00', '2024-01-01 00:00:00.5', '\\x00ff'), "
+                 "('c@x.org', NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, "
+                 "'1999-12-31 23:59:59.999999', '')"),
+             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 10000) "
+             "i"});
+        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        const QString columns = "EmailAddress,FirstName,Zip,Address1,Address2,City,State,"
+                                "Country,Company,JobTitle,WEB,Telephone";
+        ImportChoices choices;
+        choices.ConnectionString = server.driverString(database.name());
+        choices.FilterMethod = 1;
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=email", "FirstName=name", "Zip=code", "Address1=n",
+                      "Address2=f", "City=d", "State=m", "Country=b", "Company=day", "JobTitle=at",
+                      "Web=seen", "Telephone=photo"});
+        QStringList routes[2];
+        for (int big = 0; big < 2; ++big) {
+            QFile::remove(m_folder->filePath("G.gdb"));
+            createGroup();
+            choices.AdvancedSQLString =
+                QString("SELECT * FROM t WHERE id <= %1 ORDER BY id").arg(big ? 20000 : 3);
+            bool copying = false;
+            m_view->onShow = [&](const QString& kind, const QString&) {
+                if (kind == "yield")
+                    copying = copying ||
+                              database.column("SELECT count(*) FROM pg_stat_activity WHERE "
+                                              "application_name = 'dbimport'") == QStringList{"1"};
+            };
+            QVERIFY(run(choices));
+            QCOMPARE(copying, big == 1);
+            routes[big] = groupRows(columns, "quote(%1)").mid(0, 3);
+        }
+        QCOMPARE(routes[1], routes[0]);
+        QCOMPARE(routes[0].size(), 3);
+    }
+
+    // A big source is read ahead on a helper thread: a read that fails part-way still
+    // stops the run right there, with every record before it in the Group, in order.
+    void sourceFailingWhileReadAhead_data()
+    {
+        QTest::addColumn<int>("failingRow");
+        QTest::newRow("in an early batch") << 700;
+        QTest::newRow("near the end") << 29990;
+    }
+
+    void sourceFailingWhileReadAhead()
+    {
+        QFETCH(int, failingRow);
+        const QString source = m_folder->filePath("big.db");
+        build(source, {"CREATE TABLE People AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
+                       "SELECT i + 1 FROM n WHERE i < 30000) SELECT 'p' || i || '@x.org' AS "
+                       "Email, i AS Id FROM n"});
+        createGroup();
+        ImportChoices choices;
+        choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
+        choices.FilterMethod = 1;
+        // json() refuses an address: the statement fails on that row, not before.
+        choices.AdvancedSQLString =
+            QString("SELECT Id, CASE WHEN Id < %1 THEN Email ELSE json(Email) END AS Email "
+                    "FROM People")
+                .arg(failingRow);
+        choices.VTGroup = "G";
+        map(choices, {"EMailAddress=Email", "Zip=Id"});
+        QVERIFY(!run(choices));
+        QVERIFY2(m_error.contains("malformed JSON"), qPrintable(m_error));
+        QCOMPARE(m_totals, QString("%1,%1,0,0").arg(failingRow - 1));
+        QCOMPARE(logLines().last(), QString("#   Import failed"));
+        const QStringList rows = groupRows("Zip,EmailAddress", "%1");
+        QCOMPARE(rows.size(), failingRow - 1);
+        for (int i = 1; i < failingRow; ++i) {
+            if (rows.at(i - 1) != QString("%1|p%1@x.org").arg(i))
+                QFAIL(qPrintable("row " + QString::number(i) + ": " + rows.at(i - 1)));
+        }
+    }
+
     // Nothing a saved statement, table name or rule value holds changes a PostgreSQL source:
     // a second statement is refused before it is sent, and the server itself runs the one
     // statement read-only, so that a function that writes and a sequence fail too.
