@@ -1,84 +1,18 @@
 #include "datasource/forms/frmConnectionBuilder.h"
 
 #include "datarow.h"
-#include "mariadbtestserver.h"
+#include "formhelpers.h"
 #include "odbcenvironment.h"
-#include "pgtestserver.h"
 #include "sqlitefixture.h"
-#include "tempfolder.h"
+#include "testsource.h"
 
 #include "util/scriptedmessageboxes.h"
 
-#include <QApplication>
-#include <QComboBox>
 #include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTcpServer>
-#include <QTest>
-
-#include <memory>
-
-namespace {
-
-template <class T> T* control(const QWidget* form, const char* name)
-{
-    T* widget = form->findChild<T*>(QString::fromLatin1(name));
-    if (!widget)
-        qFatal("the builder has no %s", name);
-    return widget;
-}
-
-QStringList items(const QComboBox* combo)
-{
-    QStringList texts;
-    for (int i = 0; i < combo->count(); ++i)
-        texts << combo->itemText(i);
-    return texts;
-}
-
-// The connection string of a source with two tables, one with a blank in its name, for a
-// source name of the test table; empty to skip. keep holds the server's database.
-QString sourceString(const QString& source, const TempFolder& folder, QString& skip,
-                     std::shared_ptr<void>& keep)
-{
-    const QStringList tables = {"CREATE TABLE a (x int)", "CREATE TABLE \"b c\" (y int)"};
-    if (source == "sqlite") {
-        const QString file = folder.filePath("two.db");
-        BuildSqliteDatabase(file, tables);
-        return "Provider=SQLite;Data Source=" + file;
-    }
-    if (source == "postgresql") {
-        PgTestServer server;
-        if (!PgTestServer::fromEnvironment(server, skip))
-            return {};
-        skip.clear();
-        auto db = std::make_shared<PgTestDatabase>(server);
-        keep = db;
-        return db->run(tables).isEmpty() ? "Provider=MSDASQL;" + server.driverString(db->name())
-                                         : QString();
-    }
-    MariaDbTestServer server;
-    if (!MariaDbTestServer::fromEnvironment(server, skip))
-        return {};
-    skip.clear();
-    if (source == "mariadb") {
-        auto db = std::make_shared<MariaDbTestDatabase>(server);
-        keep = db;
-        return db->run(QStringList("SET sql_mode = 'ANSI_QUOTES'") + tables).isEmpty()
-                   ? "Provider=MSDASQL;" + server.driverString(db->name())
-                   : QString();
-    }
-    // A port nobody listens on: the one a server just gave up.
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost);
-    server.port = probe.serverPort();
-    probe.close();
-    return "Provider=MSDASQL;" + server.driverString();
-}
-
-} // namespace
 
 class tst_frmConnectionBuilder : public QObject
 {
@@ -111,8 +45,7 @@ void tst_frmConnectionBuilder::cleanup()
 {
     m_boxes.clear();
     frmConnectionBuilder::setFileChooser(nullptr);
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+    verifyNothingOpen();
 }
 
 // The lists offer what unixODBC knows, each name once, and nothing of the machine's own
@@ -176,12 +109,17 @@ void tst_frmConnectionBuilder::testConnection()
 {
     QFETCH(QString, source);
     QFETCH(QString, report);
-    QString skip;
-    std::shared_ptr<void> keep;
-    const QString conString = sourceString(source, m_folder, skip, keep);
-    if (!skip.isEmpty() && conString.isEmpty())
-        QSKIP(qPrintable(skip));
-    QVERIFY(!conString.isEmpty());
+    // Two tables, one with a blank in its name; "closed": a port nobody listens on, the one
+    // a server just gave up.
+    OPEN_TEST_SOURCE(open, source == "closed" ? "mariadb" : source,
+                     QStringList({"CREATE TABLE a (x int)", "CREATE TABLE \"b c\" (y int)"}));
+    QString conString = open.conString;
+    if (source == "closed") {
+        QTcpServer probe;
+        probe.listen(QHostAddress::LocalHost);
+        conString.replace(QRegularExpression("Port=\\d+"),
+                          "Port=" + QString::number(probe.serverPort()));
+    }
     frmConnectionBuilder builder;
     QString message;
     QVERIFY2(builder.setConnectionString(conString, message), qPrintable(message));
