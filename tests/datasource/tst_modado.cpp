@@ -88,13 +88,18 @@ private slots:
              "Name,Balance,Joined,Active", "Text,Number,Date,Boolean"},
             {"SELECT COUNT(*) AS N FROM Customers", "N", "Number"},
             {"SELECT Email FROM Customers WHERE 1 = 0", "Email", "Text"}};
+        QStringList gotNames, gotTypes;
         for (const auto& [from, names, types, pgNames] : fieldCases) {
-            QStringList gotNames, gotTypes;
             QVERIFY2(GetFields(conString, from, gotNames, gotTypes, message), qPrintable(message));
             QCOMPARE(gotNames.join(','),
                      pg ? (pgNames.isEmpty() ? names.toLower() : pgNames) : names);
             QCOMPARE(gotTypes.join(','), types);
         }
+
+        // A statement that would write is refused before the source sees it.
+        QVERIFY(!GetFields(conString, "SELECT * FROM Customers; DELETE FROM Customers", gotNames,
+                           gotTypes, message));
+        QVERIFY2(message.contains("second statement"), qPrintable(message));
 
         // Names are quoted as the source expects: brackets unless the driver says otherwise.
         QCOMPARE(IdentifierQuote(conString), QString(pg ? "\"" : ""));
