@@ -46,7 +46,8 @@ private slots:
         QCOMPARE(groups.size(), 5);
     }
 
-    // Creating never touches a file that exists; it tells why it did not create.
+    // Creating never touches a file that exists (the wizard's Group dialog shows that
+    // refusal); a folder that is not there is told.
     void create()
     {
         m_folder->writeFile("Sales.gdb", "keep me");
@@ -54,15 +55,12 @@ private slots:
         QVERIFY(GroupStore::checkFile(m_folder->filePath("New Group.gdb")));
         QVERIFY(!CreateGroup("Sales", m_folder->hostPath()));
         QCOMPARE(m_folder->readFile("Sales.gdb"), QByteArray("keep me"));
+        m_boxes.clear();
         QVERIFY(!CreateGroup("Lost", m_folder->hostPath() + "missing\\"));
         QCOMPARE(LoadVTGroups().size(), 2);
-        QCOMPARE(m_boxes.shown().size(), 2);
-        QCOMPARE(m_boxes.shown()[0].icon, MessageBoxes::Icon::Information);
-        QCOMPARE(m_boxes.texts()[0], QString("A Group by the name: Sales\r\nalready exists.\r\n\r\n"
-                                             "Click OK to choose a new name"));
-        QCOMPARE(m_boxes.shown()[1].icon, MessageBoxes::Icon::Critical);
-        QVERIFY2(m_boxes.texts()[1].startsWith("CreateGroupError: 76 - "),
-                 qPrintable(m_boxes.texts()[1]));
+        QCOMPARE(m_boxes.shown().value(0).icon, MessageBoxes::Icon::Critical);
+        QVERIFY2(m_boxes.texts().join('|').startsWith("CreateGroupError: 76 - "),
+                 qPrintable(m_boxes.texts().join('|')));
         m_boxes.clear();
     }
 

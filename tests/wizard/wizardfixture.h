@@ -3,6 +3,7 @@
 // What the wizard's tests share: a private data folder, settings file and message boxes, a
 // real SQLite contacts database, and helpers to reach, press and wait for the form's controls.
 
+#include "formhelpers.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -14,16 +15,11 @@
 #include "wizard/frmDBImport.h"
 
 #include <QAbstractButton>
-#include <QApplication>
-#include <QComboBox>
 #include <QDir>
 #include <QFile>
 #include <QLabel>
 #include <QStackedWidget>
 #include <QTest>
-#include <QTimer>
-
-#include <functional>
 
 namespace wizardtest {
 
@@ -119,20 +115,6 @@ inline ImportChoices contactsChoices(const QString& connection, const QString& g
     return choices;
 }
 
-inline void verifyNothingOpen()
-{
-    for (QWidget* widget : QApplication::topLevelWidgets())
-        QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
-}
-
-template <class T> T* control(const QWidget* form, const char* name)
-{
-    T* widget = form->findChild<T*>(QString::fromLatin1(name));
-    if (!widget)
-        qFatal("the form has no %s named %s", T::staticMetaObject.className(), name);
-    return widget;
-}
-
 inline QComboBox* combo(const QWidget* form, const char* name)
 {
     return control<QComboBox>(form, name);
@@ -161,19 +143,6 @@ inline void click(const QWidget* form, const char* name)
 inline QString text(const QWidget* form, const char* label)
 {
     return control<QLabel>(form, label)->text();
-}
-
-// Runs action on the modal window named objectName that the caller opens next.
-inline void whenModal(const QString& objectName, std::function<void(QWidget*)> action)
-{
-    QTimer::singleShot(0, qApp, [=] {
-        QWidget* modal = QApplication::activeModalWidget();
-        if (modal && modal->objectName() == objectName)
-            return action(modal);
-        if (modal) // whatever else is open would keep the test waiting for ever
-            modal->close();
-        QTest::qFail(qPrintable(objectName + " did not open"), __FILE__, __LINE__);
-    });
 }
 
 // Presses Next until the wizard shows step; false when a step refused.

@@ -1,30 +1,15 @@
 #include "datasource/forms/frmExamineDSN.h"
 
 #include "datarow.h"
-#include "mariadbtestserver.h"
+#include "formhelpers.h"
 #include "odbcenvironment.h"
-#include "pgtestserver.h"
-#include "sqlitefixture.h"
-#include "tempfolder.h"
+#include "testsource.h"
 
 #include "util/scriptedmessageboxes.h"
 
-#include <QApplication>
-#include <QComboBox>
-#include <QTest>
 #include <QTreeWidget>
 
-#include <memory>
-
 namespace {
-
-QStringList items(const QComboBox* combo)
-{
-    QStringList texts;
-    for (int i = 0; i < combo->count(); ++i)
-        texts << combo->itemText(i);
-    return texts;
-}
 
 QStringList fields(const QTreeWidget* list)
 {
@@ -65,42 +50,20 @@ void tst_frmExamineDSN::examinesEachSource()
 {
     QFETCH(QString, source);
     QFETCH(QString, customerFields);
-    TempFolder folder;
-    const QStringList statements = {
-        "CREATE TABLE Customers (ID integer, Name varchar(40), Joined date)",
-        "CREATE TABLE \"Order Lines\" (\"Line No\" integer, \"Item\" varchar(20))"};
-    QString conString;
-    std::unique_ptr<PgTestDatabase> pg;
-    std::unique_ptr<MariaDbTestDatabase> maria;
-    if (source == "sqlite") {
-        const QString file = folder.filePath("shop.db");
-        QCOMPARE(BuildSqliteDatabase(file, statements), QString());
-        conString = "Provider=SQLite;Data Source=" + file;
-    } else if (source == "postgresql") {
-        PgTestServer server;
-        DBIMPORT_REQUIRE_PG(server);
-        pg = std::make_unique<PgTestDatabase>(server);
-        QCOMPARE(pg->run(statements), QString());
-        conString = server.driverString(pg->name());
-    } else {
-        MariaDbTestServer server;
-        DBIMPORT_REQUIRE_MARIADB(server);
-        maria = std::make_unique<MariaDbTestDatabase>(server);
-        QCOMPARE(maria->run(QStringList("SET sql_mode = 'ANSI_QUOTES'") + statements), QString());
-        conString = "Provider=MSDASQL;" + server.driverString(maria->name());
-    }
-
+    OPEN_TEST_SOURCE(
+        shop, source,
+        QStringList({"CREATE TABLE Customers (ID integer, Name varchar(40), Joined date)",
+                     "CREATE TABLE \"Order Lines\" (\"Line No\" integer, \"Item\" "
+                     "varchar(20))"}));
     ScriptedMessageBoxes boxes;
     MessageBoxesGuard guard(&boxes);
     frmExamineDSN dialog;
-    dialog.AddConnection("Gone", "Provider=SQLite;Data Source=" + folder.filePath("gone.db"),
-                         false);
-    dialog.AddConnection("Shop", conString, true);
+    dialog.AddConnection("Gone", "Provider=SQLite;Data Source=" + shop.file() + ".gone", false);
+    dialog.AddConnection("Shop", shop.conString, true);
     dialog.show();
-    auto* tables = dialog.findChild<QComboBox*>("icmbTables");
-    auto* fieldList = dialog.findChild<QTreeWidget*>("lstFields");
-    auto* connections = dialog.findChild<QComboBox*>("icmbConnections");
-    QVERIFY(tables && fieldList && connections);
+    auto* tables = control<QComboBox>(&dialog, "icmbTables");
+    auto* fieldList = control<QTreeWidget>(&dialog, "lstFields");
+    auto* connections = control<QComboBox>(&dialog, "icmbConnections");
     QCOMPARE(boxes.texts(), QStringList());
     // In the order the source lists them; PostgreSQL folds unquoted names to lower case.
     QStringList listed = items(tables);

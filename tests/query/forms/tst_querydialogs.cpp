@@ -6,24 +6,16 @@
 #include "util/scriptedmessageboxes.h"
 
 #include "datarow.h"
+#include "formhelpers.h"
 #include "odbcenvironment.h"
-#include "pgtestserver.h"
-#include "sqlitefixture.h"
-#include "tempfolder.h"
+#include "testsource.h"
 
 #include <QAbstractItemModel>
-#include <QApplication>
-#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QTableView>
-#include <QTest>
-#include <QTimer>
-
-#include <functional>
-#include <memory>
 
 namespace {
 
@@ -31,74 +23,9 @@ const QStringList kPeople = {"CREATE TABLE People (name TEXT, town TEXT, age INT
                              "INSERT INTO People VALUES ('Ann', 'Leeds', 25), ('Bob', 'York', 41), "
                              "('SELECT', 'Leeds', 37), ('Cy', 'Hull', 30)"};
 
-// A source holding People, reached as the row says: "qsqlite" (Qt's driver, read-only
-// file), "sqlite-odbc" (a driver that takes writes, so only the rollback guards the file)
-// or "postgres". Skips when the PostgreSQL test server is missing.
-class Source
+QString table(const QString& kind)
 {
-public:
-    explicit Source(const QString& kind) : m_kind(kind)
-    {
-        if (kind == "postgres") {
-            PgTestServer server;
-            QString why;
-            if (!PgTestServer::fromEnvironment(server, why)) {
-                m_skip = why;
-                return;
-            }
-            m_pg = std::make_unique<PgTestDatabase>(server);
-            m_error = m_pg->error().isEmpty() ? m_pg->run(kPeople) : m_pg->error();
-            conString = server.driverString(m_pg->name());
-            return;
-        }
-        m_error = BuildSqliteDatabase(m_folder.filePath("people.db"), kPeople);
-        conString = kind == "sqlite-odbc"
-                        ? OdbcEnvironment::sqliteDriverString(m_folder.filePath("people.db"))
-                        : "Provider=SQLite;Data Source=" + m_folder.filePath("people.db");
-    }
-    QString skipReason() const { return m_skip; }
-    QString error() const { return m_error; }
-    QString table() const { return m_kind == "postgres" ? "people" : "People"; }
-    QStringList column(const QString& query) const
-    {
-        return m_pg ? m_pg->column(query) : SqliteColumn(m_folder.filePath("people.db"), query);
-    }
-
-    QString conString;
-
-private:
-    QString m_kind;
-    QString m_skip;
-    QString m_error;
-    TempFolder m_folder;
-    std::unique_ptr<PgTestDatabase> m_pg;
-};
-
-#define OPEN_SOURCE(name, kind)                                                                    \
-    Source name(kind);                                                                             \
-    if (!name.skipReason().isEmpty())                                                              \
-        QSKIP(qPrintable(name.skipReason()));                                                      \
-    QVERIFY2(name.error().isEmpty(), qPrintable(name.error()))
-
-template <class T> T* child(const QWidget* form, const char* name)
-{
-    T* widget = form->findChild<T*>(QString::fromLatin1(name));
-    if (!widget)
-        qFatal("no %s named %s", T::staticMetaObject.className(), name);
-    return widget;
-}
-
-// Runs action on the modal dialog the caller opens next.
-void whenModal(const QString& objectName, std::function<void(QWidget*)> action)
-{
-    QTimer::singleShot(0, qApp, [=] {
-        QWidget* modal = QApplication::activeModalWidget();
-        if (modal && modal->objectName() == objectName)
-            return action(modal);
-        if (modal)
-            modal->close();
-        QTest::qFail(qPrintable(objectName + " did not open"), __FILE__, __LINE__);
-    });
+    return kind == "postgresql" ? "people" : "People";
 }
 
 // Fills the open rule editor: joiner (empty: leave it), field, operator, value; then OK.
@@ -106,11 +33,11 @@ void fillRule(QWidget* editor, const QString& joiner, const QString& field, cons
               const QString& value)
 {
     if (!joiner.isEmpty())
-        child<QComboBox>(editor, "cmbLogicalOp")->setCurrentText(joiner);
-    child<QComboBox>(editor, "cmbFields")->setCurrentText(field);
-    child<QComboBox>(editor, "cmbOperand")->setCurrentText(op);
-    child<QLineEdit>(editor, "txtValue")->setText(value);
-    QTest::mouseClick(child<QPushButton>(editor, "cmdOK"), Qt::LeftButton);
+        control<QComboBox>(editor, "cmbLogicalOp")->setCurrentText(joiner);
+    control<QComboBox>(editor, "cmbFields")->setCurrentText(field);
+    control<QComboBox>(editor, "cmbOperand")->setCurrentText(op);
+    control<QLineEdit>(editor, "txtValue")->setText(value);
+    QTest::mouseClick(control<QPushButton>(editor, "cmdOK"), Qt::LeftButton);
     if (editor->isVisible()) // refused: the test sees it in the rule list
         editor->close();
 }
@@ -146,16 +73,15 @@ private slots:
 
     void cleanup()
     {
-        for (QWidget* widget : QApplication::topLevelWidgets())
-            QVERIFY2(!widget->isVisible(), qPrintable(widget->objectName() + " left open"));
+        verifyNothingOpen();
         m_boxes.clear();
     }
 
     void sources_data()
     {
         QTest::addColumn<QString>("kind");
-        DataRow("sqlite", "qsqlite");
-        DataRow("postgres", "postgres");
+        DataRow("sqlite", "sqlite");
+        DataRow("postgresql", "postgresql");
     }
 
     // A rule is tried bare, then quoted; a value refused both ways is left as typed.
@@ -167,16 +93,16 @@ private slots:
         QTest::addColumn<QString>("outcome"); // the accepted value, or the message shown
         const QString syntax = "The syntax is not correct, ensure the Value specified matches "
                                "the type of data contained in the field.";
-        for (const char* kind : {"qsqlite", "postgres"}) {
+        for (const char* kind : {"sqlite", "postgresql"}) {
             const QByteArray k(kind);
             DataRow(k + " number bare", kind, "Age", "30", "30");
             DataRow(k + " text quoted", kind, "Town", "Leeds", "'Leeds'");
             DataRow(k + " own quotes kept", kind, "Town", "'Leeds'", "'Leeds'");
             DataRow(k + " blanks are a value", kind, "Town", "  ", "'  '");
         }
-        DataRow("qsqlite fails both", "qsqlite", "Town", "O'Brien", syntax);
-        DataRow("postgres fails both", "postgres", "Age", "abc", syntax);
-        DataRow("qsqlite empty value", "qsqlite", "Town", "",
+        DataRow("qsqlite fails both", "sqlite", "Town", "O'Brien", syntax);
+        DataRow("postgres fails both", "postgresql", "Age", "abc", syntax);
+        DataRow("qsqlite empty value", "sqlite", "Town", "",
                 "critical: A field, operand and value must be selected.");
     }
 
@@ -186,14 +112,13 @@ private slots:
         QFETCH(QString, field);
         QFETCH(QString, value);
         QFETCH(QString, outcome);
-        OPEN_SOURCE(source, kind);
+        OPEN_TEST_SOURCE(source, kind, kPeople);
         frmImportFilters editor;
         editor.PopulateCombos({"Name", "Town", "Age"}, {"Text", "Text", "Number"});
         editor.DSNString = source.conString;
-        editor.TableName = source.table();
+        editor.TableName = table(kind);
         editor.FirstOne = true;
         editor.show();
-        QVERIFY(!child<QComboBox>(&editor, "cmbLogicalOp")->isVisible());
         fillRule(&editor, QString(), field, "is Greater Than", value);
         const bool accepted = !editor.Cancelled();
         QCOMPARE(accepted, m_boxes.shown().isEmpty());
@@ -204,33 +129,49 @@ private slots:
             const auto& box = m_boxes.shown().first();
             QCOMPARE(box.icon == MessageBoxes::Icon::Critical ? "critical: " + box.text : box.text,
                      outcome);
-            QCOMPARE(child<QLineEdit>(&editor, "txtValue")->text(), value);
+            QCOMPARE(control<QLineEdit>(&editor, "txtValue")->text(), value);
         }
     }
 
-    // Add, a refused duplicate, the other joiner, Remove of the first rule, on each source.
+    // View with no rules shows the whole table; then add, a refused duplicate, the other
+    // joiner, Remove of the first rule, on each source.
     void builderRules_data() { sources_data(); }
     void builderRules()
     {
         QFETCH(QString, kind);
-        OPEN_SOURCE(source, kind);
+        OPEN_TEST_SOURCE(source, kind, kPeople);
         CRules rules;
         frmQueryBuilder builder;
         builder.DSNString = source.conString;
-        builder.TableName = source.table();
+        builder.TableName = table(kind);
         builder.setRules(&rules);
         builder.show();
-        auto* list = child<QListWidget>(&builder, "lstFilters");
+        QStringList viewed;
+        whenModal("frmViewResults", [&](QWidget* viewer) {
+            auto* label = control<QLabel>(viewer, "lblResults");
+            QTRY_VERIFY(label->text().contains("Returned"));
+            const QAbstractItemModel* model = control<QTableView>(viewer, "vsfgrdResults")->model();
+            viewed << label->text();
+            for (int row = 0; row < model->rowCount(); ++row)
+                viewed << model->data(model->index(row, 0)).toString();
+            viewer->close();
+        });
+        QTest::mouseClick(control<QPushButton>(&builder, "cmdView"), Qt::LeftButton);
+        QCOMPARE(viewed, (QStringList{"4 Records Returned ...", "Ann", "Bob", "SELECT", "Cy"}));
+        auto* list = control<QListWidget>(&builder, "lstFilters");
         auto add = [&](const QString& joiner, const QString& field, const QString& op,
                        const QString& value) {
-            whenModal("frmImportFilters", [=](QWidget* editor) {
-                // The first rule's joiner is hidden; later ones offer "And" first.
-                const auto* logicalOp = child<QComboBox>(editor, "cmbLogicalOp");
-                QCOMPARE(logicalOp->isVisible(), list->count() > 0);
-                QCOMPARE(logicalOp->currentText(), "And");
+            // The first rule's joiner is hidden; later ones offer "And" first.
+            QString offered;
+            whenModal("frmImportFilters", [=, &offered](QWidget* editor) {
+                const auto* logicalOp = control<QComboBox>(editor, "cmbLogicalOp");
+                offered =
+                    (logicalOp->isVisible() ? "shown " : "hidden ") + logicalOp->currentText();
                 fillRule(editor, joiner, field, op, value);
             });
-            QTest::mouseClick(child<QPushButton>(&builder, "cmdAddFilter"), Qt::LeftButton);
+            const bool first = list->count() == 0;
+            QTest::mouseClick(control<QPushButton>(&builder, "cmdAddFilter"), Qt::LeftButton);
+            QCOMPARE(offered, first ? "hidden And" : "shown And");
         };
         // Lower case names read the same on both sources.
         add("", "town", "Equals", "Leeds");
@@ -251,21 +192,23 @@ private slots:
         QTest::keyClick(list, Qt::Key_Delete);
         QCOMPARE(ruleTexts(rules), (QStringList{"Or|age|>|30", "Or|town|=|'Leeds'"}));
         QCOMPARE(lines(list), (QStringList{"age is Greater Than 30", "town Equals 'Leeds'"}));
-        const QString sql = BuildSelectSQL(source.table(), rules);
-        QCOMPARE(sql, "select * from " + source.table() + " WHERE age > 30 Or town = 'Leeds'");
+        const QString sql = BuildSelectSQL(table(kind), rules);
+        QCOMPARE(sql, "select * from " + table(kind) + " WHERE age > 30 Or town = 'Leeds'");
         QCOMPARE(source.column(QString(sql).replace("*", "name") + " ORDER BY name"),
                  (QStringList{"Ann", "Bob", "SELECT"}));
 
         // A double-click modifies the rule in place, under the key it was added with: its
         // old values are still refused, its new ones are not.
-        whenModal("frmImportFilters", [](QWidget* editor) {
-            QCOMPARE(child<QComboBox>(editor, "cmbLogicalOp")->currentText(), "Or");
-            QCOMPARE(child<QLineEdit>(editor, "txtValue")->text(), "'Leeds'");
+        QString opened;
+        whenModal("frmImportFilters", [&opened](QWidget* editor) {
+            opened = control<QComboBox>(editor, "cmbLogicalOp")->currentText() + ' ' +
+                     control<QLineEdit>(editor, "txtValue")->text();
             fillRule(editor, QString(), "town", "Equals", "York");
         });
         const QRect second = list->visualItemRect(list->item(1));
         QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, second.center());
         QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, second.center());
+        QCOMPARE(opened, "Or 'Leeds'");
         QCOMPARE(lines(list), (QStringList{"age is Greater Than 30", "town Equals 'York'"}));
         m_boxes.clear();
         add("Or", "town", "Equals", "'Leeds'");
@@ -277,38 +220,12 @@ private slots:
 
         m_boxes.clear();
         list->clearSelection();
-        QTest::mouseClick(child<QPushButton>(&builder, "cmdRemoveFilter"), Qt::LeftButton);
-        QTest::mouseClick(child<QPushButton>(&builder, "cmdModifyFilter"), Qt::LeftButton);
+        QTest::mouseClick(control<QPushButton>(&builder, "cmdRemoveFilter"), Qt::LeftButton);
+        QTest::mouseClick(control<QPushButton>(&builder, "cmdModifyFilter"), Qt::LeftButton);
         QCOMPARE(m_boxes.texts(),
                  (QStringList{"A filter must be selected from the list in order to remove it.",
                               "Select a rule to Edit."}));
         QCOMPARE(rules.Count(), 3);
-        builder.close();
-    }
-
-    // View with no rules shows the whole table.
-    void viewWithoutRules_data() { sources_data(); }
-    void viewWithoutRules()
-    {
-        QFETCH(QString, kind);
-        OPEN_SOURCE(source, kind);
-        frmQueryBuilder builder;
-        builder.DSNString = source.conString;
-        builder.TableName = source.table();
-        builder.show();
-        QString label;
-        QStringList names;
-        whenModal("frmViewResults", [&](QWidget* viewer) {
-            QTRY_VERIFY(child<QLabel>(viewer, "lblResults")->text().contains("Returned"));
-            label = child<QLabel>(viewer, "lblResults")->text();
-            const QAbstractItemModel* model = child<QTableView>(viewer, "vsfgrdResults")->model();
-            for (int row = 0; row < model->rowCount(); ++row)
-                names << model->data(model->index(row, 0)).toString();
-            viewer->close();
-        });
-        QTest::mouseClick(child<QPushButton>(&builder, "cmdView"), Qt::LeftButton);
-        QCOMPARE(label, "4 Records Returned ...");
-        QCOMPARE(names, (QStringList{"Ann", "Bob", "SELECT", "Cy"}));
         builder.close();
     }
 
@@ -322,15 +239,15 @@ private slots:
         const QString hiddenDelete = "delete from People where Name = 'SELECT'";
         DataRow("no SELECT word, nothing sent", "unreachable", "delete from People",
                 "The SQL must be a valid SELECT statement.", 0);
-        DataRow("lower case select", "qsqlite", "select Name, Age from People where Age > 26",
+        DataRow("lower case select", "sqlite", "select Name, Age from People where Age > 26",
                 "3 Records Returned ...", 2);
-        DataRow("empty result", "qsqlite", "select * from People where 1 = 0",
+        DataRow("empty result", "sqlite", "select * from People where 1 = 0",
                 "0 Records Returned ...", 3);
-        DataRow("postgres empty result", "postgres", "select * from people where 1 = 0",
+        DataRow("postgres empty result", "postgresql", "select * from people where 1 = 0",
                 "0 Records Returned ...", 3);
-        DataRow("hidden delete refused", "qsqlite", hiddenDelete, "3000 - ", 0);
-        DataRow("postgres hidden delete refused", "postgres", hiddenDelete, "3000 - ", 0);
-        DataRow("source error", "postgres", "select * from Nowhere", "1 - ", 0);
+        DataRow("hidden delete refused", "sqlite", hiddenDelete, "3000 - ", 0);
+        DataRow("postgres hidden delete refused", "postgresql", hiddenDelete, "3000 - ", 0);
+        DataRow("source error", "postgresql", "select * from Nowhere", "1 - ", 0);
     }
 
     void viewer()
@@ -339,7 +256,7 @@ private slots:
         QFETCH(QString, sql);
         QFETCH(QString, outcome);
         QFETCH(int, columns);
-        OPEN_SOURCE(source, kind == "unreachable" ? "qsqlite" : kind);
+        OPEN_TEST_SOURCE(source, kind == "unreachable" ? "sqlite" : kind, kPeople);
         frmViewResults viewer;
         viewer.DSNString = kind == "unreachable" ? "Provider=SQLite;Data Source=/nonexistent/x.db"
                                                  : source.conString;
@@ -347,12 +264,13 @@ private slots:
         QString error;
         if (viewer.RunQuery(error)) {
             viewer.show();
-            QTRY_COMPARE(child<QLabel>(&viewer, "lblResults")->text(), outcome);
-            QCOMPARE(child<QTableView>(&viewer, "vsfgrdResults")->model()->columnCount(), columns);
+            QTRY_COMPARE(control<QLabel>(&viewer, "lblResults")->text(), outcome);
+            QCOMPARE(control<QTableView>(&viewer, "vsfgrdResults")->model()->columnCount(),
+                     columns);
             viewer.close();
         } else {
             QVERIFY2(error.startsWith(outcome), qPrintable(error));
-            QCOMPARE(child<QLabel>(&viewer, "lblResults")->text(),
+            QCOMPARE(control<QLabel>(&viewer, "lblResults")->text(),
                      error.contains(" - ") ? "Error(s) Encountered ..." : "");
         }
         QCOMPARE(source.column("select count(*) from People").join(','), "4");
