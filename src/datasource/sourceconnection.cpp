@@ -1,5 +1,7 @@
 #include "sourceconnection.h"
 
+#include <mutex>
+
 #include <QAtomicInteger>
 #include <QSqlDriver>
 #include <QSqlError>
@@ -113,7 +115,14 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
                                      QtOdbcDatabaseName(withDriverDefaults(target.databaseName)))
                                : target.databaseName);
         db.setConnectOptions(target.connectOptions);
-        if (!db.open()) {
+        // The PostgreSQL driver reads its settings through unixODBC's profile cache, which
+        // two threads connecting at once (the results viewer's reader and counter, a
+        // connection test) can free under each other's feet: connects take turns.
+        static std::mutex connecting;
+        std::unique_lock<std::mutex> turn(connecting);
+        const bool opened = db.open();
+        turn.unlock();
+        if (!opened) {
             errorText = SourceConnection::errorText(db.lastError());
         } else {
             ok = makeReadOnly(db, false, errorText);
