@@ -33,8 +33,10 @@ CliRun runProgram(const QString& program, const QStringList& arguments, const QS
     CliRun run;
     if (process.waitForFinished(180000) && process.exitStatus() == QProcess::NormalExit)
         run.exitCode = process.exitCode();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
+    if (filesFolder.isEmpty()) {
+        run.out = QString::fromUtf8(process.readAllStandardOutput());
+        run.err = QString::fromUtf8(process.readAllStandardError());
+    }
     for (auto [name, text] : {std::pair{"/stdout.txt", &run.out}, {"/stderr.txt", &run.err}}) {
         QFile file(filesFolder + name);
         if (!filesFolder.isEmpty() && file.open(QIODevice::ReadOnly))
