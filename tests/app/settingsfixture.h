@@ -3,6 +3,9 @@
 #include <QFile>
 #include <QStringList>
 
+#include "app/connectionstore.h"
+#include "app/importsettings.h"
+#include "import/importchoices.h"
 #include "util/appglobals.h"
 
 #include "tempfolder.h"
@@ -27,3 +30,16 @@ struct SettingsFile
     QByteArray bytes() const { return dir.readFile("dbimport.ini"); }
     void write(const QStringList& lines) const { dir.writeFile("dbimport.ini", iniBytes(lines)); }
 };
+
+// Adds the choices' connection to the settings file ini and saves the choices for it, as the
+// wizard does before an import: empty, or why it failed.
+inline QString saveConnectionChoices(const QString& ini, ImportChoices choices)
+{
+    SetIniFilePath(ini);
+    QString message;
+    long number = 0;
+    if (MaintainDSN(choices.DSNName, choices.ConnectionString, ConnectionAction::Add, message))
+        SaveImportSettings(choices, number, message);
+    SetIniFilePath(QString());
+    return message;
+}

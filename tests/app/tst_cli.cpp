@@ -2,67 +2,19 @@
 // source database and data folder.
 #include <QtTest>
 
-#include <csignal>
 #include <functional>
 
 #include "app/commandlinerunner.h"
-#include "app/connectionstore.h"
-#include "app/importsettings.h"
-#include "import/groupclaim.h"
 #include "import/groupstore.h"
 #include "import/importchoices.h"
 #include "util/appglobals.h"
 
+#include "clirun.h"
+#include "settingsfixture.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-struct Run
-{
-    int exitCode = -1;
-    QString out, err;
-    int figure(const QString& label) const
-    {
-        const QRegularExpression figure(QRegularExpression::escape(label) + "(\\d+)\\n");
-        const auto m = figure.match(out);
-        return m.hasMatch() ? m.captured(1).toInt() : -1;
-    }
-};
-
-QString binary(const QString& name)
-{
-    return QDir(qEnvironmentVariable("DBIMPORT_BIN_DIR")).filePath(name);
-}
-
-// With filesFolder set, standard output and error go to files there, as cron sends them.
-Run runProgram(const QString& program, const QStringList& arguments,
-               const QString& filesFolder = QString())
-{
-    QProcess process;
-    if (!filesFolder.isEmpty()) {
-        process.setStandardOutputFile(filesFolder + "/stdout.txt");
-        process.setStandardErrorFile(filesFolder + "/stderr.txt");
-    }
-    process.start(program, arguments);
-    Run run;
-    if (process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit)
-        run.exitCode = process.exitCode();
-    if (filesFolder.isEmpty()) {
-        run.out = QString::fromUtf8(process.readAllStandardOutput());
-        run.err = QString::fromUtf8(process.readAllStandardError());
-    }
-    for (auto [name, text] : {std::pair{"/stdout.txt", &run.out}, {"/stderr.txt", &run.err}}) {
-        QFile file(filesFolder + name);
-        if (!filesFolder.isEmpty() && file.open(QIODevice::ReadOnly))
-            *text = QString::fromUtf8(file.readAll());
-    }
-    return run;
-}
-
-} // namespace
 
 class tst_Cli : public QObject
 {
@@ -72,11 +24,12 @@ class tst_Cli : public QObject
     QString m_data, m_ini, m_group;
     QByteArray m_iniBytes;
 
-    Run cli(const QStringList& arguments) const
+    CliRun cli(const QStringList& arguments) const
     {
-        return runProgram(binary("dbimport-cli"), QStringList{"--data-folder", m_data} + arguments);
+        return runProgram(buildProgram("dbimport-cli"),
+                          QStringList{"--data-folder", m_data} + arguments);
     }
-    Run job(const QStringList& arguments) const
+    CliRun job(const QStringList& arguments) const
     {
         return cli(QStringList{"--ini", m_ini, "--connection"} + arguments);
     }
@@ -98,24 +51,18 @@ class tst_Cli : public QObject
 
     // A generated source and a settings file whose saved choices for "Contacts DB" import
     // it into the Group "Customers"; change, when given, saves further connections.
-    void prepare(int rows, int seed = 7,
-                 const QList<std::pair<QString, std::function<void(ImportChoices&)>>>& others = {})
+    using Connections = QList<std::pair<QString, std::function<void(ImportChoices&)>>>;
+    void prepare(int rows, int seed = 7, const Connections& others = {})
     {
         const QString source = m_folder->filePath("source.db");
-        const Run gen = runProgram(binary("dbimport-gensource"), {source, QString::number(rows),
-                                                                  "--seed", QString::number(seed)});
+        const CliRun gen =
+            runProgram(buildProgram("dbimport-gensource"),
+                       {source, QString::number(rows), "--seed", QString::number(seed)});
         QVERIFY2(gen.exitCode == 0, qPrintable(gen.err + gen.out));
-        SetIniFilePath(m_ini);
-        QList<std::pair<QString, std::function<void(ImportChoices&)>>> connections = {
-            {"Contacts DB", nullptr}};
-        connections += others;
-        for (const auto& [name, change] : connections) {
-            QString message;
+        for (const auto& [name, change] : Connections{{"Contacts DB", nullptr}} + others) {
             ImportChoices choices;
             choices.DSNName = name;
             choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
-            QVERIFY(MaintainDSN(choices.DSNName, choices.ConnectionString, ConnectionAction::Add,
-                                message));
             choices.SelectedTable = "Contacts";
             choices.FieldMappings.Add("EMailAddress", "Email");
             choices.FieldMappings.Add("FullNameMacro", "Full Name");
@@ -124,10 +71,9 @@ class tst_Cli : public QObject
             choices.VTGroup = "Customers";
             if (change)
                 change(choices);
-            long number = 0;
-            QVERIFY2(SaveImportSettings(choices, number, message), qPrintable(message));
+            const QString error = saveConnectionChoices(m_ini, choices);
+            QVERIFY2(error.isEmpty(), qPrintable(error));
         }
-        SetIniFilePath(QString());
         m_iniBytes = m_folder->readFile("dbimport.ini");
     }
 
@@ -173,7 +119,7 @@ private slots:
             {data + QStringList{"--create-group", QString::fromUtf8("Łódź")}, 1, "Windows-1252"},
             {{"--data-folder", m_folder->filePath("none"), "--list-groups"}, 1, "none"}};
         for (const auto& [arguments, exitCode, error] : cases) {
-            const Run run = runProgram(binary("dbimport-cli"), arguments);
+            const CliRun run = runProgram(buildProgram("dbimport-cli"), arguments);
             QVERIFY2(run.exitCode == exitCode && run.err.contains(error) &&
                          (exitCode != 2 || run.out.isEmpty()) && !run.err.contains("Click OK"),
                      qPrintable(arguments.join(' ') + ": " + run.err));
@@ -183,7 +129,7 @@ private slots:
                  QStringList());
         QCOMPARE(m_folder->readFile("data/Existing.gdb"), QByteArray("precious"));
         QVERIFY(!QFileInfo::exists(m_ini));
-        const Run list = cli({"--list-groups"});
+        const CliRun list = cli({"--list-groups"});
         QStringList lines = list.out.split('\n', Qt::SkipEmptyParts);
         lines.sort();
         QVERIFY(list.exitCode == 0 && lines == QStringList({"Existing", "Spring Fair"}));
@@ -203,28 +149,15 @@ private slots:
             {{"Contacts DB", "--group", "Broken"}, "(error 3100)\n"},
             {{"Contacts DB", "--group", "../Outside"}, "cannot be used"}};
         for (const auto& [arguments, error] : failures) {
-            const Run run = job(arguments);
+            const CliRun run = job(arguments);
             QVERIFY2(run.exitCode == 1 && run.err.contains(error), qPrintable(run.err));
         }
         QVERIFY(!QFileInfo::exists(m_group));
         QCOMPARE(m_folder->readFile("data/Broken.gdb"), QByteArray("just text"));
         QCOMPARE(SqliteColumn(outside, "SELECT COUNT(*) FROM Recipients"), QStringList{"0"});
         QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
-        // While another run holds the Group, a run fails without touching it or the log.
-        {
-            GroupClaim other;
-            QVERIFY(other.acquire(m_group, 0));
-            const QByteArray log = m_folder->readFile("data/Database Import Log File.txt");
-            const Run taken = job({"Contacts DB"});
-            QVERIFY2(taken.exitCode == 1 &&
-                         taken.err.contains("The Group Customers is being imported into by "
-                                            "another run"),
-                     qPrintable(taken.err));
-            QCOMPARE(m_folder->readFile("data/Database Import Log File.txt"), log);
-            QCOMPARE(summary(), QString("0,0,0"));
-        }
         // The connection name is matched without regard to case, like the settings' own.
-        const Run run = job({"contacts db"});
+        const CliRun run = job({"contacts db"});
         QCOMPARE(run.exitCode, 0);
         QVERIFY2(!run.out.contains('\r'), "plain lines when not on a terminal");
         QVERIFY2(!run.out.contains("  0% "), "no progress line before the first tenth");
@@ -239,11 +172,11 @@ private slots:
              QStringList{"Connection       : Contacts DB", "Group            : Customers",
                          "Mode             : add", "Log file         : " + log + '\n'})
             QVERIFY2(run.out.contains(line), qPrintable(line));
-        const int total = run.figure("Total Processed  : ");
-        const int added = run.figure("Recipients Added : ");
-        const int illegal = run.figure("Illegal          : ");
+        const int total = run.figure("Total Processed");
+        const int added = run.figure("Recipients Added");
+        const int illegal = run.figure("Illegal");
         QCOMPARE(total, 2000);
-        QCOMPARE(added + run.figure("Duplicates       : ") + illegal, total);
+        QCOMPARE(added + run.figure("Duplicates") + illegal, total);
         QVERIFY(illegal > 0 && added < total - illegal);
         // The Group holds what was reported: unique addresses, stored trimmed.
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
@@ -256,16 +189,16 @@ private slots:
         // same figures as the Group.
         m_data += '/';
         QCOMPARE(cli({"--create-group", "Other"}).exitCode, 0);
-        const Run quiet = runProgram(binary("dbimport-cli"),
-                                     {"--data-folder", m_data, "--ini", m_ini, "--connection",
-                                      "Contacts DB", "--group", "Other", "--replace", "--quiet"},
-                                     m_folder->path());
+        const CliRun quiet = runProgram(buildProgram("dbimport-cli"),
+                                        {"--data-folder", m_data, "--ini", m_ini, "--connection",
+                                         "Contacts DB", "--group", "Other", "--replace", "--quiet"},
+                                        m_folder->path());
         QVERIFY2(quiet.exitCode == 0 && quiet.out.isEmpty() && quiet.err.isEmpty(),
                  qPrintable(quiet.out + quiet.err));
         QVERIFY(m_folder->readFile("data/Database Import Log File.txt")
                     .contains("#   Destination Group : Other\r\n#   Replace : True\r\n"));
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
-        const Run json = job({"Contacts DB", "--group", "Other", "--json"});
+        const CliRun json = job({"Contacts DB", "--group", "Other", "--json"});
         QJsonParseError error;
         const QJsonObject o = QJsonDocument::fromJson(json.out.toUtf8(), &error).object();
         QVERIFY2(error.error == QJsonParseError::NoError && json.exitCode == 0,
@@ -324,7 +257,7 @@ private slots:
                  {"No Email", [](ImportChoices& c) { c.FieldMappings.Delete("EMailAddress"); }}});
         QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
         for (const QString name : {"No Table", "No Statement", "No Email"}) {
-            const Run run = job({name, "--json"});
+            const CliRun run = job({name, "--json"});
             const QString error = "the connection \"" + name +
                                   "\" has no saved import choices: "
                                   "open it once in the wizard and start an import";
@@ -336,7 +269,8 @@ private slots:
         QVERIFY(!QFileInfo::exists(QDir(m_data).filePath("Database Import Log File.txt")));
         QCOMPARE(records("1"), 0);
 
-        const Run list = runProgram(binary("dbimport-cli"), {"--list-connections", "--ini", m_ini});
+        const CliRun list =
+            runProgram(buildProgram("dbimport-cli"), {"--list-connections", "--ini", m_ini});
         QCOMPARE(list.exitCode, 0);
         QCOMPARE(list.out, "Contacts DB\nNo Table\nNo Statement\nNo Email\n");
     }
@@ -347,7 +281,7 @@ private slots:
         QFile page(QStringLiteral(DBIMPORT_SOURCE_DIR "/docs/dbimport-cli.1"));
         QVERIFY(page.open(QIODevice::ReadOnly));
         const QString manual = QString::fromUtf8(page.readAll()).replace("\\-", "-");
-        const Run help = runProgram(binary("dbimport-cli"), {"--help"});
+        const CliRun help = runProgram(buildProgram("dbimport-cli"), {"--help"});
         QCOMPARE(help.exitCode, 0);
         const QRegularExpression option("^\\.TP\n\\.B (--[a-z-]+)",
                                         QRegularExpression::MultilineOption);
@@ -361,36 +295,29 @@ private slots:
         offered.sort();
         QVERIFY(offered.size() >= 13);
         QCOMPARE(documented, offered);
-        const Run version = runProgram(binary("dbimport-cli"), {"--version"});
+        const CliRun version = runProgram(buildProgram("dbimport-cli"), {"--version"});
         QCOMPARE(version.out, u"dbimport-cli " DBIMPORT_VERSION_STRING "\n"_s);
     }
 
+    // A killed run keeps every batch it committed, and undo takes back just those.
     void killedMidImportKeepsCommittedBatches()
     {
         prepare(400000, 11);
         QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
-        QProcess process;
-        process.start(binary("dbimport-cli"), {"--data-folder", m_data, "--ini", m_ini,
-                                               "--connection", "Contacts DB", "--quiet"});
-        QVERIFY(process.waitForStarted());
+        QCOMPARE(BuildSqliteDatabase(m_group, {"INSERT INTO Recipients (EmailAddress, City, "
+                                               "DateAdded) VALUES ('keep@x.com', NULL, '1')"}),
+                 QString());
         // Killed as soon as some batches are in the file, well before the end.
-        QElapsedTimer timer;
-        timer.start();
-        int seen = 0;
-        while (seen < 20000 && timer.elapsed() < 60000 && process.state() == QProcess::Running) {
-            seen = std::max(seen, records("1"));
-            QThread::msleep(5);
-        }
-        QVERIFY2(process.state() == QProcess::Running,
-                 "the import ended before it could be killed");
-        ::kill(pid_t(process.processId()), SIGKILL);
-        QVERIFY(process.waitForFinished() && process.exitStatus() == QProcess::CrashExit);
+        const int seen = killImportOnceGroupHolds(
+            {"--data-folder", m_data, "--ini", m_ini, "--connection", "Contacts DB", "--quiet"},
+            m_group, 20000);
+        QVERIFY2(seen >= 0, "the import ended before it could be killed");
         // The Group opens and holds every batch committed before the kill, each record complete.
         QVERIFY(GroupStore::checkFile(m_group));
         QCOMPARE(SqliteColumn(m_group, "PRAGMA integrity_check"), QStringList{"ok"});
         const int kept = records("1");
         QVERIFY2(kept >= seen && kept < 400000, qPrintable(QString::number(kept)));
-        QCOMPARE(records("EmailAddress IS NULL OR DateAdded IS NULL OR City IS NULL"), 0);
+        QCOMPARE(records("EmailAddress IS NULL OR DateAdded IS NULL OR City IS NULL"), 1);
         // The run builds the e-mail index once at its end; killed before that, the file is
         // without it until the Group is next opened, which builds it again.
         auto hasEmailIndex = [&] {
@@ -403,11 +330,19 @@ private slots:
         GroupStore().open(m_group);
         QVERIFY(hasEmailIndex());
         // Running again finishes the job: the kept records count as duplicates.
-        const Run rerun = job({"Contacts DB"});
-        const int added = rerun.figure("Recipients Added : ");
+        const CliRun rerun = job({"Contacts DB"});
+        const int added = rerun.figure("Recipients Added");
         QVERIFY(rerun.exitCode == 0 && added >= 0);
         QCOMPARE(summary(), QString("%1,%1,0").arg(kept + added));
         QVERIFY(hasEmailIndex());
+        // Undoing the rerun, then the killed run, leaves the recipient from before them.
+        for (const int removed : {added, kept - 1}) {
+            const CliRun undo = cli({"--undo-last", "--group", "Customers"});
+            QVERIFY2(undo.out.contains(QString("%1 recipient(s) removed").arg(removed)),
+                     qPrintable(undo.out));
+        }
+        QCOMPARE(SqliteColumn(m_group, "SELECT EmailAddress || DateAdded FROM Recipients"),
+                 QStringList{"keep@x.com1"});
     }
 };
 

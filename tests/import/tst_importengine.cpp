@@ -20,9 +20,9 @@
 
 #include "datarow.h"
 #include "odbcenvironment.h"
-#include "pgtestserver.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
+#include "testsource.h"
 
 namespace {
 
@@ -451,31 +451,24 @@ private slots:
     // PostgreSQL's own types over ODBC, then a server that ends the session mid-import.
     void postgresSource()
     {
-        PgTestServer server;
-        DBIMPORT_REQUIRE_PG(server);
-        OdbcEnvironment odbc;
-        QVERIFY(odbc.isValid());
-        PgTestDatabase database(server);
-        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
-        const QString failed = database.run(
-            {"CREATE TABLE contacts (id serial PRIMARY KEY, email varchar(200), joined date, "
-             "active boolean, score numeric(8,2), photo bytea, seen timestamp)",
-             QString::fromUtf8("INSERT INTO contacts (email, joined, active, score, photo, seen) "
-                               "VALUES ('ann@example.com', '2024-02-29', true, 12.50, '\\x414243', "
-                               "'2024-03-01 13:45:10'), ('zoë@exämple.de', '1999-12-31', false, "
-                               "-3.75, NULL, NULL), ('ZOË@EXÄMPLE.DE', NULL, NULL, 1, NULL, NULL)"),
-             "CREATE TABLE many (id serial PRIMARY KEY, email text)",
-             "INSERT INTO many (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 500) "
-             "i"});
-        QVERIFY2(failed.isEmpty(), qPrintable(failed));
-        createGroup();
-        ImportChoices choices;
-        choices.ConnectionString = server.driverString(database.name());
-        choices.FilterMethod = 1;
-        choices.AdvancedSQLString = "SELECT * FROM contacts ORDER BY id";
-        choices.VTGroup = "G";
-        map(choices, {"EMailAddress=email", "Field1=joined", "Field2=active", "Field3=score",
-                      "Field4=photo", "Address1=seen"});
+        OPEN_TEST_SOURCE(
+            database, "postgresql",
+            QStringList(
+                {"CREATE TABLE contacts (id serial PRIMARY KEY, email varchar(200), joined date, "
+                 "active boolean, score numeric(8,2), photo bytea, seen timestamp)",
+                 QString::fromUtf8(
+                     "INSERT INTO contacts (email, joined, active, score, photo, seen) "
+                     "VALUES ('ann@example.com', '2024-02-29', true, 12.50, '\\x414243', "
+                     "'2024-03-01 13:45:10'), ('zoë@exämple.de', '1999-12-31', false, "
+                     "-3.75, NULL, NULL), ('ZOË@EXÄMPLE.DE', NULL, NULL, 1, NULL, NULL)"),
+                 "CREATE TABLE many (id serial PRIMARY KEY, email text)",
+                 "INSERT INTO many (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, "
+                 "500) "
+                 "i"}));
+        ImportChoices choices =
+            sourceChoices(database.conString, "SELECT * FROM contacts ORDER BY id",
+                          {"EMailAddress=email", "Field1=joined", "Field2=active", "Field3=score",
+                           "Field4=photo", "Address1=seen"});
         QVERIFY(run(choices));
         QVERIFY(m_view->shown["range"].contains("0-3")); // the count came from COUNT(*)
         QCOMPARE(m_totals, QString("3,2,1,0"));
@@ -486,12 +479,9 @@ private slots:
                               QString::fromUtf8("zoë@exämple.de|1999-12-31|0|-3.75||")}));
 
         QVERIFY(QFile::remove(m_folder->filePath("G.gdb")));
-        createGroup();
-        choices.AdvancedSQLString = "SELECT * FROM many ORDER BY id";
         // Rows come in small fetches, so the server is still needed after the first yield.
-        choices.ConnectionString += "UseDeclareFetch=1;Fetch=20;";
-        choices.FieldMappings.Clear();
-        map(choices, {"EMailAddress=email"});
+        choices = sourceChoices(database.conString + "UseDeclareFetch=1;Fetch=20;",
+                                "SELECT * FROM many ORDER BY id", {"EMailAddress=email"});
         ImportEngine engine(choices, *m_view);
         m_view->onShow = [&](const QString& kind, const QString& text) {
             if (kind == "yield" && text == "50" && engine.importRunning())
@@ -541,42 +531,34 @@ private slots:
     // out as the driver gives it, which a small read of the same rows shows.
     void postgresCopyMatchesTheDriver()
     {
-        PgTestServer server;
-        DBIMPORT_REQUIRE_PG(server);
-        OdbcEnvironment odbc;
-        QVERIFY(odbc.isValid());
-        PgTestDatabase database(server);
-        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
-        const QString failed = database.run(
-            {"CREATE TABLE t (id serial PRIMARY KEY, email text, name varchar(20), code "
-             "char(4), n int8, f float4, d float8, m numeric(12,3), b boolean, day date, "
-             "at time, seen timestamp, photo bytea)",
-             QString::fromUtf8(
-                 "INSERT INTO t (email, name, code, n, f, d, m, b, day, at, seen, photo) VALUES "
-                 "('a@x.org', E'tab\\there', 'ab', -9000000000, 1.1, 0.1, 12.500, true, "
-                 "'2024-02-29', '13:45:10.25', '2024-01-01 00:00:00', '\\x414243'), "
-                 "('b@x.org', E'line\\nbreak\\\\', 'Zoë', 0, -0.5, 1e20, -3, false, "
-                 "'0099-12-31', '00:00:00', '2024-01-01 00:00:00.5', '\\x00ff'), "
-                 "('c@x.org', NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, "
-                 "'1999-12-31 23:59:59.999999', '')"),
-             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 10000) "
-             "i"});
-        QVERIFY2(failed.isEmpty(), qPrintable(failed));
+        OPEN_TEST_SOURCE(
+            database, "postgresql",
+            QStringList(
+                {"CREATE TABLE t (id serial PRIMARY KEY, email text, name varchar(20), code "
+                 "char(4), n int8, f float4, d float8, m numeric(12,3), b boolean, day date, "
+                 "at time, seen timestamp, photo bytea)",
+                 QString::fromUtf8(
+                     "INSERT INTO t (email, name, code, n, f, d, m, b, day, at, seen, photo) "
+                     "VALUES "
+                     "('a@x.org', E'tab\\there', 'ab', -9000000000, 1.1, 0.1, 12.500, true, "
+                     "'2024-02-29', '13:45:10.25', '2024-01-01 00:00:00', '\\x414243'), "
+                     "('b@x.org', E'line\\nbreak\\\\', 'Zoë', 0, -0.5, 1e20, -3, false, "
+                     "'0099-12-31', '00:00:00', '2024-01-01 00:00:00.5', '\\x00ff'), "
+                     "('c@x.org', NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, "
+                     "'1999-12-31 23:59:59.999999', '')"),
+                 "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 10000) "
+                 "i"}));
         const QString columns = "EmailAddress,FirstName,Zip,Address1,Address2,City,State,"
                                 "Country,Company,JobTitle,WEB,Telephone";
-        ImportChoices choices;
-        choices.ConnectionString = server.driverString(database.name());
-        choices.FilterMethod = 1;
-        choices.VTGroup = "G";
-        map(choices, {"EMailAddress=email", "FirstName=name", "Zip=code", "Address1=n",
-                      "Address2=f", "City=d", "State=m", "Country=b", "Company=day", "JobTitle=at",
-                      "Web=seen", "Telephone=photo"});
         QStringList routes[2];
         for (int big = 0; big < 2; ++big) {
             QFile::remove(m_folder->filePath("G.gdb"));
-            createGroup();
-            choices.AdvancedSQLString =
-                QString("SELECT * FROM t WHERE id <= %1 ORDER BY id").arg(big ? 20000 : 3);
+            const ImportChoices choices = sourceChoices(
+                database.conString,
+                QString("SELECT * FROM t WHERE id <= %1 ORDER BY id").arg(big ? 20000 : 3),
+                {"EMailAddress=email", "FirstName=name", "Zip=code", "Address1=n", "Address2=f",
+                 "City=d", "State=m", "Country=b", "Company=day", "JobTitle=at", "Web=seen",
+                 "Telephone=photo"});
             bool copying = false;
             m_view->onShow = [&](const QString& kind, const QString&) {
                 if (kind == "yield")
@@ -608,18 +590,13 @@ private slots:
         build(source, {"CREATE TABLE People AS WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL "
                        "SELECT i + 1 FROM n WHERE i < 30000) SELECT 'p' || i || '@x.org' AS "
                        "Email, i AS Id FROM n"});
-        createGroup();
-        ImportChoices choices;
-        choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
-        choices.FilterMethod = 1;
         // json() refuses an address: the statement fails on that row, not before.
-        choices.AdvancedSQLString =
+        QVERIFY(!run(sourceChoices(
+            "Provider=SQLite;Data Source=" + source,
             QString("SELECT Id, CASE WHEN Id < %1 THEN Email ELSE json(Email) END AS Email "
                     "FROM People")
-                .arg(failingRow);
-        choices.VTGroup = "G";
-        map(choices, {"EMailAddress=Email", "Zip=Id"});
-        QVERIFY(!run(choices));
+                .arg(failingRow),
+            {"EMailAddress=Email", "Zip=Id"})));
         QVERIFY2(m_error.contains("malformed JSON"), qPrintable(m_error));
         QCOMPARE(m_totals, QString("%1,%1,0,0").arg(failingRow - 1));
         QCOMPARE(logLines().last(), QString("#   Import failed"));
@@ -658,29 +635,18 @@ private slots:
         QFETCH(QString, table);
         QFETCH(QString, ruleValue);
         QFETCH(QString, error);
-        PgTestServer server;
-        DBIMPORT_REQUIRE_PG(server);
-        OdbcEnvironment odbc;
-        QVERIFY(odbc.isValid());
-        PgTestDatabase database(server);
-        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
-        QString failed = database.run(
-            {"CREATE TABLE t (id serial PRIMARY KEY, email text)",
-             "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 20) i",
-             "CREATE TABLE calls (n int)", "CREATE SEQUENCE s",
-             "CREATE FUNCTION grab() RETURNS int LANGUAGE plpgsql AS "
-             "$$BEGIN INSERT INTO calls VALUES (1); RETURN 1; END$$"});
-        QVERIFY2(failed.isEmpty(), qPrintable(failed));
-        createGroup();
-        ImportChoices choices;
-        choices.ConnectionString = server.driverString(database.name());
-        choices.FilterMethod = sql.isEmpty() ? 0 : 1;
-        choices.AdvancedSQLString = sql;
+        OPEN_TEST_SOURCE(
+            database, "postgresql",
+            QStringList(
+                {"CREATE TABLE t (id serial PRIMARY KEY, email text)",
+                 "INSERT INTO t (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, 20) i",
+                 "CREATE TABLE calls (n int)", "CREATE SEQUENCE s",
+                 "CREATE FUNCTION grab() RETURNS int LANGUAGE plpgsql AS "
+                 "$$BEGIN INSERT INTO calls VALUES (1); RETURN 1; END$$"}));
+        ImportChoices choices = sourceChoices(database.conString, sql, {"EMailAddress=email"});
         choices.SelectedTable = table;
         if (!ruleValue.isEmpty())
             choices.Rules.Add("email", "Equals", "=", ruleValue, "And");
-        choices.VTGroup = "G";
-        map(choices, {"EMailAddress=email"});
         QVERIFY(!run(choices));
         QVERIFY2(m_error.contains(QRegularExpression(error)), qPrintable(m_error));
         QCOMPARE(logLines().last(), QString("#   Error - Retrieval of records from DSN failed"));
@@ -690,44 +656,25 @@ private slots:
         QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
     }
 
-    // Table mode quotes names as PostgreSQL expects, so capitals, reserved words and blanks
+    // Table mode quotes names as PostgreSQL expects, so capitals, a reserved word and a blank
     // reach it as they are; the log keeps the statement as built and shows the one sent.
-    void postgresTableNames_data()
-    {
-        QTest::addColumn<QString>("table");
-        QTest::addColumn<QString>("sent");
-        DataRow("capitals", "MixedCase", "select * from \"MixedCase\" WHERE  \"Kind\" = 'a'");
-        DataRow("reserved word", "Order", "select * from \"Order\" WHERE  \"Kind\" = 'a'");
-        DataRow("blank", "with blank", "select * from \"with blank\" WHERE  \"Kind\" = 'a'");
-    }
-
     void postgresTableNames()
     {
-        QFETCH(QString, table);
-        QFETCH(QString, sent);
-        PgTestServer server;
-        DBIMPORT_REQUIRE_PG(server);
-        OdbcEnvironment odbc;
-        QVERIFY(odbc.isValid());
-        PgTestDatabase database(server);
-        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        const QString table = "Order Lines";
         const QString quoted = '"' + table + '"';
-        const QString failed = database.run(
-            {"CREATE TABLE " + quoted + " (\"E Mail\" text, \"Kind\" text)",
-             "INSERT INTO " + quoted + " VALUES ('a@x.org', 'a'), ('b@x.org', 'b')"});
-        QVERIFY2(failed.isEmpty(), qPrintable(failed));
-        createGroup();
-        ImportChoices choices;
-        choices.ConnectionString = server.driverString(database.name());
+        OPEN_TEST_SOURCE(
+            database, "postgresql",
+            QStringList({"CREATE TABLE " + quoted + " (\"E Mail\" text, \"Kind\" text)",
+                         "INSERT INTO " + quoted + " VALUES ('a@x.org', 'a'), ('b@x.org', 'b')"}));
+        ImportChoices choices = sourceChoices(database.conString, "", {"EMailAddress=E Mail"});
         choices.SelectedTable = table;
         choices.Rules.Add("Kind", "Equals", "=", "'a'", "And");
-        choices.VTGroup = "G";
-        map(choices, {"EMailAddress=E Mail"});
         QVERIFY2(run(choices), qPrintable(m_error));
         QCOMPARE(groupRows("EmailAddress"), QStringList{"a@x.org"});
         const QStringList log = logLines();
         QVERIFY(log.contains("#   SQL : " + BuildImportSQL(table, choices.Rules)));
-        QVERIFY(log.contains("#   SQL as sent to the source : " + sent));
+        QVERIFY(log.contains("#   SQL as sent to the source : select * from \"Order Lines\" "
+                             "WHERE  \"Kind\" = 'a'"));
     }
 
     // E-mail validation and full-name splitting, beyond the cases the whole imports pin.
@@ -808,6 +755,21 @@ private:
         build(path, statements);
     }
 
+    // An empty Group "G" and choices that import the rows of sql (empty: the selected table)
+    // from the source into it.
+    ImportChoices sourceChoices(const QString& conString, const QString& sql,
+                                const QStringList& mappings)
+    {
+        createGroup();
+        ImportChoices c;
+        c.ConnectionString = conString;
+        c.FilterMethod = sql.isEmpty() ? 0 : 1;
+        c.AdvancedSQLString = sql;
+        c.VTGroup = "G";
+        map(c, mappings);
+        return c;
+    }
+
     // A source table People(Email, First, Last, City, "Full Name"[, extra]) with these VALUES
     // rows and the Group holding these addresses; the choices import the one into the other.
     ImportChoices prepare(const QStringList& rows, const QStringList& emails = {},
@@ -869,6 +831,7 @@ private:
     std::unique_ptr<RecordingView> m_view;
     QString m_totals, m_error, m_launched;
     long m_launch = 32;
+    OdbcEnvironment m_odbc;
 };
 
 QTEST_GUILESS_MAIN(tst_ImportEngine)

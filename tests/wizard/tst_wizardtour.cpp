@@ -86,8 +86,7 @@ private slots:
     void everyStepFits();
     void scaledScreens_data();
     void scaledScreens();
-    void groupDialogFits();
-    void connectionDialogsFit();
+    void dialogsFit();
     void timedImport();
 };
 
@@ -223,7 +222,7 @@ void tst_WizardTour::scaledScreens()
     environment.remove(u"DBIMPORT_SCREENSHOT_DIR"_s);
     walk.setProcessEnvironment(environment);
     walk.setProcessChannelMode(QProcess::MergedChannels);
-    walk.start(QCoreApplication::applicationFilePath(), {u"everyStepFits"_s, u"groupDialogFits"_s});
+    walk.start(QCoreApplication::applicationFilePath(), {u"everyStepFits"_s, u"dialogsFit"_s});
     QVERIFY(walk.waitForFinished(300000));
     const QString output = QString::fromLocal8Bit(walk.readAll());
     QVERIFY2(walk.exitStatus() == QProcess::NormalExit && walk.exitCode() == 0, qPrintable(output));
@@ -231,47 +230,36 @@ void tst_WizardTour::scaledScreens()
     qInfo("at %s: %s", qPrintable(scale), qPrintable(size.match(output).captured()));
 }
 
-void tst_WizardTour::groupDialogFits()
+// The Group dialog, frmDSN for a new connection, and the builder composing one for a MariaDB
+// server, each filled in as a user would.
+void tst_WizardTour::dialogsFit()
 {
     Environment env;
-    frmAddModGroup dialog;
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QTest::keyClicks(control<QLineEdit>(&dialog, "txtGroupName"), u"Spring Leads 2024"_s);
-    QTRY_VERIFY2(cutCaptions(&dialog).isEmpty(), qPrintable(cutCaptions(&dialog)));
-    saveShot(&dialog, u"group-dialog"_s);
-    dialog.close();
-}
-
-// frmDSN for a new connection, and the builder composing one for a MariaDB server.
-void tst_WizardTour::connectionDialogsFit()
-{
-    Environment env;
+    const QString conString = u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;"
+                              "Port=3306;Database=members;UID=ann;PWD=s3cret;"_s;
+    frmAddModGroup group;
     DSNDialogIsNew = true;
-    frmDSN dialog;
-    dialog.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&dialog));
-    QTest::keyClicks(control<QLineEdit>(&dialog, "txtDSN"), u"Members (MariaDB)"_s);
-    control<QLineEdit>(&dialog, "txtConStr")->setFocus();
-    QTest::keyClicks(control<QLineEdit>(&dialog, "txtConStr"),
-                     u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;"
-                     "Database=members;UID=ann;PWD=s3cret;"_s);
-    control<QLineEdit>(&dialog, "txtDSN")->setFocus();
-    QTRY_VERIFY2(cutCaptions(&dialog).isEmpty(), qPrintable(cutCaptions(&dialog)));
-    saveShot(&dialog, u"connection-dialog"_s);
-    dialog.close();
-
+    frmDSN dsn;
     frmConnectionBuilder builder;
     QString message;
-    QVERIFY(builder.setConnectionString(
-        u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
-        "Database=members;UID=ann;PWD=s3cret;"_s,
-        message));
-    builder.show();
-    QVERIFY(QTest::qWaitForWindowExposed(&builder));
-    QTRY_VERIFY2(cutCaptions(&builder).isEmpty(), qPrintable(cutCaptions(&builder)));
-    saveShot(&builder, u"connection-builder"_s);
-    builder.close();
+    QVERIFY(builder.setConnectionString(conString, message));
+    const std::pair<QWidget*, const char*> dialogs[] = {
+        {&group, "group-dialog"}, {&dsn, "connection-dialog"}, {&builder, "connection-builder"}};
+    for (const auto& [dialog, shot] : dialogs) {
+        dialog->show();
+        QVERIFY(QTest::qWaitForWindowExposed(dialog));
+        if (dialog == &group) {
+            QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"), u"Spring Leads 2024"_s);
+        } else if (dialog == &dsn) {
+            QTest::keyClicks(control<QLineEdit>(dialog, "txtDSN"), u"Members (MariaDB)"_s);
+            control<QLineEdit>(dialog, "txtConStr")->setFocus();
+            QTest::keyClicks(control<QLineEdit>(dialog, "txtConStr"), conString);
+            control<QLineEdit>(dialog, "txtDSN")->setFocus();
+        }
+        QTRY_VERIFY2(cutCaptions(dialog).isEmpty(), qPrintable(cutCaptions(dialog)));
+        saveShot(dialog, QString::fromLatin1(shot));
+        dialog->close();
+    }
 }
 
 void tst_WizardTour::timedImport()
