@@ -2,7 +2,7 @@
 #include "ui_frmConnectionBuilder.h"
 
 #include "datasource/connectionprobe.h"
-#include "datasource/connectionspec.h"
+#include "datasource/connectionfields.h"
 #include "datasource/connectionstring.h"
 #include "datasource/odbccatalog.h"
 #include "util/messageboxes.h"
@@ -15,7 +15,7 @@
 
 namespace {
 
-using Kind = ConnectionSpec::Kind;
+using Kind = ConnectionFields::Kind;
 
 frmConnectionBuilder::FileChooser& fileChooser()
 {
@@ -111,21 +111,21 @@ void frmConnectionBuilder::fillOdbcLists(const QString& dataSource, const QStrin
 
 bool frmConnectionBuilder::setConnectionString(const QString& conString, QString& message)
 {
-    ConnectionSpec spec;
-    if (!ParseConnectionSpec(conString, spec, message))
+    ConnectionFields fields;
+    if (!ParseConnectionFields(conString, fields, message))
         return false;
-    fillOdbcLists(spec.dataSource, spec.driver);
-    ui->txtFile->setText(spec.file);
-    const bool viaDataSource = spec.kind == Kind::OdbcDataSource;
-    ui->txtDsnUser->setText(viaDataSource ? spec.user : QString());
-    ui->txtDsnPassword->setText(viaDataSource ? spec.password : QString());
-    ui->txtServer->setText(spec.server);
-    ui->txtPort->setText(spec.port);
-    ui->txtDatabase->setText(spec.database);
-    ui->txtUser->setText(viaDataSource ? QString() : spec.user);
-    ui->txtPassword->setText(viaDataSource ? QString() : spec.password);
-    ui->txtRaw->setPlainText(spec.raw);
-    ui->cmbKind->setCurrentIndex(static_cast<int>(spec.kind));
+    fillOdbcLists(fields.dataSource, fields.driver);
+    ui->txtFile->setText(fields.file);
+    const bool viaDataSource = fields.kind == Kind::OdbcDataSource;
+    ui->txtDsnUser->setText(viaDataSource ? fields.user : QString());
+    ui->txtDsnPassword->setText(viaDataSource ? fields.password : QString());
+    ui->txtServer->setText(fields.server);
+    ui->txtPort->setText(fields.port);
+    ui->txtDatabase->setText(fields.database);
+    ui->txtUser->setText(viaDataSource ? QString() : fields.user);
+    ui->txtPassword->setText(viaDataSource ? QString() : fields.password);
+    ui->txtRaw->setPlainText(fields.raw);
+    ui->cmbKind->setCurrentIndex(static_cast<int>(fields.kind));
     cmbKind_Change(ui->cmbKind->currentIndex());
     setWindowTitle(conString.trimmed().isEmpty()
                        ? QStringLiteral("Database Connection Builder - New Connection")
@@ -135,30 +135,30 @@ bool frmConnectionBuilder::setConnectionString(const QString& conString, QString
 
 QString frmConnectionBuilder::connectionString() const
 {
-    ConnectionSpec spec;
-    spec.kind = static_cast<Kind>(ui->cmbKind->currentIndex());
-    switch (spec.kind) {
+    ConnectionFields fields;
+    fields.kind = static_cast<Kind>(ui->cmbKind->currentIndex());
+    switch (fields.kind) {
     case Kind::SqliteFile:
-        spec.file = ui->txtFile->text().trimmed();
+        fields.file = ui->txtFile->text().trimmed();
         break;
     case Kind::OdbcDataSource:
-        spec.dataSource = ui->cmbDataSource->currentText();
-        spec.user = ui->txtDsnUser->text();
-        spec.password = ui->txtDsnPassword->text();
+        fields.dataSource = ui->cmbDataSource->currentText();
+        fields.user = ui->txtDsnUser->text();
+        fields.password = ui->txtDsnPassword->text();
         break;
     case Kind::OdbcDriver:
-        spec.driver = ui->cmbDriver->currentText();
-        spec.server = ui->txtServer->text().trimmed();
-        spec.port = ui->txtPort->text().trimmed();
-        spec.database = ui->txtDatabase->text().trimmed();
-        spec.user = ui->txtUser->text();
-        spec.password = ui->txtPassword->text();
+        fields.driver = ui->cmbDriver->currentText();
+        fields.server = ui->txtServer->text().trimmed();
+        fields.port = ui->txtPort->text().trimmed();
+        fields.database = ui->txtDatabase->text().trimmed();
+        fields.user = ui->txtUser->text();
+        fields.password = ui->txtPassword->text();
         break;
     case Kind::Raw:
-        spec.raw = ui->txtRaw->toPlainText().trimmed();
+        fields.raw = ui->txtRaw->toPlainText().trimmed();
         break;
     }
-    return ComposeConnectionString(spec);
+    return ComposeConnectionString(fields);
 }
 
 void frmConnectionBuilder::cmbKind_Change(int index)

@@ -6,7 +6,7 @@
 // A connection string taken apart into the fields of the connection builder, and put back
 // together. Four kinds: a SQLite file, an ODBC data source name, an ODBC driver with its
 // server and login, and a raw string for anything the other three cannot represent.
-struct ConnectionSpec
+struct ConnectionFields
 {
     enum class Kind
     {
@@ -27,17 +27,17 @@ struct ConnectionSpec
     QString password;
     QString raw; // Raw: the string as typed
 
-    bool operator==(const ConnectionSpec& other) const;
-    bool operator!=(const ConnectionSpec& other) const { return !(*this == other); }
+    bool operator==(const ConnectionFields& other) const;
+    bool operator!=(const ConnectionFields& other) const { return !(*this == other); }
 };
 
-Q_DECLARE_METATYPE(ConnectionSpec)
+Q_DECLARE_METATYPE(ConnectionFields)
 
-// The fields of conString. An empty string gives an empty SQLite spec; a string holding
+// The fields of conString. An empty string gives an empty SQLite fields; a string holding
 // keys the builder has no field for comes back as Raw with the text unchanged. False with
 // a message when the string cannot be split into key=value entries at all.
-bool ParseConnectionSpec(const QString& conString, ConnectionSpec& spec, QString& message);
+bool ParseConnectionFields(const QString& conString, ConnectionFields& fields, QString& message);
 
-// The connection string of spec, in a form ResolveConnectionString understands and that
-// ParseConnectionSpec turns back into the same fields. Empty fields are left out.
-QString ComposeConnectionString(const ConnectionSpec& spec);
+// The connection string of fields, in a form ResolveConnectionString understands and that
+// ParseConnectionFields turns back into the same fields. Empty fields are left out.
+QString ComposeConnectionString(const ConnectionFields& fields);

@@ -1,20 +1,20 @@
-#include "datasource/connectionspec.h"
+#include "datasource/connectionfields.h"
 #include "datasource/connectionstring.h"
 
 #include "datarow.h"
 
 #include <QTest>
 
-using Kind = ConnectionSpec::Kind;
+using Kind = ConnectionFields::Kind;
 
 namespace {
 
-ConnectionSpec spec(Kind kind, QStringList fields)
+ConnectionFields fields(Kind kind, QStringList fields)
 {
     // kind-specific fields in the order: file|dataSource|driver, server, port, database,
     // user, password
     fields.resize(6);
-    ConnectionSpec s;
+    ConnectionFields s;
     s.kind = kind;
     (kind == Kind::SqliteFile       ? s.file
      : kind == Kind::OdbcDataSource ? s.dataSource
@@ -29,7 +29,7 @@ ConnectionSpec spec(Kind kind, QStringList fields)
 
 } // namespace
 
-class tst_ConnectionSpec : public QObject
+class tst_ConnectionFields : public QObject
 {
     Q_OBJECT
 
@@ -42,39 +42,40 @@ private slots:
     void passwordsMasked();
 };
 
-void tst_ConnectionSpec::fieldsRoundTrip_data()
+void tst_ConnectionFields::fieldsRoundTrip_data()
 {
-    QTest::addColumn<ConnectionSpec>("fields");
+    QTest::addColumn<ConnectionFields>("fields");
     QTest::addColumn<QString>("composed");
-    DataRow("sqlite file", spec(Kind::SqliteFile, {"/data/my contacts.db"}),
+    DataRow("sqlite file", fields(Kind::SqliteFile, {"/data/my contacts.db"}),
             "Provider=SQLite;Data Source=/data/my contacts.db;");
-    DataRow("sqlite file with ; and =", spec(Kind::SqliteFile, {"/d/a;b=c.db"}),
+    DataRow("sqlite file with ; and =", fields(Kind::SqliteFile, {"/d/a;b=c.db"}),
             "Provider=SQLite;Data Source={/d/a;b=c.db};");
-    DataRow("data source name", spec(Kind::OdbcDataSource, {"Sales", {}, {}, {}, "ann", "s3cret"}),
+    DataRow("data source name",
+            fields(Kind::OdbcDataSource, {"Sales", {}, {}, {}, "ann", "s3cret"}),
             "DSN=Sales;UID=ann;PWD=s3cret;");
     DataRow("data source, password with braces and quotes",
-            spec(Kind::OdbcDataSource, {"Sales {EU}", {}, {}, {}, "o'neil", "\"a}b;c=d{"}),
+            fields(Kind::OdbcDataSource, {"Sales {EU}", {}, {}, {}, "o'neil", "\"a}b;c=d{"}),
             "DSN={Sales {EU}}};UID=o'neil;PWD={\"a}}b;c=d{};");
     DataRow("driver, every field",
-            spec(Kind::OdbcDriver,
-                 {"MariaDB Unicode", "db.example.com", "3306", "crm", "ann", " padded "}),
+            fields(Kind::OdbcDriver,
+                   {"MariaDB Unicode", "db.example.com", "3306", "crm", "ann", " padded "}),
             "Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
             "Database=crm;UID=ann;PWD={ padded };");
     DataRow("driver, password starting with a quote",
-            spec(Kind::OdbcDriver, {"PostgreSQL Unicode", "h", {}, "d", "u", "'x'"}),
+            fields(Kind::OdbcDriver, {"PostgreSQL Unicode", "h", {}, "d", "u", "'x'"}),
             "Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=h;Database=d;UID=u;PWD={'x'};");
 }
 
 // Fields become a string that comes back as the same fields, and a string the builder
 // wrote comes back as itself.
-void tst_ConnectionSpec::fieldsRoundTrip()
+void tst_ConnectionFields::fieldsRoundTrip()
 {
-    QFETCH(ConnectionSpec, fields);
+    QFETCH(ConnectionFields, fields);
     QFETCH(QString, composed);
     QCOMPARE(ComposeConnectionString(fields), composed);
-    ConnectionSpec parsed;
+    ConnectionFields parsed;
     QString message;
-    QVERIFY2(ParseConnectionSpec(composed, parsed, message), qPrintable(message));
+    QVERIFY2(ParseConnectionFields(composed, parsed, message), qPrintable(message));
     QVERIFY(parsed == fields);
     QCOMPARE(ComposeConnectionString(parsed), composed);
     ConnectionTarget target;
@@ -83,12 +84,12 @@ void tst_ConnectionSpec::fieldsRoundTrip()
              qPrintable(message));
 }
 
-void tst_ConnectionSpec::foreignStrings_data()
+void tst_ConnectionFields::foreignStrings_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<int>("kind"); // -1: cannot be parsed at all
     QTest::addColumn<QString>("composed");
-    DataRow("empty opens a new sqlite spec", "", int(Kind::SqliteFile), "Provider=SQLite;");
+    DataRow("empty opens a new sqlite fields", "", int(Kind::SqliteFile), "Provider=SQLite;");
     DataRow("data-link form of a DSN",
             "Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
             int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;");
@@ -106,14 +107,14 @@ void tst_ConnectionSpec::foreignStrings_data()
 
 // Strings written by hand or by other tools open on the page that can represent them; what
 // no page can represent stays text, exactly as typed.
-void tst_ConnectionSpec::foreignStrings()
+void tst_ConnectionFields::foreignStrings()
 {
     QFETCH(QString, text);
     QFETCH(int, kind);
     QFETCH(QString, composed);
-    ConnectionSpec parsed;
+    ConnectionFields parsed;
     QString message;
-    QCOMPARE(ParseConnectionSpec(text, parsed, message), kind >= 0);
+    QCOMPARE(ParseConnectionFields(text, parsed, message), kind >= 0);
     if (kind < 0) {
         QVERIFY(!message.isEmpty());
         return;
@@ -122,7 +123,7 @@ void tst_ConnectionSpec::foreignStrings()
     QCOMPARE(ComposeConnectionString(parsed), composed);
 }
 
-void tst_ConnectionSpec::passwordsMasked_data()
+void tst_ConnectionFields::passwordsMasked_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("shown");
@@ -137,12 +138,12 @@ void tst_ConnectionSpec::passwordsMasked_data()
     DataRow("unparseable still hidden", "DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u");
 }
 
-void tst_ConnectionSpec::passwordsMasked()
+void tst_ConnectionFields::passwordsMasked()
 {
     QFETCH(QString, text);
     QFETCH(QString, shown);
     QCOMPARE(MaskPasswords(text), shown);
 }
 
-QTEST_GUILESS_MAIN(tst_ConnectionSpec)
-#include "tst_connectionspec.moc"
+QTEST_GUILESS_MAIN(tst_ConnectionFields)
+#include "tst_connectionfields.moc"

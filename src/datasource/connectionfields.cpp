@@ -1,4 +1,4 @@
-#include "connectionspec.h"
+#include "connectionfields.h"
 
 #include <QList>
 #include <QPair>
@@ -46,29 +46,29 @@ void append(QString& text, const char* key, const QString& value)
 
 } // namespace
 
-bool ConnectionSpec::operator==(const ConnectionSpec& o) const
+bool ConnectionFields::operator==(const ConnectionFields& o) const
 {
     return kind == o.kind && file == o.file && dataSource == o.dataSource && driver == o.driver &&
            server == o.server && port == o.port && database == o.database && user == o.user &&
            password == o.password && raw == o.raw;
 }
 
-bool ParseConnectionSpec(const QString& conString, ConnectionSpec& spec, QString& message)
+bool ParseConnectionFields(const QString& conString, ConnectionFields& fields, QString& message)
 {
-    spec = ConnectionSpec();
+    fields = ConnectionFields();
     if (conString.trimmed().isEmpty())
         return true;
     Pairs pairs;
     if (!ParseConnectionString(conString, pairs, message))
         return false;
 
-    ConnectionSpec parsed;
+    ConnectionFields parsed;
     QString provider;
     bool fits = take(pairs, {"Provider"}, provider);
     static const QRegularExpression msdasql(QStringLiteral("^MSDASQL(\\.\\d+)?$"),
                                             QRegularExpression::CaseInsensitiveOption);
     if (fits && provider.compare(QLatin1String("SQLite"), Qt::CaseInsensitive) == 0) {
-        parsed.kind = ConnectionSpec::Kind::SqliteFile;
+        parsed.kind = ConnectionFields::Kind::SqliteFile;
         fits = take(pairs, {"Data Source"}, parsed.file) && !parsed.file.isEmpty();
     } else if (fits && (provider.isEmpty() || msdasql.match(provider).hasMatch())) {
         // Data Source names the ODBC data source only behind an ODBC provider.
@@ -83,11 +83,11 @@ bool ParseConnectionSpec(const QString& conString, ConnectionSpec& spec, QString
             fits = false;
         fits = fits && parsed.driver.isEmpty() != parsed.dataSource.isEmpty();
         if (fits && !parsed.driver.isEmpty()) {
-            parsed.kind = ConnectionSpec::Kind::OdbcDriver;
+            parsed.kind = ConnectionFields::Kind::OdbcDriver;
             fits = take(pairs, {"Server"}, parsed.server) && take(pairs, {"Port"}, parsed.port) &&
                    take(pairs, {"Database"}, parsed.database);
         } else {
-            parsed.kind = ConnectionSpec::Kind::OdbcDataSource;
+            parsed.kind = ConnectionFields::Kind::OdbcDataSource;
         }
     } else {
         fits = false;
@@ -96,43 +96,43 @@ bool ParseConnectionSpec(const QString& conString, ConnectionSpec& spec, QString
     // meaning for our drivers and is dropped rather than sending the string to the raw page.
     QString ignored;
     if (fits && take(pairs, {"Persist Security Info"}, ignored) && pairs.isEmpty()) {
-        spec = parsed;
+        fields = parsed;
         return true;
     }
-    spec.kind = ConnectionSpec::Kind::Raw;
-    spec.raw = conString;
+    fields.kind = ConnectionFields::Kind::Raw;
+    fields.raw = conString;
     return true;
 }
 
-QString ComposeConnectionString(const ConnectionSpec& spec)
+QString ComposeConnectionString(const ConnectionFields& fields)
 {
     QString text;
-    switch (spec.kind) {
-    case ConnectionSpec::Kind::SqliteFile:
+    switch (fields.kind) {
+    case ConnectionFields::Kind::SqliteFile:
         text = QStringLiteral("Provider=SQLite;");
-        append(text, "Data Source", spec.file);
+        append(text, "Data Source", fields.file);
         break;
-    case ConnectionSpec::Kind::OdbcDataSource:
-        append(text, "DSN", spec.dataSource);
-        append(text, "UID", spec.user);
-        append(text, "PWD", spec.password);
+    case ConnectionFields::Kind::OdbcDataSource:
+        append(text, "DSN", fields.dataSource);
+        append(text, "UID", fields.user);
+        append(text, "PWD", fields.password);
         break;
-    case ConnectionSpec::Kind::OdbcDriver:
+    case ConnectionFields::Kind::OdbcDriver:
         // The Provider keyword lets the string pass the connection editor's check, which
         // wants Provider=, Data Source= or DSN= in it; the ODBC layer drops it again.
         text = QStringLiteral("Provider=MSDASQL;");
         // Driver names are braced by custom, blanks and all.
-        if (!spec.driver.isEmpty())
+        if (!fields.driver.isEmpty())
             text += QStringLiteral("Driver={%1};")
-                        .arg(QString(spec.driver).replace(QLatin1Char('}'), QLatin1String("}}")));
-        append(text, "Server", spec.server);
-        append(text, "Port", spec.port);
-        append(text, "Database", spec.database);
-        append(text, "UID", spec.user);
-        append(text, "PWD", spec.password);
+                        .arg(QString(fields.driver).replace(QLatin1Char('}'), QLatin1String("}}")));
+        append(text, "Server", fields.server);
+        append(text, "Port", fields.port);
+        append(text, "Database", fields.database);
+        append(text, "UID", fields.user);
+        append(text, "PWD", fields.password);
         break;
-    case ConnectionSpec::Kind::Raw:
-        return spec.raw;
+    case ConnectionFields::Kind::Raw:
+        return fields.raw;
     }
     return text;
 }
