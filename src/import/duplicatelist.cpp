@@ -33,6 +33,51 @@ void DuplicateCheckList::clear()
     m_count = 0;
     m_header = kLengthBytes;
     m_foundRowid = 0;
+    m_found = 0;
+}
+
+void DuplicateCheckList::reserve(qint64 addresses)
+{
+    // At most half full, as insert keeps it.
+    std::size_t size = m_slots.size();
+    while (size < std::size_t(std::max<qint64>(addresses, 0)) * 2 + 2)
+        size *= 2;
+    if (size != m_slots.size())
+        rehash(size);
+}
+
+void DuplicateCheckList::rehash(std::size_t size)
+{
+    std::vector<Slot> old;
+    old.swap(m_slots);
+    m_slots.assign(size, Slot{0, 0});
+    const std::size_t mask = size - 1;
+    for (const Slot& slot : old) {
+        if (slot.offset == 0)
+            continue;
+        std::size_t i = slot.hash & mask;
+        while (m_slots[i].offset != 0)
+            i = (i + 1) & mask;
+        m_slots[i] = slot;
+    }
+}
+
+quint64 DuplicateCheckList::foundDigest() const
+{
+    quint64 digest = 0;
+    if (m_found && m_header > kLengthBytes)
+        std::memcpy(&digest, entry(m_found) + kLengthBytes + sizeof(qint64), sizeof digest);
+    return digest;
+}
+
+void DuplicateCheckList::setFoundDigest(quint64 digest)
+{
+    if (m_found && m_header > kLengthBytes) {
+        const std::uint32_t at = m_found - 1;
+        std::memcpy(m_chunks[at >> kChunkBits].get() + (at & (kChunkSize - 1)) + kLengthBytes +
+                        sizeof(qint64),
+                    &digest, sizeof digest);
+    }
 }
 
 // FNV-1a: short keys, no allocation, good enough spread for addresses.
@@ -67,22 +112,6 @@ std::size_t DuplicateCheckList::probe(const char* data, std::size_t size, std::u
     }
 }
 
-void DuplicateCheckList::grow()
-{
-    std::vector<Slot> old;
-    old.swap(m_slots);
-    m_slots.assign(old.size() * 2, Slot{0, 0});
-    const std::size_t mask = m_slots.size() - 1;
-    for (const Slot& slot : old) {
-        if (slot.offset == 0)
-            continue;
-        std::size_t i = slot.hash & mask;
-        while (m_slots[i].offset != 0)
-            i = (i + 1) & mask;
-        m_slots[i] = slot;
-    }
-}
-
 // The lower-cased address as UTF-8. Nearly every address is ASCII: those are lowered in
 // place without building new strings.
 static void lowerUtf8(const QString& address, std::string& key)
@@ -110,14 +139,15 @@ const char* DuplicateCheckList::entry(std::uint32_t offset) const
 bool DuplicateCheckList::add(const QString& address)
 {
     m_foundRowid = 0;
+    m_found = 0;
     lowerUtf8(address, m_key);
-    return insert(m_key, 0);
+    return insert(m_key, 0, 0);
 }
 
 void DuplicateCheckList::keepRowids(bool keep)
 {
     if (m_count == 0)
-        m_header = keep ? kLengthBytes + sizeof(qint64) : kLengthBytes;
+        m_header = keep ? kLengthBytes + sizeof(qint64) + sizeof(quint64) : kLengthBytes;
 }
 
 bool DuplicateCheckList::isAscii(const std::string& text)
@@ -129,25 +159,27 @@ bool DuplicateCheckList::isAscii(const std::string& text)
     return true;
 }
 
-bool DuplicateCheckList::addAscii(const std::string& address, qint64 rowid)
+bool DuplicateCheckList::addAscii(const std::string& address, qint64 rowid, quint64 digest)
 {
     m_foundRowid = 0;
+    m_found = 0;
     m_key.resize(address.size());
     for (std::size_t i = 0; i < address.size(); ++i) {
         const char c = address[i];
         m_key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
     }
-    return insert(m_key, rowid);
+    return insert(m_key, rowid, digest);
 }
 
-bool DuplicateCheckList::insert(const std::string& key, qint64 rowid)
+bool DuplicateCheckList::insert(const std::string& key, qint64 rowid, quint64 digest)
 {
     const std::size_t size = key.size();
     const std::uint32_t hash = hashOf(key.data(), size);
     std::size_t i = probe(key.data(), size, hash);
     if (m_slots[i].offset != 0) {
+        m_found = m_slots[i].offset;
         if (m_header > kLengthBytes)
-            std::memcpy(&m_foundRowid, entry(m_slots[i].offset) + kLengthBytes, sizeof rowid);
+            std::memcpy(&m_foundRowid, entry(m_found) + kLengthBytes, sizeof rowid);
         return false;
     }
 
@@ -164,15 +196,17 @@ bool DuplicateCheckList::insert(const std::string& key, qint64 rowid)
     const std::uint32_t length = std::uint32_t(size);
     char* target = m_chunks.back().get() + m_chunkUsed;
     std::memcpy(target, &length, kLengthBytes);
-    if (m_header > kLengthBytes)
+    if (m_header > kLengthBytes) {
         std::memcpy(target + kLengthBytes, &rowid, sizeof rowid);
+        std::memcpy(target + kLengthBytes + sizeof rowid, &digest, sizeof digest);
+    }
     std::memcpy(target + m_header, key.data(), size);
     m_chunkUsed += needed;
     m_slots[i] = Slot{std::uint32_t(offset + 1), hash};
     ++m_count;
     // Keep the table at most half full so probe runs stay short.
     if (std::size_t(m_count) * 2 > m_slots.size())
-        grow();
+        rehash(m_slots.size() * 2);
     return true;
 }
 

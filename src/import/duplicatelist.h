@@ -20,14 +20,19 @@ public:
     // Adds the lower-cased address; false when it is already there (the add "fails").
     bool add(const QString& address);
     // The same for an address in plain ASCII (see isAscii), given as its bytes, with the
-    // number of the Group record that holds it (0: none known).
-    bool addAscii(const std::string& address, qint64 rowid = 0);
+    // number of the Group record that holds it (0: none known) and that record's digest.
+    bool addAscii(const std::string& address, qint64 rowid = 0, quint64 digest = 0);
     static bool isAscii(const std::string& text);
-    // Whether entries keep the record numbers given to addAscii (costs 8 bytes each); set
-    // on an empty list.
+    // Whether entries keep the record numbers and digests given to addAscii (costs 16 bytes
+    // each); set on an empty list.
     void keepRowids(bool keep);
-    // After an add that failed: the record number kept with the address found, 0 if none.
+    // After an add that failed: the record number kept with the address found, 0 if none,
+    // and its digest, which the caller may change when it changes the record.
     qint64 foundRowid() const { return m_foundRowid; }
+    quint64 foundDigest() const;
+    void setFoundDigest(quint64 digest);
+    // Room for this many addresses without growing.
+    void reserve(qint64 addresses);
     bool contains(const QString& address) const;
     qint32 count() const { return m_count; }
     // Empties the list and gives its memory back.
@@ -43,9 +48,9 @@ private:
     static std::uint32_t hashOf(const char* data, std::size_t size);
     // The slot holding key, or the empty slot where it would go.
     std::size_t probe(const char* data, std::size_t size, std::uint32_t hash) const;
-    void grow();
+    void rehash(std::size_t size); // a power of two
 
-    bool insert(const std::string& key, qint64 rowid);
+    bool insert(const std::string& key, qint64 rowid, quint64 digest);
     const char* entry(std::uint32_t offset) const;
 
     std::string m_key; // scratch for the key being looked up
@@ -53,8 +58,9 @@ private:
     // never holds two copies of itself, and pages are only touched when filled.
     std::vector<std::unique_ptr<char[]>> m_chunks;
     std::size_t m_chunkUsed = 0;
-    std::size_t m_header = 4; // length, then the record number when kept
+    std::size_t m_header = 4; // length, then the record number and digest when kept
     qint64 m_foundRowid = 0;
+    std::uint32_t m_found = 0; // the entry (offset) of the last failed add; 0 = none
     std::vector<Slot> m_slots;
     qint32 m_count = 0;
 };

@@ -9,7 +9,9 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <cstring>
 #include <future>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
@@ -136,6 +138,50 @@ void foldFunction(sqlite3_context* context, int, sqlite3_value** argv)
     sqlite3_result_text16(context, folded.utf16(), int(folded.size() * 2), SQLITE_TRANSIENT);
 }
 
+// 64 bits of a 128-bit product, folded: the mixing step of the digest.
+__extension__ using Product = unsigned __int128; // GCC and Clang on 64-bit targets
+quint64 fold(quint64 a, quint64 b)
+{
+    const Product product = static_cast<Product>(a) * b;
+    return quint64(product) ^ quint64(product >> 64);
+}
+
+// One field into a record's digest, sixteen bytes to a multiplication (most fields take
+// one): Qt's own hash costs several times more on short texts, and this runs for every field
+// of every record of a big Group. A NULL differs from an empty text, and lengths count.
+quint64 digestStep(quint64 digest, const char* data, std::size_t size, bool isNull)
+{
+    constexpr quint64 k1 = 0xa0761d6478bd642fULL, k2 = 0xe7037ed1a0b428dbULL,
+                      k3 = 0x8ebc6af09c88c6e3ULL;
+    const quint64 tag = isNull ? ~quint64(0) : quint64(size);
+    quint64 a = 0, b = 0;
+    if (size > 16) {
+        for (; size > 16; size -= 16, data += 16) {
+            std::memcpy(&a, data, 8);
+            std::memcpy(&b, data + 8, 8);
+            digest = fold(a ^ k1 ^ digest, b ^ k2);
+        }
+        // The last sixteen bytes, overlapping what came before.
+        std::memcpy(&a, data + size - 16, 8);
+        std::memcpy(&b, data + size - 8, 8);
+    } else if (size >= 8) {
+        std::memcpy(&a, data, 8);
+        std::memcpy(&b, data + size - 8, 8);
+    } else if (size > 0) {
+        std::memcpy(&a, data, size);
+    }
+    return fold(a ^ k1 ^ digest, b ^ k2 ^ (tag * k3));
+}
+constexpr quint64 kDigestSeed = 0x243f6a8885a308d3ULL;
+
+// Only a NULL has no text.
+quint64 columnDigestStep(quint64 digest, sqlite3_stmt* stmt, int column)
+{
+    const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(stmt, column));
+    return digestStep(digest, data, data ? size_t(sqlite3_column_bytes(stmt, column)) : 0,
+                      data == nullptr);
+}
+
 class Statement
 {
 public:
@@ -195,7 +241,9 @@ public:
         None,
         Cursor,
         New,
-        Row
+        Row,
+        // Found by its number and not read yet (expectRowid).
+        Expected
     };
 
     sqlite3* db = nullptr;
@@ -207,6 +255,9 @@ public:
     // UPDATE statements by the set of columns they change ('1' = changed).
     std::map<std::string, std::unique_ptr<Statement>> updates;
     std::string changed;
+    std::string setColumns;
+    // Per column: whether an index of the Group holds it.
+    std::vector<char> isIndexed;
     // A found record's value of each changed column before its first change.
     std::vector<std::string> original;
     std::vector<char> originalIsSet;
@@ -217,10 +268,19 @@ public:
 
     Current current = Current::None;
     sqlite3_int64 rowid = 0;
+    QByteArray path; // encoded, for a second connection
     // The current record as UTF-8, the form the file keeps: no conversion when it is bound.
     std::vector<std::string> values;
     std::vector<char> isSet;
     bool dirty = false;
+    // A record taken for unchanged by its digest: only its digest fields are read.
+    bool partial = false;
+    std::vector<int> digestFields;
+    std::vector<char> isDigestField;
+    // What was set on an expected record, and the digest it is expected to have.
+    std::vector<char> pendingSet;
+    std::vector<std::string> pendingValues;
+    quint64 expectedDigest = 0;
     bool cursorAtEnd = true;
     bool noMatch = false;
 
@@ -280,6 +340,10 @@ public:
             exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
             return;
         }
+        // The sort runs faster in a small cache, spilling to a temporary file, and with one
+        // helper thread of SQLite's own that sorts half the keys.
+        exec(db, "PRAGMA cache_size=-4096", QStringLiteral("Cannot write to the Group"));
+        exec(db, "PRAGMA threads=1", QStringLiteral("Cannot write to the Group"));
         auto build = [this] {
             begin();
             for (const std::string& sql : indexesToBuild)
@@ -303,6 +367,7 @@ public:
             build();
         }
         indexesToBuild.clear();
+        exec(db, "PRAGMA threads=0", QStringLiteral("Cannot write to the Group"));
         exec(db, kCacheSize, QStringLiteral("Cannot write to the Group"));
     }
 
@@ -433,6 +498,7 @@ public:
 
     void flushCurrent()
     {
+        settleOrFail();
         if (current == Current::New) {
             begin();
             bindValues(insert.get());
@@ -443,13 +509,20 @@ public:
             dirty = false;
             afterWrite();
         } else if (current == Current::Row && dirty) {
-            // Only the columns whose value changed: an unchanged address keeps its index entry.
+            // The columns whose value changed, so that an unchanged address keeps its index
+            // entry; with them every digest field outside an index, whose value is known, so
+            // that a replace needs one or two statements rather than one per mix of changes.
             begin();
-            auto& update = updates[changed];
+            setColumns = changed;
+            for (int f : digestFields) {
+                if (!isIndexed[size_t(f)])
+                    setColumns[size_t(f)] = '1';
+            }
+            auto& update = updates[setColumns];
             if (!update) {
                 QStringList assignments;
                 for (int i = 0; i < columns.size(); ++i) {
-                    if (changed[size_t(i)] == '1')
+                    if (setColumns[size_t(i)] == '1')
                         assignments << quoted(columns.at(i)) + QStringLiteral("=?");
                 }
                 update = std::make_unique<Statement>();
@@ -460,7 +533,7 @@ public:
             sqlite3_stmt* stmt = update->get();
             int parameter = 0;
             for (size_t i = 0; i < values.size(); ++i) {
-                if (changed[i] != '1')
+                if (setColumns[i] != '1')
                     continue;
                 const int rc = isSet[i] ? sqlite3_bind_text(stmt, ++parameter, values[i].data(),
                                                             int(values[i].size()), SQLITE_STATIC)
@@ -501,6 +574,7 @@ public:
         }
         changed.assign(values.size(), '0');
         dirty = false;
+        partial = false;
     }
 
     QString selectColumns() const
@@ -538,6 +612,12 @@ public:
     // Makes scratch the value of field i of the current (buffered) record.
     void setFromScratch(size_t i)
     {
+        if (current == Current::Expected) {
+            values[i].swap(scratch);
+            isSet[i] = true;
+            pendingSet[i] = 1;
+            return;
+        }
         if (current == Current::New) {
             values[i].swap(scratch);
             isSet[i] = true;
@@ -558,6 +638,100 @@ public:
         isSet[i] = true;
         changed[i] = '1';
         dirty = true;
+    }
+
+    quint64 valuesDigest() const
+    {
+        quint64 digest = kDigestSeed;
+        for (int f : digestFields)
+            digest = digestStep(digest, values[size_t(f)].data(), values[size_t(f)].size(),
+                                !isSet[size_t(f)]);
+        return digest;
+    }
+
+    // Reads the record with this number under byRowid; false when there is none. The
+    // statement is left on the row for the caller, who resets it.
+    bool stepByRowid(sqlite3_int64 number)
+    {
+        if (!byRowid)
+            byRowid.prepare(db, QStringLiteral("SELECT ") + selectColumns() +
+                                    QStringLiteral(" FROM Recipients WHERE rowid=?1"));
+        sqlite3_bind_int64(byRowid.get(), 1, number);
+        const int rc = sqlite3_step(byRowid.get());
+        if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
+            sqlite3_reset(byRowid.get());
+            failSqlite(db, QStringLiteral("Cannot search the Group"));
+        }
+        return rc == SQLITE_ROW;
+    }
+
+    // An expected record becomes a found one: taken as it is when what was set on it has its
+    // digest, else read and changed by what was set. False when it is gone.
+    bool settle()
+    {
+        if (current != Current::Expected)
+            return true;
+        bool allSet = !digestFields.empty();
+        for (int f : digestFields)
+            allSet = allSet && pendingSet[size_t(f)];
+        changed.assign(values.size(), '0');
+        dirty = false;
+        if (allSet && valuesDigest() == expectedDigest) {
+            current = Current::Row;
+            partial = true;
+            return true;
+        }
+        pendingValues.swap(values);
+        values.assign(pendingValues.size(), std::string());
+        const bool found = stepByRowid(rowid);
+        if (found)
+            loadRow(byRowid.get());
+        sqlite3_reset(byRowid.get());
+        if (!found) {
+            current = Current::None;
+            return false;
+        }
+        current = Current::Row;
+        partial = false;
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (pendingSet[i]) {
+                scratch.swap(pendingValues[i]);
+                setFromScratch(i);
+            }
+        }
+        return true;
+    }
+
+    void settleOrFail()
+    {
+        if (!settle())
+            fail(QStringLiteral("The Group record %1 is no longer there").arg(rowid));
+    }
+
+    // Before field i of the current record is read or set: an expected record is settled,
+    // and one taken by its digest has its other fields read.
+    void needField(int i)
+    {
+        settleOrFail();
+        if (current != Current::Row || !partial || isDigestField[size_t(i)])
+            return;
+        const bool found = stepByRowid(rowid);
+        if (found) {
+            for (size_t k = 0; k < values.size(); ++k) {
+                if (isDigestField[k])
+                    continue;
+                const bool isNull = sqlite3_column_type(byRowid.get(), int(k) + 1) == SQLITE_NULL;
+                isSet[k] = !isNull;
+                const auto* text =
+                    reinterpret_cast<const char*>(sqlite3_column_text(byRowid.get(), int(k) + 1));
+                values[k].assign(isNull || !text ? "" : text,
+                                 size_t(sqlite3_column_bytes(byRowid.get(), int(k) + 1)));
+            }
+        }
+        sqlite3_reset(byRowid.get());
+        if (!found)
+            fail(QStringLiteral("The Group record %1 is no longer there").arg(rowid));
+        partial = false;
     }
 
     // Turns a cursor row into a buffered one before it is changed.
@@ -612,6 +786,9 @@ public:
         indexesToDrop.clear();
         indexesToBuild.clear();
         indexBuildYield = nullptr;
+        partial = false;
+        digestFields.clear();
+        isDigestField.clear();
     }
 };
 
@@ -731,6 +908,7 @@ void GroupStore::open(const QString& path)
         fail(QStringLiteral("Cannot open the Group file: ") + message);
     }
     d->db = db;
+    d->path = QFile::encodeName(path);
     d->committedInserts = 0;
     try {
         sqlite3_busy_timeout(db, 5000);
@@ -752,6 +930,26 @@ void GroupStore::open(const QString& path)
         d->lengths.assign(size_t(d->columns.size()), 0);
         for (int i = 0; i < d->columns.size(); ++i)
             d->indexByLowerName.insert(d->columns.at(i).toLower(), i);
+        d->isIndexed.assign(size_t(d->columns.size()), 0);
+        sqlite3_stmt* indexed = nullptr;
+        if (sqlite3_prepare_v2(db,
+                               "SELECT DISTINCT info.name FROM pragma_index_list('Recipients') "
+                               "AS list, pragma_index_info(list.name) AS info",
+                               -1, &indexed, nullptr) == SQLITE_OK) {
+            while (sqlite3_step(indexed) == SQLITE_ROW) {
+                const int at = d->indexByLowerName.value(
+                    QString::fromUtf8(
+                        reinterpret_cast<const char*>(sqlite3_column_text(indexed, 0)))
+                        .toLower(),
+                    -1);
+                if (at >= 0)
+                    d->isIndexed[size_t(at)] = 1;
+            }
+        } else {
+            // Taken as all indexed: no column is ever written unchanged.
+            d->isIndexed.assign(size_t(d->columns.size()), 1);
+        }
+        sqlite3_finalize(indexed);
 
         // A run killed while its indexes were deferred leaves the file without the e-mail
         // index; a failure here only makes finds slower, so it is not fatal.
@@ -842,7 +1040,7 @@ void GroupStore::discardChanges()
 {
     if (!d->db)
         return;
-    if (d->current == Private::Current::New) {
+    if (d->current == Private::Current::New || d->current == Private::Current::Expected) {
         d->clearBuffer();
         d->current = Private::Current::None;
     } else if (d->current == Private::Current::Row && d->dirty) {
@@ -938,6 +1136,7 @@ QString GroupStore::getField(int index)
     d->requireOpen();
     if (index < 0 || index >= d->columns.size())
         fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    d->needField(index);
     switch (d->current) {
     case Private::Current::Cursor:
         return columnText(d->cursor.get(), index + 1);
@@ -946,6 +1145,7 @@ QString GroupStore::getField(int index)
         return QString::fromUtf8(d->values[size_t(index)].data(),
                                  qsizetype(d->values[size_t(index)].size()));
     case Private::Current::None:
+    case Private::Current::Expected:
         break;
     }
     fail(QStringLiteral("No current record"));
@@ -956,6 +1156,7 @@ void GroupStore::getFieldUtf8(int index, std::string& out)
     d->requireOpen();
     if (index < 0 || index >= d->columns.size())
         fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+    d->needField(index);
     switch (d->current) {
     case Private::Current::Cursor: {
         const auto* data =
@@ -968,6 +1169,7 @@ void GroupStore::getFieldUtf8(int index, std::string& out)
         out = d->values[size_t(index)];
         return;
     case Private::Current::None:
+    case Private::Current::Expected:
         break;
     }
     fail(QStringLiteral("No current record"));
@@ -1000,6 +1202,8 @@ void GroupStore::setField(int index, const QString& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
+    if (d->current == Private::Current::Row)
+        d->needField(index);
     assignUtf8(d->scratch, cutToLength(value, d->lengths[size_t(index)]));
     d->setFromScratch(size_t(index));
 }
@@ -1012,6 +1216,8 @@ void GroupStore::setFieldUtf8(int index, std::string& value)
     d->bufferCursorRow();
     if (d->current == Private::Current::None)
         fail(QStringLiteral("No current record"));
+    if (d->current == Private::Current::Row)
+        d->needField(index);
     const std::size_t size = utf8CutSize(value, d->lengths[size_t(index)]);
     d->scratch.swap(value);
     d->scratch.resize(size);
@@ -1072,6 +1278,7 @@ qint64 GroupStore::currentRowid() const
     case Private::Current::Cursor:
         return sqlite3_column_int64(d->cursor.get(), 0);
     case Private::Current::Row:
+    case Private::Current::Expected:
         return d->rowid;
     default:
         return 0;
@@ -1084,20 +1291,12 @@ bool GroupStore::moveToRowid(qint64 rowid)
     d->flush();
     d->stopCursor();
     d->current = Private::Current::None;
-    if (!d->byRowid)
-        d->byRowid.prepare(d->db, QStringLiteral("SELECT ") + d->selectColumns() +
-                                      QStringLiteral(" FROM Recipients WHERE rowid=?1"));
-    sqlite3_stmt* stmt = d->byRowid.get();
-    sqlite3_bind_int64(stmt, 1, rowid);
-    const int rc = sqlite3_step(stmt);
-    const bool found = rc == SQLITE_ROW;
+    const bool found = d->stepByRowid(rowid);
     if (found) {
-        d->loadRow(stmt);
+        d->loadRow(d->byRowid.get());
         d->current = Private::Current::Row;
     }
-    sqlite3_reset(stmt);
-    if (rc != SQLITE_ROW && rc != SQLITE_DONE)
-        failSqlite(d->db, QStringLiteral("Cannot search the Group"));
+    sqlite3_reset(d->byRowid.get());
     d->noMatch = !found;
     return found;
 }
@@ -1152,6 +1351,7 @@ bool GroupStore::isNull(int index) const
 {
     if (index < 0 || index >= int(d->isSet.size()))
         return true;
+    d->needField(index);
     if (d->current == Private::Current::Cursor)
         return sqlite3_column_type(d->cursor.get(), index + 1) == SQLITE_NULL;
     return !d->isSet[size_t(index)];
@@ -1177,6 +1377,7 @@ void GroupStore::commitWrite()
 
 bool GroupStore::changedSinceFound(int index, std::optional<QString>& oldValue) const
 {
+    d->settleOrFail();
     if (d->current != Private::Current::Row || index < 0 || index >= int(d->changed.size()) ||
         d->changed[size_t(index)] != '1')
         return false;
@@ -1185,4 +1386,193 @@ bool GroupStore::changedSinceFound(int index, std::optional<QString>& oldValue) 
                                          d->original[i].data(), qsizetype(d->original[i].size())))
                                    : std::nullopt;
     return true;
+}
+
+void GroupStore::setDigestFields(std::vector<int> fields)
+{
+    d->requireOpen();
+    d->flush();
+    d->current = Private::Current::None;
+    d->isDigestField.assign(d->values.size(), 0);
+    for (int f : fields) {
+        if (f < 0 || f >= int(d->values.size()))
+            fail(QStringLiteral("No such Group field"), AppError::SubscriptOutOfRange);
+        d->isDigestField[size_t(f)] = 1;
+    }
+    d->digestFields = std::move(fields);
+}
+
+namespace {
+
+// The records after rowid `after`, in rowid order, read through a connection of its own:
+// the later part of a big scan, read on a helper thread while the caller's reads the rest.
+struct LaterRows
+{
+    struct Row
+    {
+        qint64 rowid;
+        quint64 digest;
+        qsizetype at; // into texts; -1 for NULL
+        int size;
+    };
+    std::vector<Row> rows;
+    std::string texts;
+    bool ok = false;
+};
+
+// The statement gives the rowid, the text, then the fields to digest.
+void readLaterRows(const QByteArray& path, const QString& select, qint64 after, LaterRows& out)
+{
+    sqlite3* db = nullptr;
+    bool ok = sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX,
+                              nullptr) == SQLITE_OK;
+    sqlite3_stmt* stmt = nullptr;
+    if (ok) {
+        sqlite3_busy_timeout(db, 5000);
+        const QByteArray sql = select.toUtf8();
+        ok = sqlite3_prepare_v2(db, sql.constData(), int(sql.size()), &stmt, nullptr) == SQLITE_OK;
+    }
+    if (ok) {
+        sqlite3_bind_int64(stmt, 1, after);
+        const int columns = sqlite3_column_count(stmt);
+        int rc;
+        while ((rc = sqlite3_step(stmt)) == SQLITE_ROW) {
+            quint64 digest = kDigestSeed;
+            for (int k = 2; k < columns; ++k)
+                digest = columnDigestStep(digest, stmt, k);
+            const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(stmt, 1));
+            const int size = text ? sqlite3_column_bytes(stmt, 1) : 0;
+            out.rows.push_back({sqlite3_column_int64(stmt, 0), digest,
+                                text ? qsizetype(out.texts.size()) : -1, size});
+            out.texts.append(text ? text : "", std::size_t(size));
+        }
+        ok = rc == SQLITE_DONE;
+    }
+    sqlite3_finalize(stmt);
+    sqlite3_close_v2(db);
+    out.ok = ok;
+}
+
+// Below this many records a scan is not worth a second thread.
+constexpr qint64 kSplitScanRows = 100000;
+
+} // namespace
+
+void GroupStore::scan(int textIndex, const ScanVisitor& visit)
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->current = Private::Current::None;
+    const QString text = textIndex >= 0 && textIndex < d->columns.size()
+                             ? quoted(d->columns.at(textIndex))
+                             : QStringLiteral("NULL");
+    QString digestColumns;
+    for (int f : d->digestFields)
+        digestColumns += QLatin1Char(',') + quoted(d->columns.at(f));
+
+    // Reading every field of a big Group costs more than the walk itself: a helper thread
+    // reads the later records (a little more than half: this thread also lists what both
+    // read) while this one reads the rest. It sees only what is committed.
+    qint64 split = std::numeric_limits<qint64>::max();
+    LaterRows later;
+    std::future<void> helper;
+    const QString select = QStringLiteral("SELECT rowid,") + text + digestColumns;
+    if (!d->digestFields.empty()) {
+        d->commit();
+        Statement last;
+        last.prepare(d->db, QStringLiteral("SELECT max(rowid) FROM Recipients"));
+        const qint64 maxRowid =
+            sqlite3_step(last.get()) == SQLITE_ROW ? sqlite3_column_int64(last.get(), 0) : 0;
+        if (maxRowid >= kSplitScanRows) {
+            split = maxRowid / 100 * 44;
+            helper = std::async(std::launch::async,
+                                [path = d->path,
+                                 sql = select + QStringLiteral(" FROM Recipients WHERE rowid>?1 "
+                                                               "ORDER BY rowid"),
+                                 split, &later] { readLaterRows(path, sql, split, later); });
+        }
+    }
+    // Waits for the helper on every way out: it writes to `later`.
+    struct Join
+    {
+        std::future<void>& helper;
+        ~Join()
+        {
+            if (helper.valid())
+                helper.wait();
+        }
+    } join{helper};
+
+    auto walk = [&](const QString& sql) {
+        Statement stmt;
+        stmt.prepare(d->db, sql);
+        sqlite3_stmt* row = stmt.get();
+        if (split != std::numeric_limits<qint64>::max())
+            sqlite3_bind_int64(row, 1, split);
+        int rc;
+        while ((rc = sqlite3_step(row)) == SQLITE_ROW) {
+            quint64 digest = kDigestSeed;
+            for (int k = 0; k < int(d->digestFields.size()); ++k)
+                digest = columnDigestStep(digest, row, k + 2);
+            const auto* value = sqlite3_column_type(row, 1) == SQLITE_NULL
+                                    ? nullptr
+                                    : reinterpret_cast<const char*>(sqlite3_column_text(row, 1));
+            visit(sqlite3_column_int64(row, 0), value, value ? sqlite3_column_bytes(row, 1) : 0,
+                  digest);
+        }
+        if (rc != SQLITE_DONE)
+            failSqlite(d->db, QStringLiteral("Cannot read the Group"));
+    };
+    if (!helper.valid()) {
+        // In no particular order: for the e-mail alone SQLite may read its smaller index.
+        walk(select + QStringLiteral(" FROM Recipients"));
+        return;
+    }
+    walk(select + QStringLiteral(" FROM Recipients WHERE rowid<=?1"));
+    helper.get();
+    if (!later.ok) {
+        walk(select + QStringLiteral(" FROM Recipients WHERE rowid>?1"));
+        return;
+    }
+    for (const LaterRows::Row& row : later.rows)
+        visit(row.rowid, row.at < 0 ? nullptr : later.texts.data() + row.at, row.size, row.digest);
+}
+
+quint64 GroupStore::currentDigest()
+{
+    d->requireOpen();
+    d->settleOrFail();
+    if (d->current == Private::Current::Cursor) {
+        quint64 digest = kDigestSeed;
+        sqlite3_stmt* row = d->cursor.get();
+        for (int f : d->digestFields)
+            digest = columnDigestStep(digest, row, f + 1);
+        return digest;
+    }
+    if (d->current == Private::Current::None)
+        fail(QStringLiteral("No current record"));
+    return d->valuesDigest();
+}
+
+void GroupStore::expectRowid(qint64 rowid, quint64 digest)
+{
+    d->requireOpen();
+    d->flush();
+    d->stopCursor();
+    d->clearBuffer();
+    d->pendingSet.assign(d->values.size(), 0);
+    d->changed.assign(d->values.size(), '0');
+    d->dirty = false;
+    d->partial = false;
+    d->rowid = rowid;
+    d->expectedDigest = digest;
+    d->noMatch = false;
+    d->current = Private::Current::Expected;
+}
+
+bool GroupStore::confirmCurrent()
+{
+    d->requireOpen();
+    return d->settle();
 }

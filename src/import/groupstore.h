@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 struct sqlite3;
 
@@ -99,6 +100,25 @@ public:
     // current when it is known to find that record. False when there is no such record.
     qint64 currentRowid() const;
     bool moveToRowid(qint64 rowid);
+
+    // For a replacing run, which reads a found record only when the copy changes it: the
+    // fields whose values make up a record's digest. Equal digests mean equal values, but
+    // for a chance of one in 2^64 per record.
+    void setDigestFields(std::vector<int> fields);
+    // Reads every record, in no set order: its number, the UTF-8 text of field textIndex
+    // (nullptr for NULL or when textIndex is -1) and the digest of its digest fields.
+    using ScanVisitor =
+        std::function<void(qint64 rowid, const char* text, int size, quint64 digest)>;
+    void scan(int textIndex, const ScanVisitor& visit);
+    // The digest of the current record's digest fields.
+    quint64 currentDigest();
+    // Makes the record with that number current without reading it, on the word that its
+    // digest fields hold values with this digest. It is read when something asks for more
+    // than what was set on it since, or when what was set differs from the digest.
+    void expectRowid(qint64 rowid, quint64 digest);
+    // Settles an expected record: false when it is no longer in the file, and nothing is
+    // current then. True for any other current record.
+    bool confirmCurrent();
 
     // For a run that adds many records: the Group's indexes are dropped with the next write
     // and built again in one pass when the file closes (or before the next find), which

@@ -293,6 +293,10 @@ public:
     }
     // The Group fields a copy may set, for the snapshot taken before a replace.
     std::vector<int> copyTargets;
+    std::vector<int> copyTargetIndexes();
+    // Whether the duplicate list keeps a digest of each listed record's copy targets, so
+    // that a replace reads only the records it changes.
+    bool digestsKept = false;
 
     void log(const QString& line) { WriteLogLine(LogFileNumber(), line); }
 
@@ -336,13 +340,14 @@ public:
     };
     std::vector<CopyStep> copySteps;
     std::string utf8Value;
+    std::string reportValue;
     int titleIndex = -1, firstNameIndex = -1, initialIndex = -1, lastNameIndex = -1;
 
     void prepareCopy();
     void openReport();
     void reportRow(const QString& outcome, const QString& reason);
     void addRecord(const QString& email);
-    void replaceRecord(const QString& email, Values* before, qint64 rowid);
+    bool replaceRecord(const QString& email, Values* before, qint64 rowid);
     void collectChanges(Values& hashes, std::vector<UndoJournal::Change>* changes);
     void prepareWriting(int emailSource, const QString& emailField);
     QString sourceValue(const QString& field, int index) const;
@@ -544,36 +549,36 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
     } catch (const AppError&) {
         count = 0;
     }
+    // A real replace compares what it would write with a digest of each record, and reads
+    // only the records that differ.
+    digestsKept = choices.ReplaceExisting && !testRun && store.isOpen();
     if (count > 0) {
         view.setProgressRange(0, count);
         view.setProgressValue(0);
+        duplicates.reserve(count);
+        const int emailIndex = store.fieldIndex(QStringLiteral("EmailAddress"));
+        qint32 read = 0;
         try {
-            store.moveFirst();
-        } catch (const AppError&) {
-        }
-        const QString emailField = QStringLiteral("EmailAddress");
-        const int emailIndex = store.fieldIndex(emailField);
-        for (qint32 i = 1; i <= count; ++i) {
-            try {
-                // Plain ASCII, as nearly every address is, goes in without a conversion.
-                if (emailIndex >= 0) {
-                    store.getFieldUtf8(emailIndex, utf8Value);
+            if (emailIndex < 0)
+                throw AppError(3265, QStringLiteral("The Group has no field EmailAddress"));
+            store.setDigestFields(digestsKept ? copyTargetIndexes() : std::vector<int>());
+            store.scan(emailIndex, [&](qint64 rowid, const char* text, int size, quint64 digest) {
+                try {
+                    // Plain ASCII, as nearly every address is, goes in without a conversion.
+                    utf8Value.assign(text ? text : "", std::size_t(size));
                     if (DuplicateCheckList::isAscii(utf8Value))
-                        duplicates.addAscii(utf8Value, store.currentRowid());
+                        duplicates.addAscii(utf8Value, rowid, digest);
                     else
-                        duplicates.add(store.getField(emailIndex));
-                } else {
-                    duplicates.add(store.getField(emailField));
+                        duplicates.add(QString::fromUtf8(text, size));
+                } catch (const std::exception&) {
                 }
-            } catch (const std::exception&) {
-            }
-            view.setProgressValue(i);
-            try {
-                if (!store.atEnd())
-                    store.moveNext();
-            } catch (const AppError&) {
-            }
+                view.setProgressValue(++read);
+            });
+        } catch (const AppError&) {
+            digestsKept = false;
         }
+        for (qint32 i = read + 1; i <= count; ++i)
+            view.setProgressValue(i);
     }
     view.setProgressValue(0);
     log(QStringLiteral("#   ") + QString::number(duplicates.count()) +
@@ -694,21 +699,34 @@ void ImportEngine::Private::prepareCopy()
     fieldLengths.assign(size_t(groupNames.size()), 0);
     for (int i = 0; i < groupNames.size(); ++i)
         fieldLengths[size_t(i)] = store.fieldLength(i);
-    copyTargets.clear();
-    auto target = [&](int index) {
-        if (index >= 0 &&
-            std::find(copyTargets.begin(), copyTargets.end(), index) == copyTargets.end())
-            copyTargets.push_back(index);
+    copyTargets = copyTargetIndexes();
+}
+
+// The Group fields the copy sets, in the file's order: every mapped field, and the four
+// the full name fills.
+std::vector<int> ImportEngine::Private::copyTargetIndexes()
+{
+    std::vector<int> targets;
+    if (!store.isOpen())
+        return targets;
+    auto target = [&](const QString& name) {
+        const int index = store.fieldIndex(name);
+        if (index >= 0 && std::find(targets.begin(), targets.end(), index) == targets.end())
+            targets.push_back(index);
     };
-    for (const CopyStep& step : copySteps) {
-        if (step.kind == CopyStep::FullName) {
-            for (int index : {titleIndex, firstNameIndex, initialIndex, lastNameIndex})
-                target(index);
+    for (const QString& name : recipientFieldNames()) {
+        const CMapping* mapping = choices.FieldMappings.Item(name);
+        if (!mapping || mapping->DBField.isEmpty())
+            continue;
+        if (name == QLatin1String("FullNameMacro")) {
+            for (const char* part : {"Title", "FirstName", "Initial", "LastName"})
+                target(QString::fromLatin1(part));
         } else {
-            target(step.groupIndex);
+            target(name);
         }
     }
-    std::sort(copyTargets.begin(), copyTargets.end());
+    std::sort(targets.begin(), targets.end());
+    return targets;
 }
 
 void ImportEngine::Private::openReport()
@@ -730,8 +748,13 @@ void ImportEngine::Private::reportRow(const QString& outcome, const QString& rea
     if (!report.isOpen())
         return;
     report.beginRow(outcome, reason);
-    for (int index : reportSources)
-        report.addField(index >= 0 ? records->text(index) : QString());
+    for (int index : reportSources) {
+        if (index >= 0)
+            records->utf8(index, reportValue);
+        else
+            reportValue.clear();
+        report.addFieldUtf8(reportValue);
+    }
     report.endRow();
 }
 
@@ -781,13 +804,16 @@ void ImportEngine::Private::collectChanges(Values& hashes,
 
 // before (test runs only): the hashes of what the run would have written to the address
 // earlier; else the store's current record is the one replaced.
-void ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
+bool ImportEngine::Private::replaceRecord(const QString& email, Values* before, qint64 rowid)
 {
     cuts.clear();
     std::vector<UndoJournal::Change> changes;
     if (!testRun) {
-        // The store knows which fields the copy changed and what they held.
+        // The store knows which fields the copy changed and what they held; a record that
+        // is gone since the list was built is looked for again by its address.
         copyMappedFields(email);
+        if (!store.confirmCurrent())
+            return false;
         std::optional<QString> was;
         for (int index : copyTargets) {
             if (!store.changedSinceFound(index, was))
@@ -816,7 +842,7 @@ void ImportEngine::Private::replaceRecord(const QString& email, Values* before, 
     if (changes.empty()) {
         if (!cuts.isEmpty())
             reportRow(QStringLiteral("Cut"), cuts.join(QStringLiteral("; ")));
-        return;
+        return true;
     }
     ++totals.updated;
     QStringList names;
@@ -826,9 +852,13 @@ void ImportEngine::Private::replaceRecord(const QString& email, Values* before, 
     }
     if (journal)
         journal->noteReplaced(rowid, changes);
+    // A later row with the same address compares with what the record holds now.
+    if (digestsKept)
+        duplicates.setFoundDigest(store.currentDigest());
     QStringList reasons{QStringLiteral("Changed: ") + names.join(QStringLiteral(", "))};
     reasons += cuts;
     reportRow(QStringLiteral("Updated"), reasons.join(QStringLiteral("; ")));
+    return true;
 }
 
 QString ImportEngine::Private::sourceValue(const QString& field, int index) const
@@ -1013,21 +1043,27 @@ bool ImportEngine::Private::DoImport(QString& errorText)
                         const auto it = testAdded.find(email.toLower());
                         pending = it == testAdded.end() ? nullptr : &it.value();
                     }
-                    if (!pending) {
-                        // An ASCII address matches (without regard to case) only the ASCII
-                        // addresses the list holds, whose first record is the one kept.
-                        const qint64 rowid = duplicates.foundRowid();
-                        if (rowid <= 0 || !isAscii(email) || !store.moveToRowid(rowid))
-                            store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
+                    // An ASCII address matches (without regard to case) only the ASCII
+                    // addresses the list holds, whose first record is the one kept.
+                    const qint64 rowid = pending ? 0 : duplicates.foundRowid();
+                    const bool byRowid = rowid > 0 && isAscii(email);
+                    bool replaced = false;
+                    if (pending) {
+                        replaced = replaceRecord(email, pending, -1);
+                    } else if (byRowid && digestsKept) {
+                        store.expectRowid(rowid, duplicates.foundDigest());
+                        replaced = replaceRecord(email, nullptr, rowid);
                     }
-                    if (pending)
-                        replaceRecord(email, pending, -1);
-                    else if (store.noMatch())
-                        boxes.exclamation(QStringLiteral(
-                            "Warning: A record was found in the duplicates list, but could not be "
-                            "found in the Veltrano database to replace."));
-                    else
-                        replaceRecord(email, nullptr, store.currentRowid());
+                    if (!replaced) {
+                        if (!byRowid || !store.moveToRowid(rowid))
+                            store.find(QStringLiteral("EmailAddress"), QStringLiteral("="), email);
+                        if (store.noMatch())
+                            boxes.exclamation(QStringLiteral(
+                                "Warning: A record was found in the duplicates list, but could "
+                                "not be found in the Veltrano database to replace."));
+                        else
+                            replaceRecord(email, nullptr, store.currentRowid());
+                    }
                 }
             }
 

@@ -2,6 +2,7 @@
 #include <QtTest>
 
 #include <optional>
+#include <set>
 
 #include "import/groupstore.h"
 #include "util/apperror.h"
@@ -196,6 +197,119 @@ private slots:
         QCOMPARE(SqliteColumn(path, "SELECT COALESCE(Zip, EmailAddress, Title, DateAdded, City) "
                                     "FROM Recipients ORDER BY rowid"),
                  stored);
+    }
+    // A record found by its number is not read while what is set on it has the digest it
+    // had: only a difference, a field left unset or a value asked for reads it.
+    void expectedRecordsAreReadOnlyWhenTheyDiffer_data()
+    {
+        QTest::addColumn<QStringList>("set");
+        QTest::addColumn<QString>("changed"); // field:old value, '~' for NULL
+        QTest::addColumn<QString>("stored");  // FirstName|City|Title|Zip afterwards
+        DataRow("the same values",
+                QStringList{"EmailAddress=a@x.org", "FirstName=Ann", "City=Leeds", "Title=Dr"},
+                QString(), "Ann|Leeds|Dr|1");
+        DataRow("one field differs",
+                QStringList{"EmailAddress=a@x.org", "FirstName=Ann", "City=York", "Title=Dr"},
+                "City:Leeds", "Ann|York|Dr|1");
+        DataRow("set twice, the last one the same",
+                QStringList{"EmailAddress=a@x.org", "FirstName=Bo", "FirstName=Ann", "City=Leeds",
+                            "Title=Dr"},
+                QString(), "Ann|Leeds|Dr|1");
+        DataRow("a field left unset", QStringList{"City=Hull"}, "City:Leeds", "Ann|Hull|Dr|1");
+    }
+
+    void expectedRecordsAreReadOnlyWhenTheyDiffer()
+    {
+        QFETCH(QStringList, set);
+        QFETCH(QString, changed);
+        QFETCH(QString, stored);
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        QCOMPARE(BuildSqliteDatabase(path, {"INSERT INTO Recipients (EmailAddress, FirstName, "
+                                            "City, Title, Zip) VALUES ('a@x.org', 'Ann', "
+                                            "'Leeds', 'Dr', '1')"}),
+                 QString());
+        GroupStore store;
+        store.open(path);
+        store.setDigestFields({store.fieldIndex("Title"), store.fieldIndex("FirstName"),
+                               store.fieldIndex("EmailAddress"), store.fieldIndex("City")});
+        quint64 digest = 0;
+        store.scan(store.fieldIndex("EmailAddress"),
+                   [&](qint64, const char*, int, quint64 d) { digest = d; });
+        store.expectRowid(1, digest);
+        add(store, {}); // a new record drops what was expected: nothing to confirm
+        QVERIFY(store.confirmCurrent());
+        store.discardChanges();
+        store.expectRowid(1, digest);
+        for (const QString& pair : set)
+            store.setField(pair.section('=', 0, 0), pair.section('=', 1));
+        QVERIFY(store.confirmCurrent());
+        QStringList seen;
+        for (int i = 0; i < store.fieldNames().size(); ++i) {
+            std::optional<QString> was;
+            if (store.changedSinceFound(i, was))
+                seen << store.fieldNames().at(i) + ':' + was.value_or("~");
+        }
+        QCOMPARE(seen.join(','), changed);
+        QCOMPARE(store.getField("Zip"), QString("1")); // never set: read from the file
+        const quint64 now = store.currentDigest();
+        QCOMPARE(now == digest, changed.isEmpty());
+        store.close();
+        QCOMPARE(SqliteColumn(path, "SELECT FirstName || '|' || City || '|' || Title || '|' || "
+                                    "Zip FROM Recipients"),
+                 QStringList{stored});
+        // What the store said the record now holds is what a new scan of the file finds.
+        store.open(path);
+        store.setDigestFields({store.fieldIndex("Title"), store.fieldIndex("FirstName"),
+                               store.fieldIndex("EmailAddress"), store.fieldIndex("City")});
+        store.scan(-1, [&](qint64, const char*, int, quint64 d) { digest = d; });
+        QCOMPARE(digest, now);
+        // A record that is gone is not confirmed, and nothing is current after it.
+        store.expectRowid(7, digest);
+        store.setField("City", "Ely");
+        QVERIFY(!store.confirmCurrent());
+        QVERIFY_THROWS_EXCEPTION(AppError, store.getField("City"));
+    }
+
+    // A big Group is scanned by two threads: every record once, with its text and the digest
+    // a record read on its own has; NULL and empty text differ.
+    void bigScanSeesEveryRecordOnce()
+    {
+        TempFolder folder;
+        const QString path = newGroup(folder);
+        const int rows = 120000;
+        QCOMPARE(BuildSqliteDatabase(
+                     path, {QString("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
+                                    "FROM n WHERE i < %1) INSERT INTO Recipients (EmailAddress, "
+                                    "City, Zip) SELECT CASE i % 1000 WHEN 7 THEN NULL ELSE 'p' "
+                                    "|| i || '@x.org' END, CASE i % 3 WHEN 0 THEN NULL WHEN 1 "
+                                    "THEN '' ELSE 'C' || i END, i FROM n")
+                                .arg(rows)}),
+                 QString());
+        GroupStore store;
+        store.open(path);
+        const int email = store.fieldIndex("EmailAddress");
+        store.setDigestFields({store.fieldIndex("City"), email});
+        std::vector<quint64> digests(rows + 1, 0);
+        qint64 seen = 0, nulls = 0, wrongText = 0;
+        store.scan(email, [&](qint64 rowid, const char* text, int size, quint64 digest) {
+            ++seen;
+            nulls += text == nullptr;
+            if (text && QByteArray(text, size) != "p" + QByteArray::number(rowid) + "@x.org")
+                ++wrongText;
+            digests[size_t(rowid)] = digest;
+        });
+        QCOMPARE(seen, qint64(rows));
+        QCOMPARE(nulls, qint64(rows / 1000));
+        QCOMPARE(wrongText, qint64(0));
+        // Equal only where the values are: the records without an address and with a NULL
+        // City share one digest, those with an empty City another.
+        QCOMPARE(std::set<quint64>(digests.begin() + 1, digests.end()).size(),
+                 size_t(rows - 2 * (rows / 1000 / 3 - 1)));
+        for (int rowid : {1, 2, 3, 7, rows / 2, rows / 2 + 1, rows - 1, rows}) {
+            QVERIFY(store.moveToRowid(rowid));
+            QCOMPARE(store.currentDigest(), digests[size_t(rowid)]);
+        }
     }
 };
 

@@ -527,6 +527,21 @@ private slots:
         QCOMPARE(groupRows("EmailAddress,City"), expected);
     }
 
+    // A replace that meets an address again compares with what it wrote last, not with what
+    // the Group held before the run.
+    void replaceComesBackToEarlierValues()
+    {
+        const QString ann = "'a@x.org', 'Ann', 'Lee', 'Leeds', NULL";
+        ImportChoices choices =
+            prepare({ann, "'a@x.org', 'Bob', 'Lee', 'York', NULL", ann}, {"a@x.org"});
+        build(m_folder->filePath("G.gdb"),
+              {"UPDATE Recipients SET FirstName = 'Ann', LastName = 'Lee', City = 'Leeds'"});
+        choices.ReplaceExisting = true;
+        QVERIFY(run(choices));
+        QCOMPARE(m_totals, QString("3,0,3,0"));
+        QCOMPARE(groupRows("EmailAddress,FirstName,City"), QStringList{"a@x.org|Ann|Leeds"});
+    }
+
     // A big PostgreSQL read goes through the server's COPY: every type it takes must come
     // out as the driver gives it, which a small read of the same rows shows.
     void postgresCopyMatchesTheDriver()
