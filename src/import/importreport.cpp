@@ -1,5 +1,7 @@
 #include "importreport.h"
 
+#include <algorithm>
+
 namespace {
 // Rows are gathered and written in blocks: a run refusing a million rows stays fast.
 constexpr qsizetype kBufferBytes = 64 * 1024;
@@ -32,27 +34,52 @@ void ImportReport::addRow(const QString& outcome, const QString& reason, const Q
 
 void ImportReport::beginRow(const QString& outcome, const QString& reason)
 {
-    m_line.clear();
-    appendField(outcome);
+    m_firstField = true;
+    addField(outcome);
     addField(reason);
 }
 
 void ImportReport::addField(const QString& value)
 {
-    m_line += QLatin1Char(',');
-    appendField(value);
+    const QByteArray utf8 = value.toUtf8();
+    appendField(utf8.constData(), utf8.size());
+}
+
+void ImportReport::addFieldUtf8(const std::string& value)
+{
+    appendField(value.data(), qsizetype(value.size()));
+}
+
+// RFC 4180: quoted, with quotes doubled, when the value holds a comma, a quote or a line
+// break. Straight into the block: no text copy per field.
+void ImportReport::appendField(const char* data, qsizetype size)
+{
+    if (!m_file.isOpen())
+        return;
+    if (!m_firstField)
+        m_buffer.append(',');
+    m_firstField = false;
+    const char* end = data + size;
+    if (std::find_if(data, end, [](char c) {
+            return c == ',' || c == '"' || c == '\r' || c == '\n';
+        }) == end) {
+        m_buffer.append(data, size);
+        return;
+    }
+    m_buffer.append('"');
+    for (const char* p = data; p != end; ++p) {
+        if (*p == '"')
+            m_buffer.append('"');
+        m_buffer.append(*p);
+    }
+    m_buffer.append('"');
 }
 
 void ImportReport::endRow()
 {
     if (!m_file.isOpen())
         return;
-    m_line += QStringLiteral("\r\n");
-    // Encoded straight into the block: no text copy per line.
-    const qsizetype used = m_buffer.size();
-    m_buffer.resize(used + m_line.size() * 3);
-    char* end = m_encoder.appendToBuffer(m_buffer.data() + used, m_line);
-    m_buffer.truncate(end - m_buffer.constData());
+    m_buffer.append("\r\n", 2);
     if (m_buffer.size() >= kBufferBytes)
         flushBuffer();
 }
@@ -63,24 +90,6 @@ void ImportReport::close()
         return;
     flushBuffer();
     m_file.close();
-}
-
-QString ImportReport::csvField(const QString& value)
-{
-    for (QChar c : value) {
-        if (c == QLatin1Char(',') || c == QLatin1Char('"') || c == QLatin1Char('\r') ||
-            c == QLatin1Char('\n')) {
-            QString quoted = value;
-            quoted.replace(QLatin1Char('"'), QStringLiteral("\"\""));
-            return QLatin1Char('"') + quoted + QLatin1Char('"');
-        }
-    }
-    return value;
-}
-
-void ImportReport::appendField(const QString& value)
-{
-    m_line += csvField(value);
 }
 
 void ImportReport::flushBuffer()

@@ -2,8 +2,9 @@
 
 #include <QFile>
 #include <QString>
-#include <QStringEncoder>
 #include <QStringList>
+
+#include <string>
 
 // "Database Import Report.csv": one line per row a run refused, cut or used to update a
 // recipient, with the mapped source values, so that a user can fix the source and import
@@ -22,21 +23,19 @@ public:
     bool open(const QString& nativePath, const QStringList& columns);
     bool isOpen() const { return m_file.isOpen(); }
     void addRow(const QString& outcome, const QString& reason, const QStringList& values);
-    // The same, field by field, without gathering the values first.
+    // The same, field by field, without gathering the values first; a value may come as
+    // UTF-8, as the source gave it.
     void beginRow(const QString& outcome, const QString& reason);
     void addField(const QString& value);
+    void addFieldUtf8(const std::string& value);
     void endRow();
     void close();
 
-    // One field as RFC 4180 writes it.
-    static QString csvField(const QString& value);
-
 private:
-    void appendField(const QString& value);
+    void appendField(const char* data, qsizetype size);
     void flushBuffer();
 
     QFile m_file;
-    QByteArray m_buffer;
-    QString m_line;
-    QStringEncoder m_encoder{QStringEncoder::Utf8};
+    QByteArray m_buffer; // whole lines in UTF-8, written in blocks
+    bool m_firstField = true;
 };

@@ -70,4 +70,5 @@ private:
     GroupStore& m_store;
     qint64 m_run = 0;
     sqlite3_stmt* m_insert = nullptr;
+    QString m_packed;
 };
