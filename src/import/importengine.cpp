@@ -573,6 +573,9 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
                 } catch (const std::exception&) {
                 }
                 view.setProgressValue(++read);
+                // A big Group takes a while to list: the window keeps drawing meanwhile.
+                if (read % 4096 == 0)
+                    view.yieldToEvents();
             });
         } catch (const AppError&) {
             digestsKept = false;
