@@ -1,4 +1,8 @@
+// The two dialogs about a connection: the builder composing and testing one, and the
+// examiner listing what a source holds.
+
 #include "datasource/forms/frmConnectionBuilder.h"
+#include "datasource/forms/frmExamineDSN.h"
 
 #include "datarow.h"
 #include "formhelpers.h"
@@ -12,8 +16,21 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTcpServer>
+#include <QTreeWidget>
 
-class tst_frmConnectionBuilder : public QObject
+namespace {
+
+QStringList fields(const QTreeWidget* list)
+{
+    QStringList rows;
+    for (int i = 0; i < list->topLevelItemCount(); ++i)
+        rows << list->topLevelItem(i)->text(0) + ':' + list->topLevelItem(i)->text(1);
+    return rows;
+}
+
+} // namespace
+
+class tst_ConnectionDialogs : public QObject
 {
     Q_OBJECT
 
@@ -25,6 +42,8 @@ private slots:
     void testConnection_data();
     void testConnection();
     void silentServerTimesOutAndCancels();
+    void examinesEachSource_data();
+    void examinesEachSource();
 
 private:
     OdbcEnvironment m_odbc;
@@ -32,7 +51,7 @@ private:
     ScriptedMessageBoxes m_boxes;
 };
 
-void tst_frmConnectionBuilder::initTestCase()
+void tst_ConnectionDialogs::initTestCase()
 {
     QVERIFY(m_odbc.isValid());
     MessageBoxes::setInstance(&m_boxes);
@@ -40,7 +59,7 @@ void tst_frmConnectionBuilder::initTestCase()
     m_odbc.addDsn("Members", "MariaDB Unicode", {{"Server", "127.0.0.1"}, {"Port", "1"}});
 }
 
-void tst_frmConnectionBuilder::cleanup()
+void tst_ConnectionDialogs::cleanup()
 {
     m_boxes.clear();
     frmConnectionBuilder::setFileChooser(nullptr);
@@ -49,7 +68,7 @@ void tst_frmConnectionBuilder::cleanup()
 
 // The lists offer what unixODBC knows, each name once, and nothing of the machine's own
 // configuration; a string naming an unknown data source keeps it.
-void tst_frmConnectionBuilder::odbcListsComeFromTheDriverManager()
+void tst_ConnectionDialogs::odbcListsComeFromTheDriverManager()
 {
     frmConnectionBuilder builder;
     QString message;
@@ -63,7 +82,7 @@ void tst_frmConnectionBuilder::odbcListsComeFromTheDriverManager()
 
 // A new connection to a SQLite file, from the keyboard and the file chooser; a file that
 // is not there is refused.
-void tst_frmConnectionBuilder::newSqliteConnection()
+void tst_ConnectionDialogs::newSqliteConnection()
 {
     const QString file = m_folder.filePath("contacts.db");
     BuildSqliteDatabase(file, {"CREATE TABLE t (x)"});
@@ -91,7 +110,7 @@ void tst_frmConnectionBuilder::newSqliteConnection()
     QCOMPARE(builder.connectionString(), "Provider=SQLite;Data Source=" + file + ";");
 }
 
-void tst_frmConnectionBuilder::testConnection_data()
+void tst_ConnectionDialogs::testConnection_data()
 {
     QTest::addColumn<QString>("source");
     QTest::addColumn<QString>("report");
@@ -104,7 +123,7 @@ void tst_frmConnectionBuilder::testConnection_data()
 
 // The source is opened for real and the outcome reported in the dialog; the window keeps
 // handling events while the driver works.
-void tst_frmConnectionBuilder::testConnection()
+void tst_ConnectionDialogs::testConnection()
 {
     QFETCH(QString, source);
     QFETCH(QString, report);
@@ -138,7 +157,7 @@ void tst_frmConnectionBuilder::testConnection()
 // A server that takes the connection and never answers: left alone, the dialog reports the
 // wait as a failure; Escape closes it while the driver still waits. A probe that held the
 // window up would hang here instead.
-void tst_frmConnectionBuilder::silentServerTimesOutAndCancels()
+void tst_ConnectionDialogs::silentServerTimesOutAndCancels()
 {
     MariaDbTestServer server;
     QString skip;
@@ -171,5 +190,57 @@ void tst_frmConnectionBuilder::silentServerTimesOutAndCancels()
     silent.close(); // the driver still waiting gives up once the server is gone
 }
 
-QTEST_MAIN(tst_frmConnectionBuilder)
-#include "tst_frmconnectionbuilder.moc"
+void tst_ConnectionDialogs::examinesEachSource_data()
+{
+    QTest::addColumn<QString>("source");
+    QTest::addColumn<QString>("customerFields");
+    DataRow("sqlite", "sqlite", "ID:Number|Name:Text|Joined:Date");
+    DataRow("postgresql", "postgresql", "id:Number|name:Text|joined:Date");
+    DataRow("mariadb", "mariadb", "ID:Number|Name:Text|Joined:Date");
+}
+
+// The selected connection's tables and the first table's fields show at once; choosing a
+// table shows its fields, a blank in its name and all; a connection that cannot be opened
+// is reported and leaves both lists empty; choosing the good one again fills them again.
+void tst_ConnectionDialogs::examinesEachSource()
+{
+    QFETCH(QString, source);
+    QFETCH(QString, customerFields);
+    OPEN_TEST_SOURCE(
+        shop, source,
+        QStringList({"CREATE TABLE Customers (ID integer, Name varchar(40), Joined date)",
+                     "CREATE TABLE \"Order Lines\" (\"Line No\" integer, \"Item\" "
+                     "varchar(20))"}));
+    frmExamineDSN dialog;
+    dialog.AddConnection("Gone", "Provider=SQLite;Data Source=" + shop.file() + ".gone", false);
+    dialog.AddConnection("Shop", shop.conString, true);
+    dialog.show();
+    auto* tables = control<QComboBox>(&dialog, "icmbTables");
+    auto* fieldList = control<QTreeWidget>(&dialog, "lstFields");
+    auto* connections = control<QComboBox>(&dialog, "icmbConnections");
+    QCOMPARE(m_boxes.texts(), QStringList());
+    // In the order the source lists them; PostgreSQL folds unquoted names to lower case.
+    QStringList listed = items(tables);
+    listed.sort(Qt::CaseInsensitive);
+    QCOMPARE(listed,
+             QStringList({source == "postgresql" ? "customers" : "Customers", "Order Lines"}));
+    const int customers = tables->findText("customers", Qt::MatchFixedString);
+    tables->setCurrentIndex(tables->findText("Order Lines"));
+    QCOMPARE(fields(fieldList), QStringList({"Line No:Number", "Item:Text"}));
+    tables->setCurrentIndex(customers);
+    QCOMPARE(fields(fieldList).join('|'), customerFields);
+
+    connections->setCurrentIndex(0);
+    QCOMPARE(m_boxes.shown().size(), 1);
+    QVERIFY2(m_boxes.texts().first().startsWith("modADO:GetTables Error "),
+             qPrintable(m_boxes.texts().first()));
+    QVERIFY(items(tables).isEmpty() && fields(fieldList).isEmpty());
+
+    connections->setCurrentIndex(1);
+    QCOMPARE(tables->count(), 2);
+    QCOMPARE(fields(fieldList).size(), tables->currentIndex() == customers ? 3 : 2);
+    dialog.close();
+}
+
+QTEST_MAIN(tst_ConnectionDialogs)
+#include "tst_connectiondialogs.moc"
