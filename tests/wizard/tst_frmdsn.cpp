@@ -63,223 +63,218 @@ class tst_frmDSN : public QObject
 private slots:
     void cleanup() { verifyNothingOpen(); }
 
-    void newConnectionChecks_data();
-    void newConnectionChecks();
-    void buttonsOnAnEmptyList();
-    void editKeepsTheExactString();
-    void deleteAsksAndBlanksTheSlot();
-    void activatingARowMovesOn();
-    void mariaDbThroughTheWizard();
-};
+    void newConnectionChecks_data()
+    {
+        QTest::addColumn<int>("existing"); // connections stored before
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("conString");
+        QTest::addColumn<QString>("message"); // empty: stored
+        const QString invalid =
+            u"The connection string you have entered does not appear to be valid."_s;
+        DataRow("no keyword", 0, "Sales", "Driver={SQLite3};Database=/x.db", invalid);
+        DataRow("empty string fails the keyword test first", 0, "Sales", "", invalid);
+        DataRow("no name", 0, "  ", "DSN=Sales",
+                "Please enter/create a descriptive name for this connection string.");
+        DataRow("lower-case keyword, blanks trimmed", 0, "  Sales ", " dsn=Sales;pwd={a;b} ", "");
+        DataRow("data source keyword", 0, "Sales", "Provider=SQLite;Data Source=/x.db", "");
+        DataRow("every slot in use: silently not stored", 50, "Extra", "DSN=extra", "");
+    }
 
-void tst_frmDSN::newConnectionChecks_data()
-{
-    QTest::addColumn<int>("existing"); // connections stored before
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<QString>("conString");
-    QTest::addColumn<QString>("message"); // empty: stored
-    const QString invalid =
-        u"The connection string you have entered does not appear to be valid."_s;
-    DataRow("no keyword", 0, "Sales", "Driver={SQLite3};Database=/x.db", invalid);
-    DataRow("empty string fails the keyword test first", 0, "Sales", "", invalid);
-    DataRow("no name", 0, "  ", "DSN=Sales",
-            "Please enter/create a descriptive name for this connection string.");
-    DataRow("lower-case keyword, blanks trimmed", 0, "  Sales ", " dsn=Sales;pwd={a;b} ", "");
-    DataRow("data source keyword", 0, "Sales", "Provider=SQLite;Data Source=/x.db", "");
-    DataRow("every slot in use: silently not stored", 50, "Extra", "DSN=extra", "");
-}
+    void newConnectionChecks()
+    {
+        QFETCH(int, existing);
+        QFETCH(QString, name);
+        QFETCH(QString, conString);
+        QFETCH(QString, message);
+        Environment env;
+        for (int n = 1; n <= existing; ++n)
+            env.addConnection(u"C%1"_s.arg(n), u"DSN=c%1"_s.arg(n));
+        auto form = openWizard();
+        const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
+        QCOMPARE(useDialog(form.get(), env, "cmdNewDSN", name, conString),
+                 message.isEmpty() ? QStringList() : QStringList(message));
+        const QList<DSNEntry> stored = UpdateDSNListFromIni();
+        const bool added = message.isEmpty() && existing < 50;
+        QCOMPARE(stored.size(), existing + added);
+        QCOMPARE(listed(form.get()).size(), existing + added);
+        if (added)
+            QCOMPARE(stored.last().name + u'|' + stored.last().conString,
+                     name.trimmed() + u'|' + conString.trimmed());
+        else
+            QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
+        form->close();
+    }
 
-void tst_frmDSN::newConnectionChecks()
-{
-    QFETCH(int, existing);
-    QFETCH(QString, name);
-    QFETCH(QString, conString);
-    QFETCH(QString, message);
-    Environment env;
-    for (int n = 1; n <= existing; ++n)
-        env.addConnection(u"C%1"_s.arg(n), u"DSN=c%1"_s.arg(n));
-    auto form = openWizard();
-    const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
-    QCOMPARE(useDialog(form.get(), env, "cmdNewDSN", name, conString),
-             message.isEmpty() ? QStringList() : QStringList(message));
-    const QList<DSNEntry> stored = UpdateDSNListFromIni();
-    const bool added = message.isEmpty() && existing < 50;
-    QCOMPARE(stored.size(), existing + added);
-    QCOMPARE(listed(form.get()).size(), existing + added);
-    if (added)
-        QCOMPARE(stored.last().name + u'|' + stored.last().conString,
-                 name.trimmed() + u'|' + conString.trimmed());
-    else
+    void buttonsOnAnEmptyList()
+    {
+        Environment env;
+        auto form = openWizard();
+        for (const char* name : {"cmdEditDSN", "cmdDeleteDSN", "cmdExamine"})
+            click(form.get(), name);
+        QCOMPARE(env.boxes.texts(),
+                 QStringList({u"There are no database connections configured to Edit, select New "
+                              "to create one."_s,
+                              u"There are no database connections configured to Delete."_s,
+                              u"There are no database connections configured to Examine."_s}));
+        for (const ScriptedMessageBoxes::Shown& box : env.boxes.shown())
+            QCOMPARE(box.icon, MessageBoxes::Icon::Information);
+        QVERIFY(!QFile::exists(env.folder.filePath(u"dbimport.ini"_s)));
+        form->close();
+    }
+
+    // The list and the dialog hide the password, yet an edit stores the string as it was; an
+    // edit that changes nothing writes nothing; one the builder cannot read is refused.
+    void editKeepsTheExactString()
+    {
+        Environment env;
+        const QString secret = u"DSN=Sales;UID=ann;PWD={se;cr=et}"_s;
+        env.addConnection(u"Broken"_s, u"DSN={Sales"_s);
+        env.addConnection(u"Sales"_s, secret);
+        auto form = openWizard();
+        QTreeWidget* list = control<QTreeWidget>(form.get(), "lvwDSN");
+        QCOMPARE(listed(form.get()),
+                 QStringList({u"Broken | DSN={Sales"_s, u"Sales | DSN=Sales;UID=ann;PWD=•••"_s}));
+        const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
+
+        // Unchanged: nothing written, and the list is not even refilled (which would select the
+        // first row).
+        list->setCurrentItem(list->topLevelItem(1));
+        QString shown;
+        QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", {}, {}, &shown), QStringList());
+        QCOMPARE(shown, u"DSN=Sales;UID=ann;PWD=•••"_s);
         QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
-    form->close();
-}
+        QCOMPARE(list->currentItem(), list->topLevelItem(1));
 
-void tst_frmDSN::buttonsOnAnEmptyList()
-{
-    Environment env;
-    auto form = openWizard();
-    for (const char* name : {"cmdEditDSN", "cmdDeleteDSN", "cmdExamine"})
-        click(form.get(), name);
-    QCOMPARE(env.boxes.texts(),
-             QStringList({u"There are no database connections configured to Edit, select New "
-                          "to create one."_s,
-                          u"There are no database connections configured to Delete."_s,
-                          u"There are no database connections configured to Examine."_s}));
-    for (const ScriptedMessageBoxes::Shown& box : env.boxes.shown())
-        QCOMPARE(box.icon, MessageBoxes::Icon::Information);
-    QVERIFY(!QFile::exists(env.folder.filePath(u"dbimport.ini"_s)));
-    form->close();
-}
+        QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", u"Sales EU"_s, {}), QStringList());
+        QCOMPARE(UpdateDSNListFromIni().at(1).name, u"Sales EU"_s);
+        QCOMPARE(UpdateDSNListFromIni().at(1).conString, secret);
 
-// The list and the dialog hide the password, yet an edit stores the string as it was; an
-// edit that changes nothing writes nothing; one the builder cannot read is refused.
-void tst_frmDSN::editKeepsTheExactString()
-{
-    Environment env;
-    const QString secret = u"DSN=Sales;UID=ann;PWD={se;cr=et}"_s;
-    env.addConnection(u"Broken"_s, u"DSN={Sales"_s);
-    env.addConnection(u"Sales"_s, secret);
-    auto form = openWizard();
-    QTreeWidget* list = control<QTreeWidget>(form.get(), "lvwDSN");
-    QCOMPARE(listed(form.get()),
-             QStringList({u"Broken | DSN={Sales"_s, u"Sales | DSN=Sales;UID=ann;PWD=•••"_s}));
-    const QByteArray before = env.folder.readFile(u"dbimport.ini"_s);
-
-    // Unchanged: nothing written, and the list is not even refilled (which would select the
-    // first row).
-    list->setCurrentItem(list->topLevelItem(1));
-    QString shown;
-    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", {}, {}, &shown), QStringList());
-    QCOMPARE(shown, u"DSN=Sales;UID=ann;PWD=•••"_s);
-    QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
-    QCOMPARE(list->currentItem(), list->topLevelItem(1));
-
-    QCOMPARE(useDialog(form.get(), env, "cmdEditDSN", u"Sales EU"_s, {}), QStringList());
-    QCOMPARE(UpdateDSNListFromIni().at(1).name, u"Sales EU"_s);
-    QCOMPARE(UpdateDSNListFromIni().at(1).conString, secret);
-
-    list->setCurrentItem(list->topLevelItem(0));
-    env.boxes.clear();
-    whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
-        click(dialog, "cmdEdit");
-        click(dialog, "cmdClose");
-    });
-    click(form.get(), "cmdEditDSN");
-    QCOMPARE(env.boxes.texts(),
-             QStringList(u"An invalid ADO ConnectionString was detected. Please try again!"_s));
-    form->close();
-}
-
-// No keeps the connection; Yes removes it, and when its choices were the ones loaded, the
-// wizard lets go of them too.
-void tst_frmDSN::deleteAsksAndBlanksTheSlot()
-{
-    Environment env;
-    env.addSales(3, u"First"_s);
-    env.addSales(3);
-    env.saveChoices(contactsChoices(u"Sales"_s, u"Members"_s));
-    auto form = openWizard();
-    frmDBImport* f = form.get();
-    control<QTreeWidget>(f, "lvwDSN")
-        ->setCurrentItem(control<QTreeWidget>(f, "lvwDSN")->topLevelItem(1));
-    QVERIFY(nextTo(f, 1));
-    QCOMPARE(f->importChoices().DSNName, u"Sales"_s);
-    click(f, "cmdPrev");
-
-    env.boxes.clear();
-    env.boxes.queueAnswer(false);
-    click(f, "cmdDeleteDSN");
-    QCOMPARE(env.boxes.texts(),
-             QStringList(u"Are you sure you want to remove the database connection - Sales ?"_s));
-    QCOMPARE(env.boxes.shown().first().icon, MessageBoxes::Icon::Question);
-    QCOMPARE(listed(f).size(), 2);
-
-    env.boxes.queueAnswer(true);
-    click(f, "cmdDeleteDSN");
-    QCOMPARE(listed(f).size(), 1);
-    QVERIFY(listed(f).first().startsWith(u"First | "_s));
-    QCOMPARE(UpdateDSNListFromIni().size(), 1); // the store's own test checks the bytes
-    QCOMPARE(f->importChoices().DSNName, QString());
-    QCOMPARE(f->importChoices().SelectedTable, QString());
-    form->close();
-}
-
-// Enter on the list, or a double-click on a row, moves on with that connection.
-void tst_frmDSN::activatingARowMovesOn()
-{
-    Environment env;
-    env.addSales(3);
-    auto form = openWizard();
-    auto* list = control<QTreeWidget>(form.get(), "lvwDSN");
-    list->setFocus();
-    QTest::keyClick(list, Qt::Key_Return);
-    QCOMPARE(currentStep(form.get()), 1);
-    QCOMPARE(form->importChoices().DSNName, u"Sales"_s);
-    click(form.get(), "cmdPrev");
-    const QRect row = list->visualItemRect(list->topLevelItem(0));
-    // As by hand, the double-click follows a first click on the row.
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row.center());
-    QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row.center());
-    QCOMPARE(currentStep(form.get()), 1);
-    form->close();
-}
-
-// A MariaDB connection composed in the builder from the keyboard, stored and imported from.
-void tst_frmDSN::mariaDbThroughTheWizard()
-{
-    MariaDbTestServer server;
-    DBIMPORT_REQUIRE_MARIADB(server);
-    OdbcEnvironment odbc;
-    QVERIFY(odbc.isValid());
-    MariaDbTestDatabase database(server);
-    QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
-    QCOMPARE(database.run({u"CREATE TABLE Contacts (Email varchar(100), `Full Name` varchar(60))"_s,
-                           u"INSERT INTO Contacts VALUES ('ann@example.com', 'Ms Ann Lee'), "
-                           "('bob@example.org', 'Bob Ray'), ('not-an-address', 'X'), "
-                           "('ANN@example.com', 'Again')"_s}),
-             QString());
-    Environment env;
-    env.createGroups({u"Customers"_s});
-    auto form = openWizard();
-    frmDBImport* f = form.get();
-
-    whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
-        typeInto(dialog, "txtDSN", u"Members"_s);
-        whenModal(u"frmConnectionBuilder"_s, [&](QWidget* builder) {
-            QComboBox* kind = combo(builder, "cmbKind");
-            kind->setFocus();
-            QTest::keyClick(kind, Qt::Key_Down);
-            QTest::keyClick(kind, Qt::Key_Down);
-            QComboBox* driver = combo(builder, "cmbDriver");
-            driver->setCurrentIndex(driver->findText(u"MariaDB Unicode"_s));
-            typeInto(builder, "txtServer", server.host);
-            typeInto(builder, "txtPort", QString::number(server.port));
-            typeInto(builder, "txtDatabase", database.name());
-            typeInto(builder, "txtUser", server.user);
-            typeInto(builder, "txtPassword", server.password);
-            click(builder, "cmdOK");
+        list->setCurrentItem(list->topLevelItem(0));
+        env.boxes.clear();
+        whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
+            click(dialog, "cmdEdit");
+            click(dialog, "cmdClose");
         });
-        click(dialog, "cmdEdit");
-        click(dialog, "cmdOK");
-    });
-    click(f, "cmdNewDSN");
-    QCOMPARE(listed(f),
-             QStringList(u"Members | Provider=MSDASQL;Driver={MariaDB Unicode};Server=%1;Port=%2;"
-                         "Database=%3;UID=%4;PWD=•••;"_s.arg(server.host)
-                             .arg(server.port)
-                             .arg(database.name(), server.user)));
+        click(form.get(), "cmdEditDSN");
+        QCOMPARE(env.boxes.texts(),
+                 QStringList(u"An invalid ADO ConnectionString was detected. Please try again!"_s));
+        form->close();
+    }
 
-    ImportChoices choices = contactsChoices(u"Members"_s, u"Customers"_s);
-    choices.FieldMappings.Clear();
-    choices.FieldMappings.Add(u"EMailAddress"_s, u"Email"_s);
-    choices.FieldMappings.Add(u"FullNameMacro"_s, u"Full Name"_s);
-    env.saveChoices(choices);
-    QVERIFY(nextTo(f, 4));
-    QCOMPARE(SqliteColumn(env.groupFile(u"Customers"_s),
-                          u"SELECT EmailAddress || ' ' || LastName FROM Recipients"_s),
-             (QStringList{"ann@example.com Lee", "bob@example.org Ray"}));
-    form->close();
-}
+    // No keeps the connection; Yes removes it, and when its choices were the ones loaded, the
+    // wizard lets go of them too.
+    void deleteAsksAndBlanksTheSlot()
+    {
+        Environment env;
+        env.addSales(3, u"First"_s);
+        env.addSales(3);
+        env.saveChoices(contactsChoices(u"Sales"_s, u"Members"_s));
+        auto form = openWizard();
+        frmDBImport* f = form.get();
+        control<QTreeWidget>(f, "lvwDSN")
+            ->setCurrentItem(control<QTreeWidget>(f, "lvwDSN")->topLevelItem(1));
+        QVERIFY(nextTo(f, 1));
+        QCOMPARE(f->importChoices().DSNName, u"Sales"_s);
+        click(f, "cmdPrev");
+
+        env.boxes.clear();
+        env.boxes.queueAnswer(false);
+        click(f, "cmdDeleteDSN");
+        QCOMPARE(
+            env.boxes.texts(),
+            QStringList(u"Are you sure you want to remove the database connection - Sales ?"_s));
+        QCOMPARE(env.boxes.shown().first().icon, MessageBoxes::Icon::Question);
+        QCOMPARE(listed(f).size(), 2);
+
+        env.boxes.queueAnswer(true);
+        click(f, "cmdDeleteDSN");
+        QCOMPARE(listed(f).size(), 1);
+        QVERIFY(listed(f).first().startsWith(u"First | "_s));
+        QCOMPARE(UpdateDSNListFromIni().size(), 1); // the store's own test checks the bytes
+        QCOMPARE(f->importChoices().DSNName, QString());
+        QCOMPARE(f->importChoices().SelectedTable, QString());
+        form->close();
+    }
+
+    // Enter on the list, or a double-click on a row, moves on with that connection.
+    void activatingARowMovesOn()
+    {
+        Environment env;
+        env.addSales(3);
+        auto form = openWizard();
+        auto* list = control<QTreeWidget>(form.get(), "lvwDSN");
+        list->setFocus();
+        QTest::keyClick(list, Qt::Key_Return);
+        QCOMPARE(currentStep(form.get()), 1);
+        QCOMPARE(form->importChoices().DSNName, u"Sales"_s);
+        click(form.get(), "cmdPrev");
+        const QRect row = list->visualItemRect(list->topLevelItem(0));
+        // As by hand, the double-click follows a first click on the row.
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, row.center());
+        QTest::mouseDClick(list->viewport(), Qt::LeftButton, {}, row.center());
+        QCOMPARE(currentStep(form.get()), 1);
+        form->close();
+    }
+
+    // A MariaDB connection composed in the builder from the keyboard, stored and imported from.
+    void mariaDbThroughTheWizard()
+    {
+        MariaDbTestServer server;
+        DBIMPORT_REQUIRE_MARIADB(server);
+        OdbcEnvironment odbc;
+        QVERIFY(odbc.isValid());
+        MariaDbTestDatabase database(server);
+        QVERIFY2(database.error().isEmpty(), qPrintable(database.error()));
+        QCOMPARE(
+            database.run({u"CREATE TABLE Contacts (Email varchar(100), `Full Name` varchar(60))"_s,
+                          u"INSERT INTO Contacts VALUES ('ann@example.com', 'Ms Ann Lee'), "
+                          "('bob@example.org', 'Bob Ray'), ('not-an-address', 'X'), "
+                          "('ANN@example.com', 'Again')"_s}),
+            QString());
+        Environment env;
+        env.createGroups({u"Customers"_s});
+        auto form = openWizard();
+        frmDBImport* f = form.get();
+
+        whenModal(u"frmDSN"_s, [&](QWidget* dialog) {
+            typeInto(dialog, "txtDSN", u"Members"_s);
+            whenModal(u"frmConnectionBuilder"_s, [&](QWidget* builder) {
+                QComboBox* kind = combo(builder, "cmbKind");
+                kind->setFocus();
+                QTest::keyClick(kind, Qt::Key_Down);
+                QTest::keyClick(kind, Qt::Key_Down);
+                QComboBox* driver = combo(builder, "cmbDriver");
+                driver->setCurrentIndex(driver->findText(u"MariaDB Unicode"_s));
+                typeInto(builder, "txtServer", server.host);
+                typeInto(builder, "txtPort", QString::number(server.port));
+                typeInto(builder, "txtDatabase", database.name());
+                typeInto(builder, "txtUser", server.user);
+                typeInto(builder, "txtPassword", server.password);
+                click(builder, "cmdOK");
+            });
+            click(dialog, "cmdEdit");
+            click(dialog, "cmdOK");
+        });
+        click(f, "cmdNewDSN");
+        QCOMPARE(
+            listed(f),
+            QStringList(u"Members | Provider=MSDASQL;Driver={MariaDB Unicode};Server=%1;Port=%2;"
+                        "Database=%3;UID=%4;PWD=•••;"_s.arg(server.host)
+                            .arg(server.port)
+                            .arg(database.name(), server.user)));
+
+        ImportChoices choices = contactsChoices(u"Members"_s, u"Customers"_s);
+        choices.FieldMappings.Clear();
+        choices.FieldMappings.Add(u"EMailAddress"_s, u"Email"_s);
+        choices.FieldMappings.Add(u"FullNameMacro"_s, u"Full Name"_s);
+        env.saveChoices(choices);
+        QVERIFY(nextTo(f, 4));
+        QCOMPARE(SqliteColumn(env.groupFile(u"Customers"_s),
+                              u"SELECT EmailAddress || ' ' || LastName FROM Recipients"_s),
+                 (QStringList{"ann@example.com Lee", "bob@example.org Ray"}));
+        form->close();
+    }
+};
 
 QTEST_MAIN(tst_frmDSN)
 #include "tst_frmdsn.moc"
