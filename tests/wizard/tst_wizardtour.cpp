@@ -101,8 +101,6 @@ private slots:
                                "step5-import"};
         for (int step = 0; step < 5; ++step) {
             QVERIFY(nextTo(&form, step));
-            QCOMPARE(button(&form, "cmdPrev")->isEnabled(), step != 0);
-            QCOMPARE(button(&form, "cmdNext")->isEnabled(), step != 4);
             QCOMPARE(button(&form, "cmdNext")->text(), step >= 3 ? u"S&tart"_s : u"&Next >>"_s);
             QCOMPARE(text(&form, "lblStepMofN"), u"Step %1 of 5"_s.arg(step + 1));
             // Layouts settle once the events of the step change have run.
