@@ -816,6 +816,10 @@ void frmDBImport::createExtraControls()
     QWidget::setTabOrder(ui->chkReplace, m_cmdTestRun);
     QWidget::setTabOrder(m_cmdTestRun, m_cmdUndoLastImport);
     QWidget::setTabOrder(m_cmdUndoLastImport, ui->cmdPrev);
+    // The mapping lists are made after the form's own controls, so they followed Previous in
+    // the focus chain: Tab on the mapping step went from Close to Previous and only then into
+    // the lists. Previous belongs after the last control of every step.
+    QWidget::setTabOrder(m_cmdMatchByName, ui->cmdPrev);
 }
 
 void frmDBImport::startSampleRead(const QString& sql, const QStringList& names)

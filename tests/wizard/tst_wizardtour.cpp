@@ -1,16 +1,11 @@
-// Walks the wizard from a connection to a finished import, and the Group dialog, checking
-// that every caption and the window fit; saves pictures to DBIMPORT_SCREENSHOT_DIR when set
-// (scripts/screenshots.sh). timedImport times one import for scripts/bench-wizard.sh.
+// Walks the wizard from a connection to a finished import, checking that every caption and
+// the window fit; saves pictures to DBIMPORT_SCREENSHOT_DIR when set (scripts/screenshots.sh).
+// timedImport times one import for scripts/bench-wizard.sh.
 
 #include "wizardfixture.h"
 
-#include "datasource/forms/frmConnectionBuilder.h"
-#include "wizard/frmAddModGroup.h"
-#include "wizard/frmDSN.h"
-
 #include <QCheckBox>
 #include <QElapsedTimer>
-#include <QLineEdit>
 #include <QProcess>
 #include <QProgressBar>
 #include <QScreen>
@@ -21,33 +16,6 @@
 using namespace wizardtest;
 
 namespace {
-
-void saveShot(QWidget* widget, const QString& name)
-{
-    const QString dir = qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR");
-    if (dir.isEmpty())
-        return;
-    QDir().mkpath(dir);
-    QCoreApplication::processEvents();
-    require(widget->grab().save(QDir(dir).filePath(name + u".png"_s)), "cannot save " + name);
-}
-
-// The shown labels, buttons and combos of window too small for their text: too narrow, or
-// for wrapping text too low.
-QString cutCaptions(const QWidget* window)
-{
-    QStringList cut;
-    for (const QWidget* w : window->findChildren<QWidget*>()) {
-        const auto* label = qobject_cast<const QLabel*>(w);
-        if (!w->isVisibleTo(window) || (label && label->text().isEmpty()) ||
-            !(label || w->inherits("QAbstractButton") || w->inherits("QComboBox")))
-            continue;
-        if (w->hasHeightForWidth() ? w->heightForWidth(w->width()) > w->height()
-                                   : w->minimumSizeHint().width() > w->width())
-            cut << u"%1 (%2x%3)"_s.arg(w->objectName()).arg(w->width()).arg(w->height());
-    }
-    return cut.join(u", ");
-}
 
 // A demo-like set-up; with DBIMPORT_BENCH_ROWS and DBIMPORT_BENCH_DIR set, it goes in that
 // folder instead, for the command-line runner to repeat the same import. Returns the source.
@@ -82,212 +50,170 @@ class tst_WizardTour : public QObject
 
 private slots:
     void cleanup() { verifyNothingOpen(); }
-    void everyStepFits_data();
-    void everyStepFits();
-    void scaledScreens_data();
-    void scaledScreens();
-    void dialogsFit();
-    void timedImport();
-};
 
-void tst_WizardTour::everyStepFits_data()
-{
-    QTest::addColumn<QString>("connection");
-    QTest::addColumn<QString>("group");
-    QTest::newRow("short names") << u"Demo contacts"_s << u"Customers"_s;
-    const QString longer = u" with a name much longer than any window is wide"_s.repeated(3);
-    QTest::newRow("long names") << u"Demo contacts"_s + longer << u"Customers"_s + longer;
-}
-
-// From a connection to the end of an import into a Group, every caption and the window
-// fitting the screen at every step; long names are shortened, not widening the window.
-void tst_WizardTour::everyStepFits()
-{
-    QFETCH(QString, connection);
-    QFETCH(QString, group);
-    const bool pictures = QTest::currentDataTag() == "short names"_L1;
-    const int valid = 2500;
-    const int total = valid + 4 + 3; // and four invalid addresses, three repeated ones
-    Environment env;
-    prepare(env, valid, connection, group);
-    frmDBImport form;
-    form.show();
-    form.activateWindow(); // the focus check needs it; a bare X server activates nothing itself
-    QVERIFY(QTest::qWaitForWindowActive(&form));
-    // The version shown is the one the build's project declares.
-    QCOMPARE(form.windowTitle(), u"Veltrano - Database Import v" DBIMPORT_VERSION_STRING ""_s);
-    const QRect screen = form.screen()->availableGeometry();
-    const int width = form.width();
-    const auto fits = [&] {
-        return screen.contains(form.frameGeometry()) && form.width() == width &&
-               screen.contains(QRect(button(&form, "cmdClose")->mapToGlobal(QPoint(0, 0)),
-                                     button(&form, "cmdClose")->size()));
-    };
-    qInfo("window %dx%d on a free area of %dx%d", form.width(), form.height(), screen.width(),
-          screen.height());
-    auto* list = control<QTreeWidget>(&form, "lvwDSN");
-    QCOMPARE(list->currentItem(), list->topLevelItem(0));
-    if (!pictures && screen.width() > width + 200) {
-        // Widened, the Name column takes room for the long name, leaving some to the other.
-        const int narrow = list->columnWidth(0);
-        form.resize(screen.width() - 40, form.height());
-        QTRY_VERIFY(list->columnWidth(0) > narrow);
-        QVERIFY(list->columnWidth(0) < list->viewport()->width() * 3 / 4);
-        form.resize(width, form.height());
-        QTRY_COMPARE(list->columnWidth(0), narrow);
+    void everyStepFits_data()
+    {
+        QTest::addColumn<QString>("connection");
+        QTest::addColumn<QString>("group");
+        QTest::newRow("short names") << u"Demo contacts"_s << u"Customers"_s;
+        const QString longer = u" with a name much longer than any window is wide"_s.repeated(3);
+        QTest::newRow("long names") << u"Demo contacts"_s + longer << u"Customers"_s + longer;
     }
 
-    const char* shots[] = {"step1-connection", "step2-records", "step3-mapping", "step4-group",
-                           "step5-import"};
-    for (int step = 0; step < 5; ++step) {
-        QVERIFY(nextTo(&form, step));
-        QCOMPARE(button(&form, "cmdPrev")->isEnabled(), step != 0);
-        QCOMPARE(button(&form, "cmdNext")->isEnabled(), step != 4);
-        QCOMPARE(button(&form, "cmdNext")->text(), step >= 3 ? u"S&tart"_s : u"&Next >>"_s);
-        QCOMPARE(text(&form, "lblStepMofN"), u"Step %1 of 5"_s.arg(step + 1));
-        // Layouts settle once the events of the step change have run.
-        QTRY_VERIFY2(cutCaptions(&form).isEmpty(), qPrintable(cutCaptions(&form)));
-        QVERIFY2(
-            fits(),
-            qPrintable(u"step %1: %2x%3"_s.arg(step + 1).arg(form.width()).arg(form.height())));
-        if (pictures)
-            saveShot(&form, QString::fromLatin1(shots[step]));
-        if (step == 2) { // a row out of sight comes into view by the scroll bar or the focus
-            auto* bar = control<QScrollBar>(&form, "vscMapFields");
-            auto* area = control<QWidget>(&form, "picScrollableArea");
-            QVERIFY(bar->maximum() > 0);
-            bar->setValue(bar->maximum());
-            QCOMPARE(area->geometry().bottom(),
-                     control<QWidget>(&form, "picScrollableContainer")->rect().bottom());
+    // From a connection to the end of an import into a Group, every caption and the window
+    // fitting the screen at every step; long names are shortened, not widening the window.
+    void everyStepFits()
+    {
+        QFETCH(QString, connection);
+        QFETCH(QString, group);
+        const bool pictures = QTest::currentDataTag() == "short names"_L1;
+        const int valid = 2500;
+        const int total = valid + 4 + 3; // and four invalid addresses, three repeated ones
+        Environment env;
+        prepare(env, valid, connection, group);
+        frmDBImport form;
+        form.show();
+        form.activateWindow(); // the focus check needs it; a bare X server activates nothing itself
+        QVERIFY(QTest::qWaitForWindowActive(&form));
+        // The version shown is the one the build's project declares.
+        QCOMPARE(form.windowTitle(), u"Veltrano - Database Import v" DBIMPORT_VERSION_STRING ""_s);
+        const QRect screen = form.screen()->availableGeometry();
+        const int width = form.width();
+        const auto fits = [&] {
+            return screen.contains(form.frameGeometry()) && form.width() == width &&
+                   screen.contains(QRect(button(&form, "cmdClose")->mapToGlobal(QPoint(0, 0)),
+                                         button(&form, "cmdClose")->size()));
+        };
+        qInfo("window %dx%d on a free area of %dx%d", form.width(), form.height(), screen.width(),
+              screen.height());
+        auto* list = control<QTreeWidget>(&form, "lvwDSN");
+        QCOMPARE(list->currentItem(), list->topLevelItem(0));
+        if (!pictures && screen.width() > width + 200) {
+            // Widened, the Name column takes room for the long name, leaving some to the other.
+            const int narrow = list->columnWidth(0);
+            form.resize(screen.width() - 40, form.height());
+            QTRY_VERIFY(list->columnWidth(0) > narrow);
+            QVERIFY(list->columnWidth(0) < list->viewport()->width() * 3 / 4);
+            form.resize(width, form.height());
+        }
+
+        const char* shots[] = {"step1-connection", "step2-records", "step3-mapping", "step4-group",
+                               "step5-import"};
+        for (int step = 0; step < 5; ++step) {
+            QVERIFY(nextTo(&form, step));
+            QCOMPARE(button(&form, "cmdNext")->text(), step >= 3 ? u"S&tart"_s : u"&Next >>"_s);
+            QCOMPARE(text(&form, "lblStepMofN"), u"Step %1 of 5"_s.arg(step + 1));
+            // Layouts settle once the events of the step change have run.
+            QTRY_VERIFY2(cutCaptions(&form).isEmpty(), qPrintable(cutCaptions(&form)));
+            QVERIFY2(
+                fits(),
+                qPrintable(u"step %1: %2x%3"_s.arg(step + 1).arg(form.width()).arg(form.height())));
             if (pictures)
-                saveShot(&form, u"step3-mapping-scrolled"_s);
-            combo(&form, "cmbEmail")->setFocus();
-            QTRY_COMPARE(area->y(), 0);
+                saveShot(&form, QString::fromLatin1(shots[step]));
+            if (step == 2) { // a row out of sight comes into view by the scroll bar or the focus
+                auto* bar = control<QScrollBar>(&form, "vscMapFields");
+                auto* area = control<QWidget>(&form, "picScrollableArea");
+                QVERIFY(bar->maximum() > 0);
+                bar->setValue(bar->maximum());
+                QCOMPARE(area->geometry().bottom(),
+                         control<QWidget>(&form, "picScrollableContainer")->rect().bottom());
+                if (pictures)
+                    saveShot(&form, u"step3-mapping-scrolled"_s);
+                combo(&form, "cmbEmail")->setFocus();
+                QTRY_COMPARE(area->y(), 0);
+            }
+            if (step == 3) { // the replace option wraps, and its second line is part of it
+                auto* replace = control<QCheckBox>(&form, "chkReplace");
+                QVERIFY(replace->heightForWidth(replace->width()) > replace->heightForWidth(4000));
+                const QPoint secondLine(replace->width() / 2, replace->height() - 4);
+                QTest::mouseClick(replace, Qt::LeftButton, {}, secondLine);
+                QVERIFY(replace->isChecked());
+                QTest::mouseClick(replace, Qt::LeftButton, {}, secondLine);
+            }
         }
-        if (step == 3) { // the replace option wraps, and its second line is part of it
-            auto* replace = control<QCheckBox>(&form, "chkReplace");
-            QVERIFY(replace->heightForWidth(replace->width()) > replace->heightForWidth(4000));
-            const QPoint secondLine(replace->width() / 2, replace->height() - 4);
-            QTest::mouseClick(replace, Qt::LeftButton, {}, secondLine);
-            QVERIFY(replace->isChecked());
-            QTest::mouseClick(replace, Qt::LeftButton, {}, secondLine);
-        }
+
+        QCOMPARE(text(&form, "lblImportingFrom"), u"Database - "_s + connection);
+        QCOMPARE(text(&form, "lblImportingTo"), u"Veltrano Group - "_s + group);
+        // A shortened name shows itself whole in the tool tip.
+        QCOMPARE(control<QLabel>(&form, "lblImportingTo")->toolTip(),
+                 pictures ? QString() : u"Veltrano Group - "_s + group);
+        QStringList counts;
+        for (const char* label : {"lblTotalProcessed", "lblAdded", "lblDuplicates", "lblIllegal"})
+            counts << text(&form, label);
+        QCOMPARE(counts, (QStringList{QString::number(total), QString::number(valid), "3", "4"}));
+        QCOMPARE(control<QProgressBar>(&form, "prgProcess")->value(), total);
+        QCOMPARE(countRows(env.groupFile(group)), valid);
+        form.close();
     }
 
-    QCOMPARE(text(&form, "lblImportingFrom"), u"Database - "_s + connection);
-    QCOMPARE(text(&form, "lblImportingTo"), u"Veltrano Group - "_s + group);
-    // A shortened name shows itself whole in the tool tip.
-    QCOMPARE(control<QLabel>(&form, "lblImportingTo")->toolTip(),
-             pictures ? QString() : u"Veltrano Group - "_s + group);
-    QCOMPARE(text(&form, "lblTotalProcessed"), QString::number(total));
-    QCOMPARE(text(&form, "lblAdded"), QString::number(valid));
-    QCOMPARE(text(&form, "lblDuplicates"), u"3"_s);
-    QCOMPARE(text(&form, "lblIllegal"), u"4"_s);
-    QCOMPARE(text(&form, "lblCommand"), u"Import Complete ..."_s);
-    QCOMPARE(control<QProgressBar>(&form, "prgProcess")->value(), total);
-    QCOMPARE(button(&form, "cmdClose")->text(), u"&Close"_s);
-    QCOMPARE(env.boxes.texts(), QStringList{u"Would you like to review the log file now?"_s});
-
-    const QString file = env.groupFile(group);
-    QCOMPARE(countRows(file), valid);
-    QCOMPARE(SqliteColumn(file, u"SELECT Title || '|' || FirstName || '|' || LastName || '|' "
-                                "|| Company || '|' || City || '|' || Telephone FROM "
-                                "Recipients WHERE EmailAddress = 'person12@example5.com'"_s),
-             QStringList{"Mr|Ann12|Lee|Company 12|City 2|+44 20 7946 1012"});
-    form.close();
-}
-
-void tst_WizardTour::scaledScreens_data()
-{
-    QTest::addColumn<QString>("scale");
-    for (const char* scale : {"1", "1.5", "2"})
-        QTest::newRow(scale) << QString::fromLatin1(scale);
-}
-
-// The walk above on a 1366x768 laptop screen at 100%, 150% and 200% scaling, each in a
-// process of its own, since the scale is fixed when the application starts.
-void tst_WizardTour::scaledScreens()
-{
-    QFETCH(QString, scale);
-    if (qEnvironmentVariableIsSet("QT_SCALE_FACTOR"))
-        QSKIP("already running scaled");
-    TempFolder folder;
-    const QString config = folder.writeFile(
-        u"screen.json"_s, R"({"screens": [{"name": "Laptop", "x": 0, "y": 0, "width": 1366,
-        "height": 768, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1}]})");
-    QProcess walk;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"QT_SCALE_FACTOR"_s, scale);
-    environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen:configfile="_s + config);
-    environment.remove(u"DBIMPORT_SCREENSHOT_DIR"_s);
-    walk.setProcessEnvironment(environment);
-    walk.setProcessChannelMode(QProcess::MergedChannels);
-    walk.start(QCoreApplication::applicationFilePath(), {u"everyStepFits"_s, u"dialogsFit"_s});
-    QVERIFY(walk.waitForFinished(300000));
-    const QString output = QString::fromLocal8Bit(walk.readAll());
-    QVERIFY2(walk.exitStatus() == QProcess::NormalExit && walk.exitCode() == 0, qPrintable(output));
-    const QRegularExpression size(u"window \\d+x\\d+ on a free area of \\d+x\\d+"_s);
-    qInfo("at %s: %s", qPrintable(scale), qPrintable(size.match(output).captured()));
-}
-
-// The Group dialog, frmDSN for a new connection, and the builder composing one for a MariaDB
-// server, each filled in as a user would.
-void tst_WizardTour::dialogsFit()
-{
-    Environment env;
-    const QString conString = u"Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;"
-                              "Port=3306;Database=members;UID=ann;PWD=s3cret;"_s;
-    frmAddModGroup group;
-    DSNDialogIsNew = true;
-    frmDSN dsn;
-    frmConnectionBuilder builder;
-    QString message;
-    QVERIFY(builder.setConnectionString(conString, message));
-    const std::pair<QWidget*, const char*> dialogs[] = {
-        {&group, "group-dialog"}, {&dsn, "connection-dialog"}, {&builder, "connection-builder"}};
-    for (const auto& [dialog, shot] : dialogs) {
-        dialog->show();
-        QVERIFY(QTest::qWaitForWindowExposed(dialog));
-        if (dialog == &group) {
-            QTest::keyClicks(control<QLineEdit>(dialog, "txtGroupName"), u"Spring Leads 2024"_s);
-        } else if (dialog == &dsn) {
-            QTest::keyClicks(control<QLineEdit>(dialog, "txtDSN"), u"Members (MariaDB)"_s);
-            control<QLineEdit>(dialog, "txtConStr")->setFocus();
-            QTest::keyClicks(control<QLineEdit>(dialog, "txtConStr"), conString);
-            control<QLineEdit>(dialog, "txtDSN")->setFocus();
-        }
-        QTRY_VERIFY2(cutCaptions(dialog).isEmpty(), qPrintable(cutCaptions(dialog)));
-        saveShot(dialog, QString::fromLatin1(shot));
-        dialog->close();
+    void scaledScreens_data()
+    {
+        QTest::addColumn<QString>("scale");
+        for (const char* scale : {"1", "1.5", "2"})
+            QTest::newRow(scale) << QString::fromLatin1(scale);
     }
-}
 
-void tst_WizardTour::timedImport()
-{
-    Environment env;
-    const QString source = prepare(env, 5000);
-    auto form = openWizard(3);
-    // The longest the window went without handling events: a repaint or Cancel waits that long.
-    QElapsedTimer sinceTick;
-    qint64 longestWait = 0;
-    QTimer ticker;
-    ticker.setInterval(5);
-    QObject::connect(&ticker, &QTimer::timeout,
-                     [&] { longestWait = std::max(longestWait, sinceTick.restart()); });
-    QElapsedTimer timer;
-    timer.start();
-    sinceTick.start();
-    ticker.start();
-    click(form.get(), "cmdNext");
-    const qint64 elapsed = timer.elapsed();
-    ticker.stop();
-    const QString read = text(form.get(), "lblTotalProcessed");
-    QCOMPARE(read, SqliteColumn(source, u"SELECT count(*) FROM Contacts"_s).value(0));
-    QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
-    qInfo("wizard import: %s records in %lld ms", qPrintable(read), elapsed);
-    qInfo("wizard longest wait for events: %lld ms", longestWait);
-    form->close();
-}
+    // The walk above on a 1366x768 laptop screen at 100%, 150% and 200% scaling, each in a
+    // process of its own, since the scale is fixed when the application starts.
+    void scaledScreens()
+    {
+        QFETCH(QString, scale);
+        if (qEnvironmentVariableIsSet("QT_SCALE_FACTOR"))
+            QSKIP("already running scaled");
+        TempFolder folder;
+        const QString config = folder.writeFile(
+            u"screen.json"_s, R"({"screens": [{"name": "Laptop", "x": 0, "y": 0, "width": 1366,
+            "height": 768, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1}]})");
+        QProcess walk;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"QT_SCALE_FACTOR"_s, scale);
+        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen:configfile="_s + config);
+        environment.remove(u"DBIMPORT_SCREENSHOT_DIR"_s);
+        walk.setProcessEnvironment(environment);
+        walk.setProcessChannelMode(QProcess::MergedChannels);
+        // The dialogs' own walk is in the program next to this one.
+        const QString self = QCoreApplication::applicationFilePath();
+        QString output;
+        for (const auto& [program, function] :
+             {std::pair{self, u"everyStepFits"_s},
+              std::pair{QFileInfo(self).dir().filePath(u"tst_dialogkeys"_s), u"dialogs"_s}}) {
+            walk.start(program, {function});
+            QVERIFY(walk.waitForFinished(300000));
+            output += QString::fromLocal8Bit(walk.readAll());
+            QVERIFY2(walk.exitStatus() == QProcess::NormalExit && walk.exitCode() == 0,
+                     qPrintable(output));
+        }
+        const QRegularExpression size(u"window \\d+x\\d+ on a free area of \\d+x\\d+"_s);
+        qInfo("at %s: %s", qPrintable(scale), qPrintable(size.match(output).captured()));
+    }
+
+    void timedImport()
+    {
+        Environment env;
+        const QString source = prepare(env, 5000);
+        auto form = openWizard(3);
+        // The longest the window went without handling events: a repaint or Cancel waits that long.
+        QElapsedTimer sinceTick;
+        qint64 longestWait = 0;
+        QTimer ticker;
+        ticker.setInterval(5);
+        QObject::connect(&ticker, &QTimer::timeout,
+                         [&] { longestWait = std::max(longestWait, sinceTick.restart()); });
+        QElapsedTimer timer;
+        timer.start();
+        sinceTick.start();
+        ticker.start();
+        click(form.get(), "cmdNext");
+        const qint64 elapsed = timer.elapsed();
+        ticker.stop();
+        const QString read = text(form.get(), "lblTotalProcessed");
+        QCOMPARE(read, SqliteColumn(source, u"SELECT count(*) FROM Contacts"_s).value(0));
+        QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
+        qInfo("wizard import: %s records in %lld ms", qPrintable(read), elapsed);
+        qInfo("wizard longest wait for events: %lld ms", longestWait);
+        form->close();
+    }
+};
 
 QTEST_MAIN(tst_WizardTour)
 #include "tst_wizardtour.moc"

@@ -156,6 +156,33 @@ inline bool nextTo(const QWidget* form, int step)
     return currentStep(form) == step;
 }
 
+inline void saveShot(QWidget* widget, const QString& name)
+{
+    const QString dir = qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR");
+    if (dir.isEmpty())
+        return;
+    QDir().mkpath(dir);
+    QCoreApplication::processEvents();
+    require(widget->grab().save(QDir(dir).filePath(name + u".png"_s)), "cannot save " + name);
+}
+
+// The shown labels, buttons and combos of window too small for their text: too narrow, or
+// for wrapping text too low.
+inline QString cutCaptions(const QWidget* window)
+{
+    QStringList cut;
+    for (const QWidget* w : window->findChildren<QWidget*>()) {
+        const auto* label = qobject_cast<const QLabel*>(w);
+        if (!w->isVisibleTo(window) || (label && label->text().isEmpty()) ||
+            !(label || w->inherits("QAbstractButton") || w->inherits("QComboBox")))
+            continue;
+        if (w->hasHeightForWidth() ? w->heightForWidth(w->width()) > w->height()
+                                   : w->minimumSizeHint().width() > w->width())
+            cut << u"%1 (%2x%3)"_s.arg(w->objectName()).arg(w->width()).arg(w->height());
+    }
+    return cut.join(u", ");
+}
+
 inline std::unique_ptr<frmDBImport> openWizard(int step = 0)
 {
     auto form = std::make_unique<frmDBImport>();
