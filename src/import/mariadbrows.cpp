@@ -6,7 +6,6 @@
 #include <QList>
 #include <QPair>
 #include <QTime>
-#include <QTimeZone>
 
 #include <mysql.h>
 #include <odbcinst.h>
@@ -367,31 +366,15 @@ public:
     }
 
 private:
-    // As the plugin builds it: local time, so that a time a clock change skips comes out as
-    // Qt moves it.
+    // As the plugin builds it, in local time: a time that a clock change skips is no time.
     static void dateTime(const MYSQL_TIME& t, std::string& out)
     {
-        out.clear();
-        const int ms = int(t.second_part / 1000);
-        if (!QDate::isValid(int(t.year), int(t.month), int(t.day)) ||
-            !QTime::isValid(int(t.hour), int(t.minute), int(t.second), ms))
-            return;
-        static const bool shifts = QTimeZone::systemTimeZone().hasTransitions();
-        if (shifts) {
-            const QDateTime dt(QDate(int(t.year), int(t.month), int(t.day)),
-                               QTime(int(t.hour), int(t.minute), int(t.second), ms));
-            out = (dt.time() == QTime(0, 0) ? dt.date().toString(Qt::ISODate)
-                                            : dt.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")))
-                      .toStdString();
-            return;
-        }
-        char buffer[32];
-        if (t.hour == 0 && t.minute == 0 && t.second == 0 && ms == 0)
-            std::snprintf(buffer, sizeof buffer, "%04u-%02u-%02u", t.year, t.month, t.day);
-        else
-            std::snprintf(buffer, sizeof buffer, "%04u-%02u-%02u %02u:%02u:%02u", t.year, t.month,
-                          t.day, t.hour, t.minute, t.second);
-        out = buffer;
+        const QDateTime dt(
+            QDate(int(t.year), int(t.month), int(t.day)),
+            QTime(int(t.hour), int(t.minute), int(t.second), int(t.second_part / 1000)));
+        out = (dt.time() == QTime(0, 0) ? dt.date().toString(Qt::ISODate)
+                                        : dt.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss")))
+                  .toStdString();
     }
 
     void bind()
