@@ -132,6 +132,7 @@ private slots:
         SourceConnection connection;
         QString error;
         QVERIFY2(connection.open(source.conString, error), qPrintable(error));
+        QVERIFY(connection.serverReadOnly()); // what lets the engine count and take this route
         const std::unique_ptr<SourceRows> driver = SourceRows::open(connection.database(), sql);
         const std::unique_ptr<SourceRows> streamed = MariaDbRows::open(source.conString, sql);
         QVERIFY(streamed);
