@@ -1,8 +1,6 @@
 // The streamed MariaDB read against the ODBC driver's, value by value, on a real server.
 #include <QtTest>
 
-#include <ctime>
-
 #include "datasource/sourceconnection.h"
 #include "import/mariadbrows.h"
 #include "import/sourcerows.h"
@@ -30,23 +28,6 @@ QStringList values(SourceRows& rows)
     return out;
 }
 
-// While it lives, local time is that of the zone named (none: as it was).
-struct LocalZone
-{
-    QByteArray old = qgetenv("TZ");
-    explicit LocalZone(const QString& zone)
-    {
-        if (!zone.isEmpty())
-            qputenv("TZ", zone.toUtf8());
-        tzset();
-    }
-    ~LocalZone()
-    {
-        old.isNull() ? qunsetenv("TZ") : qputenv("TZ", old);
-        tzset();
-    }
-};
-
 } // namespace
 
 class TestMariaDbRows : public QObject
@@ -56,74 +37,55 @@ class TestMariaDbRows : public QObject
     OdbcEnvironment m_odbc;
 
 private slots:
+    // A zone whose clocks change, where Qt's ODBC plugin has times that do not exist.
+    void initTestCase() { qputenv("TZ", "Europe/Berlin"); }
+
     // Each type a contact table may hold, with the values whose text is easiest to get wrong:
     // the route must give what the driver gives, or the same import differs with its size.
     void matchesTheDriver_data()
     {
         QTest::addColumn<QString>("type");
         QTest::addColumn<QString>("rows"); // an INSERT's VALUES list
-        QTest::addColumn<QString>("zone"); // empty: the machine's
-        DataRow("INT", "INT", "(-2147483648), (0), (2147483647), (NULL)", "");
-        DataRow("INT ZEROFILL", "INT(5) ZEROFILL", "(42), (0)", "");
-        DataRow("INT UNSIGNED", "INT UNSIGNED", "(4294967295)", "");
-        DataRow("BIGINT", "BIGINT", "(-9223372036854775808), (9223372036854775807)", "");
-        DataRow("BIGINT UNSIGNED", "BIGINT UNSIGNED", "(18446744073709551615), (0)", "");
-        DataRow("TINYINT", "TINYINT", "(-128), (-5), (0), (127)", "");
-        DataRow("TINYINT UNSIGNED", "TINYINT UNSIGNED", "(255)", "");
-        DataRow("BOOLEAN", "BOOLEAN", "(TRUE), (FALSE), (NULL)", "");
-        DataRow("SMALLINT", "SMALLINT", "(-32768)", "");
-        DataRow("MEDIUMINT UNSIGNED", "MEDIUMINT UNSIGNED", "(16777215)", "");
-        DataRow("YEAR", "YEAR", "(2024), (1901), (0)", "");
-        DataRow("DECIMAL", "DECIMAL(30,10)",
-                "(12345678901234567890.0123456789), (-0.0001), (0.1), (0), (12.5)", "");
+        DataRow("INT", "INT", "(-2147483648), (0), (2147483647), (NULL)");
+        DataRow("INT ZEROFILL", "INT(5) ZEROFILL", "(42), (0)");
+        DataRow("BIGINT", "BIGINT", "(-9223372036854775808), (9223372036854775807)");
+        DataRow("BIGINT UNSIGNED", "BIGINT UNSIGNED", "(18446744073709551615), (0)");
+        DataRow("TINYINT", "TINYINT", "(-128), (-5), (0), (127)");
+        DataRow("TINYINT UNSIGNED", "TINYINT UNSIGNED", "(255)");
+        DataRow("BOOLEAN", "BOOLEAN", "(TRUE), (FALSE), (NULL)");
+        DataRow("YEAR", "YEAR", "(2024), (1901), (0)");
+        DataRow("DECIMAL", "DECIMAL(30,10)", "(12345678901234567890.0123456789), (-0.0001), (0.1)");
         DataRow("DOUBLE", "DOUBLE",
-                "(0.1), (1e300), (-0.0), (2.2250738585072014e-308), (123456789012345678), "
-                "(1.7976931348623157e308)",
-                "");
+                "(0.1), (1e300), (-0.0), (2.2250738585072014e-308), (123456789012345678)");
         DataRow("FLOAT", "FLOAT",
-                "(1.23456789), (3.4e38), (-1.5e-10), (16777217), (100000000), (0.1), (0), "
-                "(-12.5), (123456789), (1.5e-5), (-3.4e38), (1e-38), (99999.9), (1234567), "
-                "(12345678), (0.000123456), (-0.123456789), (-1.17549e-38), (-123456.7), (0.5)",
-                "");
-        DataRow("FLOAT with decimals", "FLOAT(7,2)", "(1.5), (-12345.67)", "");
-        DataRow("DATE", "DATE",
-                "('2024-02-29'), ('0099-12-31'), ('0000-00-00'), ('0000-01-01'), ('9999-12-31')",
-                "");
+                "(1.23456789), (3.4e38), (-1.5e-10), (16777217), (100000000), (0), (-12.5), "
+                "(1.5e-5), (99999.9), (12345678), (-0.123456789), (-1.17549e-38), (-123456.7)");
+        DataRow("FLOAT with decimals", "FLOAT(7,2)", "(1.5), (-12345.67)");
+        DataRow("DATE", "DATE", "('2024-02-29'), ('0099-12-31'), ('0000-00-00'), ('0000-01-01')");
         DataRow("DATETIME", "DATETIME(6)",
                 "('2024-01-01 00:00:00'), ('2024-01-01 00:00:00.5'), ('1999-12-31 "
                 "23:59:59.999999'), ('0000-00-00 00:00:00'), ('0099-01-01 10:00:00'), "
-                "('2024-03-31 02:30:00')",
-                "");
-        DataRow("DATETIME where clocks change", "DATETIME(3)",
-                "('2024-03-31 02:30:00'), ('2024-10-27 02:30:00.001'), ('2024-01-01 00:00:00')",
-                "Europe/Berlin");
-        DataRow("TIMESTAMP", "TIMESTAMP NULL",
-                "('2024-02-29 10:11:12'), (NULL), ('2038-01-19 03:14:07')", "");
+                "('2024-03-31 02:30:00'), ('2024-10-27 02:30:00.001')");
+        DataRow("TIMESTAMP", "TIMESTAMP NULL", "('2024-02-29 10:11:12'), (NULL)");
         DataRow("TIME", "TIME(2)",
-                "('13:45:10.25'), ('-01:00:00'), ('838:59:59'), ('-838:59:59'), ('00:00:00'), "
-                "('25:00:00')",
-                "");
-        DataRow("BIT(1)", "BIT(1)", "(b'1'), (b'0')", "");
-        DataRow("BIT(10)", "BIT(10)", "(b'1000000001'), (0), (5)", "");
+                "('13:45:10.25'), ('-01:00:00'), ('838:59:59'), ('00:00:00'), ('25:00:00')");
+        DataRow("BIT(1)", "BIT(1)", "(b'1'), (b'0')");
+        DataRow("BIT(10)", "BIT(10)", "(b'1000000001'), (0), (5)");
         DataRow("VARCHAR", "VARCHAR(20)",
-                "('Zoë 😀'), ('tab\\there'), (''), ('a\\0b'), ('ab\\0'), ('\\\\')", "");
-        DataRow("CHAR with trailing blanks", "CHAR(5)", "('ab   '), ('  x')", "");
-        DataRow("latin1 CHAR", "CHAR(4) CHARACTER SET latin1", "('é')", "");
-        DataRow("long TEXT", "MEDIUMTEXT", "(REPEAT('aé😀', 3000)), ('x'), (REPEAT('b', 300))", "");
-        DataRow("BLOB", "BLOB", "('héllo'), (x'00ff'), (''), (x'41'), (REPEAT(x'ff', 400))", "");
-        DataRow("VARBINARY", "VARBINARY(10)", "('x\\0y'), (x'ff')", "");
-        DataRow("BINARY", "BINARY(3)", "(x'c3')", "");
-        DataRow("ENUM", "ENUM('a','b')", "('b'), (''), (NULL)", "");
-        DataRow("SET", "SET('x','y')", "('x,y'), ('')", "");
-        DataRow("JSON", "JSON", "('{\"a\":1}')", "");
+                "('Zoë 😀'), ('tab\\there'), (''), ('a\\0b'), ('ab\\0'), ('\\\\')");
+        DataRow("latin1 CHAR", "CHAR(5) CHARACTER SET latin1", "('ab   '), ('é')");
+        DataRow("long TEXT", "MEDIUMTEXT", "(REPEAT('aé😀', 3000)), ('x'), (REPEAT('b', 300))");
+        DataRow("BLOB", "BLOB", "('héllo'), (x'00ff'), (''), (REPEAT(x'ff', 400))");
+        DataRow("VARBINARY", "VARBINARY(10)", "('x\\0y'), (x'ff')");
+        DataRow("ENUM", "ENUM('a','b')", "('b'), (''), (NULL)");
+        DataRow("SET", "SET('x','y')", "('x,y'), ('')");
+        DataRow("JSON", "JSON", "('{\"a\":1}')");
     }
 
     void matchesTheDriver()
     {
         QFETCH(QString, type);
         QFETCH(QString, rows);
-        QFETCH(QString, zone);
-        const LocalZone local(zone);
         OPEN_TEST_SOURCE(source, "mariadb",
                          QStringList({"CREATE TABLE t (id int AUTO_INCREMENT PRIMARY KEY, v " +
                                           type + ") CHARACTER SET utf8mb4",
