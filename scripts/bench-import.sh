@@ -7,6 +7,9 @@
 #   2. the same rows from PostgreSQL 15 through the ODBC driver, against psql's \copy piped
 #      into sqlite3's .import and INSERT ... SELECT with the index (target <= 1.0), and the
 #      peak resident memory for 1,000,000 and 3,000,000 rows (target <= 300 MB, flat);
+#   2b. the same rows from MariaDB through its ODBC driver, against mariadb --batch --quick
+#      piped into sqlite3's .import and INSERT ... SELECT with the index (target <= 1.0), and
+#      the peak resident memory for 1,000,000 and 3,000,000 rows (target <= 300 MB, flat);
 #   3. --replace of the same rows into the now full Group against the add (target <= 1.2);
 #      for comparison only, a replace with two columns changed in every row, which reads,
 #      rewrites, journals for undo and reports every recipient, against sqlite3's own
@@ -19,7 +22,8 @@
 # machine, which only ever adds time. The set-up (a fresh or restored Group, a fresh
 # reference table) is redone before each run; memory is the highest of the rounds.
 # Options through the environment: BUILD_DIR, WORK_DIR (default: a temporary folder), ROWS,
-# REPEAT, PG_ROWS_BIG (default 3 x ROWS; 0 skips that run), NO_PG=1 (skips 2.).
+# REPEAT, PG_ROWS_BIG (default 3 x ROWS; 0 skips that run and MariaDB's), NO_PG=1 (skips 2.),
+# NO_MARIADB=1 (skips 2b.).
 # Figures only: nothing here passes or fails a build.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -40,6 +44,7 @@ bin="$root/$build/bin"
 work=${WORK_DIR:-$(mktemp -d "${TMPDIR:-/tmp}/dbimport-bench-XXXXXX")}
 cleanup() {
     if [ -n "${PG_TEST_SERVER_DIR:-}" ]; then pg_test_server_stop >/dev/null 2>&1 || true; fi
+    if [ -n "${MARIADB_TEST_SERVER_DIR:-}" ]; then mariadb_test_server_stop >/dev/null 2>&1 || true; fi
     [ -n "${WORK_DIR:-}" ] || rm -rf "$work"
 }
 trap cleanup EXIT
@@ -213,6 +218,54 @@ SH
     pg_done=1
 fi
 
+# 2b. MariaDB
+maria_done=0
+if [ "${NO_MARIADB:-0}" != 1 ]; then
+    # shellcheck source=scripts/mariadb-test-server.sh
+    source "$root/scripts/mariadb-test-server.sh"
+    mariadb_test_server_start >/dev/null
+    maria() {
+        mariadb --no-defaults --default-character-set=utf8mb4 -h "$DBIMPORT_TEST_MARIADB_HOST" \
+            -P "$DBIMPORT_TEST_MARIADB_PORT" -u "$DBIMPORT_TEST_MARIADB_USER" \
+            -p"$DBIMPORT_TEST_MARIADB_PASSWORD" "$DBIMPORT_TEST_MARIADB_DB" "$@"
+    }
+    maria_columns="contactid integer primary key, \`Full Name\` text, title text, firstname text, initial text, lastname text, email text, address1 text, address2 text, city text, state text, zip text, country text, company text, jobtitle text, web text, telephone text, fax text, notes text, joined date, score double, active boolean"
+    maria_load() { # TABLE SOURCE.db; NULL stays NULL (an unquoted NULL in the CSV)
+        maria -e "CREATE TABLE $1 ($maria_columns) CHARACTER SET utf8mb4"
+        sqlite3 -csv -nullvalue NULL "$2" "SELECT * FROM Contacts" |
+            maria --local-infile=1 -e "LOAD DATA LOCAL INFILE '/dev/stdin' INTO TABLE $1 CHARACTER SET utf8mb4 FIELDS TERMINATED BY ',' OPTIONALLY ENCLOSED BY '\"' ESCAPED BY '' LINES TERMINATED BY '\n'"
+        maria -e "ANALYZE TABLE $1" >/dev/null
+    }
+    echo "Loading MariaDB ($rows rows$([ "$pg_big" -gt 0 ] && echo ", $pg_big rows")) ..."
+    maria_load contacts "$work/big.db"
+    maria_cs="Driver={MariaDB Unicode};Server=$DBIMPORT_TEST_MARIADB_HOST;Port=$DBIMPORT_TEST_MARIADB_PORT;Database=$DBIMPORT_TEST_MARIADB_DB;Uid=$DBIMPORT_TEST_MARIADB_USER;Pwd=$DBIMPORT_TEST_MARIADB_PASSWORD"
+    "$bin/dbimport-bench-makeini" "$ini" MariaDB "$maria_cs" Maria wide contacts
+    job maria "fresh Maria" "$cli --connection MariaDB --no-replace"
+    job ref_maria maria_reference_db "bash '$work/mariaref.sh'"
+    maria_reference_db() {
+        reference_db "$work/ref.db"
+        sqlite3 "$work/ref.db" "CREATE TABLE staging (title, firstname, lastname, email, initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active)"
+    }
+    declare -f maria >"$work/mariaref.sh"
+    cat >>"$work/mariaref.sh" <<SH
+export DBIMPORT_TEST_MARIADB_HOST=$DBIMPORT_TEST_MARIADB_HOST DBIMPORT_TEST_MARIADB_PORT=$DBIMPORT_TEST_MARIADB_PORT
+export DBIMPORT_TEST_MARIADB_USER=$DBIMPORT_TEST_MARIADB_USER DBIMPORT_TEST_MARIADB_PASSWORD=$DBIMPORT_TEST_MARIADB_PASSWORD DBIMPORT_TEST_MARIADB_DB=$DBIMPORT_TEST_MARIADB_DB
+maria --batch --quick --raw -N -e "SELECT title, firstname, lastname, email, initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active FROM contacts" |
+sqlite3 "$work/ref.db" ".mode tabs" ".import /dev/stdin staging" "INSERT INTO Recipients ($wide_to) SELECT title, firstname, lastname, trim(email), initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active, date('now') FROM staging"
+SH
+    m_maria_big=0
+    if [ "$pg_big" -gt 0 ]; then
+        "$bin/dbimport-gensource" "$work/big3.db" "$pg_big" --seed 4 >/dev/null
+        maria_load contacts3 "$work/big3.db"
+        rm -f "$work/big3.db"
+        "$bin/dbimport-bench-makeini" "$ini" MariaDB3 "$maria_cs" Maria3 wide contacts3
+        fresh Maria3
+        measure t_maria_big m_maria_big bash -c "$cli --connection MariaDB3 --no-replace"
+        rm -f "$data/Maria3.gdb"
+    fi
+    maria_done=1
+fi
+
 for ((r = 1; r <= repeat; r++)); do
     echo "Round $r of $repeat ..."
     round
@@ -220,6 +273,9 @@ done
 if [ "$pg_done" = 1 ]; then
     pg_test_server_stop >/dev/null 2>&1 || true
     unset PG_TEST_SERVER_DIR
+fi
+if [ "$maria_done" = 1 ]; then
+    mariadb_test_server_stop >/dev/null 2>&1 || true
 fi
 
 row() { printf '  %-62s %8s %s\n' "$1" "$2" "${3:-}"; }
@@ -243,6 +299,16 @@ if [ "$pg_done" = 1 ]; then
     row "  peak resident memory, $rows rows" "$(mb pg) MB" "(target <= 300)"
     if [ "$pg_big" -gt 0 ]; then
         row "  peak resident memory, $pg_big rows ($t_pg_big s)" "$((m_pg_big / 1024)) MB" "(target <= 300, not growing)"
+    fi
+fi
+if [ "$maria_done" = 1 ]; then
+    echo "2b. MariaDB source (an ODBC connection string), wide rows"
+    row "$rows rows: dbimport-cli ($(added maria) added)" "$(t maria) s" "(processor $(cpu maria) s)"
+    row "  mariadb --batch --quick | sqlite3 .import + INSERT ... SELECT with the index" "$(t ref_maria) s" "(processor $(cpu ref_maria) s)"
+    row "  ratio" "$(ratio "$(t maria)" "$(t ref_maria)")" "(target <= 1.0; processor time $(ratio "$(cpu maria)" "$(cpu ref_maria)"))"
+    row "  peak resident memory, $rows rows" "$(mb maria) MB" "(target <= 300)"
+    if [ "$pg_big" -gt 0 ]; then
+        row "  peak resident memory, $pg_big rows ($t_maria_big s)" "$((m_maria_big / 1024)) MB" "(target <= 300, not growing)"
     fi
 fi
 echo "3. Replace, scale and a full Group (wide rows)"

@@ -10,7 +10,7 @@ packages=(
   unixodbc unixodbc-dev odbcinst
   libsqlite3-dev sqlite3 libsqliteodbc
   postgresql odbc-postgresql libpq-dev
-  mariadb-server odbc-mariadb
+  mariadb-server odbc-mariadb libmariadb-dev
   xvfb xauth
   time
   dpkg-dev gzip

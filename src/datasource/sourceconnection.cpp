@@ -202,6 +202,18 @@ bool SourceConnection::makeReadOnly(QSqlDatabase& db, bool inTransaction, QStrin
         }
         m_serverReadOnly = true;
     }
+    if (mysql) {
+        // The session setting holds for the transaction the driver begins, but only the
+        // server's own answer makes it certain. Servers older or newer than the variable's
+        // name simply stay as unconfirmed as before.
+        for (const char* variable : {"@@tx_read_only", "@@transaction_read_only"}) {
+            QSqlQuery check(db);
+            if (check.exec(QStringLiteral("SELECT ") + QLatin1String(variable)) && check.next()) {
+                m_serverReadOnly = check.value(0).toInt() == 1;
+                break;
+            }
+        }
+    }
     return true;
 }
 

@@ -24,6 +24,7 @@
 #include "importlog.h"
 #include "importreport.h"
 #include "importview.h"
+#include "mariadbrows.h"
 #include "pgcopyrows.h"
 #include "readahead.h"
 #include "sourcerows.h"
@@ -654,6 +655,8 @@ bool ImportEngine::Private::RetrieveRecords(QString& errorText)
         // A faster route for a big PostgreSQL read; anything it cannot take goes on as always.
         if (PgCopyRows::pays(recordCount))
             records = PgCopyRows::open(choices.ConnectionString, sql);
+        if (!records && MariaDbRows::pays(recordCount))
+            records = MariaDbRows::open(choices.ConnectionString, sql);
         if (!records)
             records = SourceRows::open(source->database(), sql);
     } catch (const SourceFailure& e) {
