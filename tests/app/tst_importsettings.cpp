@@ -204,37 +204,6 @@ private slots:
                  qPrintable(message));
         QCOMPARE(dump(choices).mid(3), QStringList({"Friends", "False", "City=Town"}));
     }
-
-    // What a text editor can leave behind: comments, other sections, stray lines, bytes
-    // Windows-1252 leaves undefined, a NUL, a long line, a repeated section, odd spacing,
-    // blank lines, no last line end. A save rewrites only its own keys, in the file's
-    // spelling, and adds new ones before the blank lines that end a section.
-    void handEditedFileSurvivesSave()
-    {
-        const QByteArray foreign = QByteArray("; kept comment\r\n[Other]\r\nKey=\x81\x8D") + '\0' +
-            "raw\r\nLong=" + QByteArray(2000, 'L') + "\r\nnot a key line\r\n[Empty]\r\n[dsn]\r\n"
-            "dsnNAME1=Members\r\nDSNSTRING1=ETO>2\r\njunk ] [ line\r\nDsnName2=Sales\r\n";
-        m_ini.dir.writeFile("dbimport.ini", foreign + "[DSN2]\r\nvtgroup=Old\r\n[DSN2]\r\n"
-            "VTGroup=Second copy\r\n  [ fieldmap2 ] \r\n  vtfield1 = EMailAddress \r\n"
-            "dbfield1=Mail\r\n\r\n\t\r\n[Rules3]\r\nFieldName1=Untouched");
-        ImportChoices choices = choicesFor("sales");
-        choices.VTGroup = "New group";
-        choices.FieldMappings.Add("EMailAddress", "Email");
-        choices.FieldMappings.Add("City", "Town");
-        choices.Rules.Add("Town", "Equals", "=", "'Leeds'", "And");
-        QVERIFY(save(choices));
-        QCOMPARE(m_ini.bytes(), foreign + "[DSN2]\r\nvtgroup=New group\r\nFilterMethod=0\r\n"
-            "SelectedTable=\r\nAdvancedSQLString=\r\nReplaceExisting=False\r\n[DSN2]\r\n"
-            "VTGroup=Second copy\r\n  [ fieldmap2 ] \r\nvtfield1=EMailAddress\r\ndbfield1=Email\r\n"
-            "VTField2=City\r\nDBField2=Town\r\n\r\n\t\r\n[Rules3]\r\nFieldName1=Untouched\r\n"
-            "[Rules2]\r\n"
-            "FieldName1=Town\r\nOpDisplay1=Equals\r\nOpSQL1==\r\nValue1=\xACLeeds\xAC\r\n"
-            "LogicalOp1=And\r\n");
-        ImportChoices loaded = choicesFor("SALES");
-        QVERIFY(load(loaded));
-        QCOMPARE(dump(loaded), QStringList({"0", "", "", "New group", "False",
-            "EMailAddress=Email", "City=Town", "And|Town|Equals|=|'Leeds'"}));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestImportSettings)

@@ -53,7 +53,12 @@ private slots:
             {"[A]\r\nk=1", {{"B", "m", "2"}}, "[A]\r\nk=1\r\n[B]\r\nm=2\r\n"},
             {"[A]\r\n[B]\r\nx=1\r\n", {{"A", "k", "v"}}, "[A]\r\nk=v\r\n[B]\r\nx=1\r\n"},
             {"[S]\r\n", {{"S", "k", "first\r\nsecond=2"}, {"S", "second", "3"}},
-             "[S]\r\nk=first\r\nsecond=3\r\n"}};
+             "[S]\r\nk=first\r\nsecond=3\r\n"},
+            // What a text editor leaves: bytes Windows-1252 leaves undefined, a NUL, blanks
+            // around names, a tab on the blank line that ends a section.
+            {QByteArray("[O]\r\nK=\x81\x8D") + '\0' + "x\r\n  [ s ] \r\n  k = v \r\n\t\r\n[T]\r\n",
+             {{"S", "K", "w"}, {"s", "n", "1"}}, QByteArray("[O]\r\nK=\x81\x8D") + '\0' +
+             "x\r\n  [ s ] \r\nk=w\r\nn=1\r\n\t\r\n[T]\r\n"}};
         for (const Case& c : cases) {
             TempFolder folder;
             const QString ini =
