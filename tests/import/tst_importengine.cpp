@@ -586,12 +586,10 @@ private slots:
         QVERIFY2(m_error.contains("malformed JSON"), qPrintable(m_error));
         QCOMPARE(m_totals, QString("%1,%1,0,0").arg(failingRow - 1));
         QCOMPARE(logLines().last(), QString("#   Import failed"));
-        const QStringList rows = groupRows("Zip,EmailAddress", "%1");
-        QCOMPARE(rows.size(), failingRow - 1);
-        for (int i = 1; i < failingRow; ++i) {
-            if (rows.at(i - 1) != QString("%1|p%1@x.org").arg(i))
-                QFAIL(qPrintable("row " + QString::number(i) + ": " + rows.at(i - 1)));
-        }
+        QCOMPARE(SqliteColumn(m_folder->filePath("G.gdb"),
+                              "SELECT COUNT(*) || ',' || SUM(Zip = rowid AND EmailAddress = 'p' || "
+                              "rowid || '@x.org') FROM Recipients"),
+                 QStringList{QString("%1,%1").arg(failingRow - 1)});
     }
 
     // Nothing a table name or rule value holds changes a PostgreSQL source: a second
