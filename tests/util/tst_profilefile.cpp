@@ -1,5 +1,5 @@
 // The settings file as the host reads and writes it, and the host routines beside it:
-// connection string scrambling, file listing, loaded forms, opening a file.
+// connection string scrambling, file listing, opening a file.
 #include "util/apperror.h"
 #include "util/modApplication.h"
 #include "util/profilefile.h"
@@ -290,31 +290,11 @@ private slots:
             QVERIFY2(!FileExists(path), qPrintable(path));
     }
 
-    void loadedForms()
-    {
-        QVERIFY(!IsFormLoaded("frmAddModGroup"));
-        RegisterLoadedForm("frmAddModGroup");
-        QVERIFY(IsFormLoaded(" FRMADDMODGROUP ") && !IsFormLoaded("frmAddMod"));
-        // Two loaded instances: the name stays loaded until both are gone.
-        RegisterLoadedForm("frmaddmodgroup");
-        UnregisterLoadedForm("frmAddModGroup");
-        QVERIFY(IsFormLoaded("frmAddModGroup"));
-        UnregisterLoadedForm("frmAddModGroup");
-        QVERIFY(!IsFormLoaded("frmAddModGroup"));
-    }
-
-    void shellOpen()
+    // The desktop launcher reports a missing file as "file not found" without trying (that
+    // the engine's own launcher gets the native path: tst_importengine).
+    void shellOpenOfMissingFile()
     {
         TempFolder folder;
-        const QString log = folder.writeFile("Database Import Log File.txt", "log");
-        QString opened;
-        SetShellLauncher([&opened](const QString& file, const QString& verb) -> long {
-            opened = file + "|" + verb;
-            return 42;
-        });
-        QCOMPARE(ShellOpen(HostForm(log), QString(), 1, QString(), "open"), 42L);
-        QCOMPARE(opened, log + "|open");
-        // The desktop launcher reports a missing file as "file not found" without trying.
         SetShellLauncher({});
         QCOMPARE(ShellOpen(folder.filePath("missing.txt")), 2L);
     }
