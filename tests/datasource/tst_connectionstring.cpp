@@ -289,7 +289,7 @@ private slots:
         DataRow("nested comment", "SELECT 1 /* /* */ ; SELECT 2 */", second);
         DataRow("batch without ';'", "SELECT 1 DELETE FROM t", change);
         DataRow("writing CTE", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", change);
-        DataRow("select into", "SELECT * INTO copy FROM t", change);
+        DataRow("select into", "SELECT * INTO t2 FROM t", change);
         DataRow("procedure", "SELECT 1 EXEC('DEL' + 'ETE FROM t')", change);
     }
 
