@@ -2,7 +2,6 @@
 // matching fields by column name, and the sample values read from a real source.
 #include <QtTest>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -24,6 +23,15 @@ namespace {
 const QStringList kSourceFields = {"Email",   "First Name", "Surname", "Full Name", "Town",
                                    "(BLANK)", "Post Code",  "CITY",    " (Blank) ", "(blank)x"};
 
+int keyIndex(const QString& key)
+{
+    for (int i = 0; i < int(kHostFields.size()); ++i) {
+        if (key == QLatin1String(kHostFields[size_t(i)].key))
+            return i;
+    }
+    qFatal("no host field %s", qPrintable(key));
+}
+
 class TestCombos final : public MappingCombos
 {
 public:
@@ -33,11 +41,8 @@ public:
     // no entry selects nothing at all.
     void choose(const QString& pick)
     {
-        const QString key = pick.section('=', 0, 0), entry = pick.section('=', 1);
-        const auto field = std::find_if(kHostFields.begin(), kHostFields.end(),
-                                        [&](const HostField& f) { return key == f.key; });
-        QVERIFY(field != kHostFields.end());
-        lists.at(field - kHostFields.begin())
+        const QString entry = pick.section('=', 1);
+        lists.at(size_t(keyIndex(pick.section('=', 0, 0))))
             .setCurrentIndex(entry.isEmpty() ? -1 : int(kSourceFields.indexOf(entry)) + 1);
     }
 
@@ -51,15 +56,6 @@ QStringList dump(const CMappings& list)
     for (const CMapping& m : list)
         lines << m.VTField + '=' + m.DBField;
     return lines;
-}
-
-int keyIndex(const QString& key)
-{
-    for (int i = 0; i < int(kHostFields.size()); ++i) {
-        if (key == QLatin1String(kHostFields[size_t(i)].key))
-            return i;
-    }
-    qFatal("no host field %s", qPrintable(key));
 }
 
 // "Key=Column" pairs, in host field order, of every mapped field.

@@ -125,8 +125,8 @@ private slots:
     void importsValidatesAndSkips_data()
     {
         QTest::addColumn<bool>("replace");
-        QTest::newRow("add only") << false;
-        QTest::newRow("replace existing") << true;
+        DataRow("add only", false);
+        DataRow("replace existing", true);
     }
 
     void importsValidatesAndSkips()
