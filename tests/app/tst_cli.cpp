@@ -6,12 +6,13 @@
 #include <functional>
 
 #include "app/commandlinerunner.h"
+#include "app/connectionstore.h"
+#include "app/importsettings.h"
 #include "import/groupstore.h"
 #include "import/importchoices.h"
 #include "util/appglobals.h"
 
 #include "clirun.h"
-#include "settingsfixture.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -65,8 +66,13 @@ class tst_Cli : public QObject
         choices.VTGroup = group;
         if (change)
             change(choices);
-        const QString error = saveConnectionChoices(m_ini, choices);
-        QVERIFY2(error.isEmpty(), qPrintable(error));
+        // As the wizard does before an import.
+        SetIniFilePath(m_ini);
+        QString message;
+        long number = 0;
+        QVERIFY(MaintainDSN(name, choices.ConnectionString, ConnectionAction::Add, message) &&
+                SaveImportSettings(choices, number, message));
+        SetIniFilePath(QString());
     }
 
     // A generated source and a settings file whose saved choices for "Contacts DB" import

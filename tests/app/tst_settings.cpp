@@ -10,14 +10,36 @@
 #include "util/scriptedmessageboxes.h"
 
 #include "datarow.h"
-#include "settingsfixture.h"
+#include "tempfolder.h"
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QSqlDatabase>
 #include <QTest>
 
 namespace {
+
+// Lines as the program writes them: CR LF after each, one byte a character.
+QByteArray iniBytes(const QStringList& lines)
+{
+    return (lines.join("\r\n") + "\r\n").toLatin1();
+}
+
+// A dbimport.ini of the test's own; reset() (from init()) removes it and points the program at it.
+struct SettingsFile
+{
+    TempFolder dir;
+    QString path = dir.filePath("dbimport.ini");
+
+    void reset() const
+    {
+        QFile::remove(path);
+        SetIniFilePath(path);
+    }
+    QByteArray bytes() const { return dir.readFile("dbimport.ini"); }
+    void write(const QStringList& lines) const { dir.writeFile("dbimport.ini", iniBytes(lines)); }
+};
 
 const QString kNot = QStringLiteral("\u00AC");
 const QString Untouched = QStringLiteral("<untouched>");

@@ -736,12 +736,12 @@ private:
         build(path, statements);
     }
 
-    // An empty Group "G" and choices that import the rows of sql (empty: the selected table)
-    // from the source into it.
+    // The Group "G" holding these addresses, and choices that import the rows of sql (empty:
+    // the selected table) from the source into it.
     ImportChoices sourceChoices(const QString& conString, const QString& sql,
-                                const QStringList& mappings)
+                                const QStringList& mappings, const QStringList& emails = {})
     {
-        createGroup();
+        createGroup(emails);
         ImportChoices c;
         c.ConnectionString = conString;
         c.FilterMethod = sql.isEmpty() ? 0 : 1;
@@ -763,13 +763,11 @@ private:
         for (const QString& values : rows)
             statements << QString("INSERT INTO People VALUES (%1)").arg(values);
         build(source, statements);
-        createGroup(emails);
-        ImportChoices c;
+        ImportChoices c = sourceChoices(
+            "Provider=SQLite;Data Source=" + source, "",
+            {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City"}, emails);
         c.DSNName = "Test Source";
-        c.ConnectionString = "Provider=SQLite;Data Source=" + source;
         c.SelectedTable = "People";
-        map(c, {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City"});
-        c.VTGroup = "G";
         return c;
     }
 
