@@ -1,16 +1,18 @@
-// dbimport-cli as a scheduler runs it: the real executable, a real settings file, a real
-// source database and data folder.
+// dbimport-cli as a scheduler runs it, and what it leaves beside a run (the test run, the
+// report file, the undo of the last import): the real executable, a real settings file,
+// source database, data folder and Group file.
 #include <QtTest>
 
 #include <functional>
 
 #include "app/commandlinerunner.h"
+#include "app/connectionstore.h"
+#include "app/importsettings.h"
 #include "import/groupstore.h"
 #include "import/importchoices.h"
 #include "util/appglobals.h"
 
 #include "clirun.h"
-#include "settingsfixture.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -21,7 +23,7 @@ class tst_Cli : public QObject
     Q_OBJECT
 
     std::unique_ptr<TempFolder> m_folder;
-    QString m_data, m_ini, m_group;
+    QString m_data, m_ini, m_group, m_source;
     QByteArray m_iniBytes;
 
     CliRun cli(const QStringList& arguments) const
@@ -49,8 +51,32 @@ class tst_Cli : public QObject
         return SqliteColumn(m_group, query).value(0).toInt();
     }
 
+    // Saves choices for the connection name that import the table of the SQLite source
+    // (mappings as "GroupField=SourceField") into the Group, changed by change if given.
+    void saveChoices(const QString& name, const QString& source, const QString& table,
+                     const QStringList& mappings, const QString& group,
+                     const std::function<void(ImportChoices&)>& change = nullptr) const
+    {
+        ImportChoices choices;
+        choices.DSNName = name;
+        choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
+        choices.SelectedTable = table;
+        for (const QString& pair : mappings)
+            choices.FieldMappings.Add(pair.section('=', 0, 0), pair.section('=', 1));
+        choices.VTGroup = group;
+        if (change)
+            change(choices);
+        // As the wizard does before an import.
+        SetIniFilePath(m_ini);
+        QString message;
+        long number = 0;
+        QVERIFY(MaintainDSN(name, choices.ConnectionString, ConnectionAction::Add, message) &&
+                SaveImportSettings(choices, number, message));
+        SetIniFilePath(QString());
+    }
+
     // A generated source and a settings file whose saved choices for "Contacts DB" import
-    // it into the Group "Customers"; change, when given, saves further connections.
+    // it into the Group "Customers"; others, when given, are further connections.
     using Connections = QList<std::pair<QString, std::function<void(ImportChoices&)>>>;
     void prepare(int rows, int seed = 7, const Connections& others = {})
     {
@@ -59,22 +85,65 @@ class tst_Cli : public QObject
             runProgram(buildProgram("dbimport-gensource"),
                        {source, QString::number(rows), "--seed", QString::number(seed)});
         QVERIFY2(gen.exitCode == 0, qPrintable(gen.err + gen.out));
-        for (const auto& [name, change] : Connections{{"Contacts DB", nullptr}} + others) {
-            ImportChoices choices;
-            choices.DSNName = name;
-            choices.ConnectionString = "Provider=SQLite;Data Source=" + source;
-            choices.SelectedTable = "Contacts";
-            choices.FieldMappings.Add("EMailAddress", "Email");
-            choices.FieldMappings.Add("FullNameMacro", "Full Name");
-            choices.FieldMappings.Add("City", "City");
-            choices.FieldMappings.Add("Company", "Company");
-            choices.VTGroup = "Customers";
-            if (change)
-                change(choices);
-            const QString error = saveConnectionChoices(m_ini, choices);
-            QVERIFY2(error.isEmpty(), qPrintable(error));
-        }
+        for (const auto& [name, change] : Connections{{"Contacts DB", nullptr}} + others)
+            saveChoices(
+                name, source, "Contacts",
+                {"EMailAddress=Email", "FullNameMacro=Full Name", "City=City", "Company=Company"},
+                "Customers", change);
         m_iniBytes = m_folder->readFile("dbimport.ini");
+    }
+
+    // The source table People and saved choices for the connection "People" that import it
+    // into the Group "Customers", which holds the given INSERT value lists already.
+    void preparePeople(const QStringList& sourceRows, const QStringList& groupRows = {})
+    {
+        QStringList statements{"CREATE TABLE People (Email TEXT, First TEXT, Last TEXT, "
+                               "City TEXT, Company TEXT, Notes TEXT)"};
+        for (const QString& values : sourceRows)
+            statements << "INSERT INTO People VALUES (" + values + ")";
+        sql(m_source, statements);
+        saveChoices("People", m_source, "People",
+                    {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City",
+                     "Company=Company", "Field1=Notes"},
+                    "Customers");
+        QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
+        QStringList inserts;
+        for (const QString& values : groupRows)
+            inserts << "INSERT INTO Recipients (EmailAddress, FirstName, City, Company, "
+                       "DateAdded) VALUES (" +
+                           values + ")";
+        sql(m_group, inserts);
+    }
+
+    void sql(const QString& file, const QStringList& statements) const
+    {
+        const QString error = BuildSqliteDatabase(file, statements);
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+    }
+
+    // Every row of the Group, every column quoted as SQLite shows it (NULL apart from '').
+    QStringList groupRows() const
+    {
+        QStringList columns{"rowid"};
+        for (const auto& f : GroupStore::groupFields())
+            columns << "quote(" + f.name + ")";
+        return SqliteColumn(m_group, "SELECT " + columns.join("||'|'||") +
+                                         " FROM Recipients ORDER BY rowid");
+    }
+
+    QString logBody(const QString& name) const
+    {
+        static const QRegularExpression stamp("(Started: |Ended : )\\w{3} \\d\\d:\\d\\d:\\d\\d");
+        return QString::fromUtf8(QFile(QDir(m_data).filePath(name)).exists()
+                                     ? m_folder->readFile("data/" + name)
+                                     : QByteArray("<none>"))
+            .replace(stamp, "\\1<time>");
+    }
+
+    // The report file as written: RFC 4180 as a spreadsheet reads it, records ending in CR LF.
+    QString report() const
+    {
+        return QString::fromUtf8(m_folder->readFile("data/Database Import Report.csv"));
     }
 
 private slots:
@@ -85,6 +154,7 @@ private slots:
         QVERIFY(QDir().mkpath(m_data));
         m_ini = m_folder->filePath("dbimport.ini");
         m_group = QDir(m_data).filePath("Customers.gdb");
+        m_source = m_folder->filePath("source.db");
     }
 
     // Exit codes and messages of the runs without a job; the name rules of the create-group
@@ -180,9 +250,6 @@ private slots:
         QVERIFY(illegal > 0 && added < total - illegal);
         // The Group holds what was reported: unique addresses, stored trimmed.
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
-        QVERIFY(m_folder->readFile("data/Database Import Log File.txt")
-                    .contains("#   DSN : Contacts DB\r\n#   Destination Group : Customers\r\n"
-                              "#   Replace : False\r\n"));
 
         // The Group and Replace given on the command line win over the saved ones. A quiet
         // run that goes well leaves nothing for cron to mail, and the JSON summary holds the
@@ -283,18 +350,17 @@ private slots:
         const QString manual = QString::fromUtf8(page.readAll()).replace("\\-", "-");
         const CliRun help = runProgram(buildProgram("dbimport-cli"), {"--help"});
         QCOMPARE(help.exitCode, 0);
-        const QRegularExpression option("^\\.TP\n\\.B (--[a-z-]+)",
-                                        QRegularExpression::MultilineOption);
-        const QRegularExpression helpOption("^  (--[a-z-]+)", QRegularExpression::MultilineOption);
-        QStringList documented, offered;
-        for (const auto& m : option.globalMatch(manual))
-            documented << m.captured(1);
-        for (const auto& m : helpOption.globalMatch(help.out))
-            offered << m.captured(1);
-        documented.sort();
-        offered.sort();
+        const auto options = [](const QString& pattern, const QString& text) {
+            QStringList found;
+            for (const auto& m :
+                 QRegularExpression(pattern, QRegularExpression::MultilineOption).globalMatch(text))
+                found << m.captured(1);
+            found.sort();
+            return found;
+        };
+        const QStringList offered = options("^  (--[a-z-]+)", help.out);
         QVERIFY(offered.size() >= 13);
-        QCOMPARE(documented, offered);
+        QCOMPARE(options("^\\.TP\n\\.B (--[a-z-]+)", manual), offered);
         const CliRun version = runProgram(buildProgram("dbimport-cli"), {"--version"});
         QCOMPARE(version.out, u"dbimport-cli " DBIMPORT_VERSION_STRING "\n"_s);
     }
@@ -343,6 +409,161 @@ private slots:
         }
         QCOMPARE(SqliteColumn(m_group, "SELECT EmailAddress || DateAdded FROM Recipients"),
                  QStringList{"keep@x.com1"});
+    }
+
+    // A test run says what the real run then does, logs the same lines to its own log and
+    // leaves the Group file as it was, byte for byte.
+    void testRunPredictsTheRealRun_data()
+    {
+        QTest::addColumn<bool>("replace");
+        QTest::addColumn<int>("wouldChange");
+        QTest::newRow("add") << false << -1;
+        QTest::newRow("replace") << true << 3;
+    }
+    void testRunPredictsTheRealRun()
+    {
+        QFETCH(bool, replace);
+        QFETCH(int, wouldChange);
+        // old@ changes its city (and then, coming again, nothing), same@ only gains empty
+        // texts where it had NULLs, new@ comes twice: its second row overwrites the first,
+        // which a test run never wrote.
+        preparePeople({"'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL",
+                       "'same@x.com', 'Sam', NULL, NULL, NULL, NULL",
+                       "'new@x.com', 'New', 'N', 'York', NULL, NULL",
+                       "'bad', 'B', NULL, NULL, NULL, NULL",
+                       "'NEW@x.com', 'Newer', 'N', 'York', NULL, NULL",
+                       "'fresh@x.com', NULL, NULL, NULL, NULL, NULL",
+                       "'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
+                      {"'old@x.com', 'Old', 'Hull', NULL, '01/01/2001'",
+                       "'same@x.com', 'Sam', NULL, NULL, '01/01/2001'"});
+        const QStringList mode{replace ? "--replace" : "--no-replace"};
+        const QByteArray before = m_folder->readFile("data/Customers.gdb");
+
+        const CliRun test = job(QStringList{"People"} + mode + QStringList{"--dry-run"});
+        QCOMPARE(test.exitCode, 0);
+        QCOMPARE(m_folder->readFile("data/Customers.gdb"), before);
+        QCOMPARE(logBody("Database Import Log File.txt"), QString("<none>"));
+        const QString testLog = logBody("Database Import Test Log File.txt");
+        QCOMPARE(test.figure("Would change"), wouldChange);
+
+        const CliRun real = job(QStringList{"People"} + mode);
+        QCOMPARE(real.exitCode, 0);
+        QCOMPARE(QList<int>({test.figure("Total Processed"), test.figure("Would be added"),
+                             test.figure("Duplicates"), test.figure("Illegal")}),
+                 QList<int>({real.figure("Total Processed"), real.figure("Recipients Added"),
+                             real.figure("Duplicates"), real.figure("Illegal")}));
+        QCOMPARE(real.figure("Recipients Added"), 2);
+        QCOMPARE(logBody("Database Import Log File.txt"), testLog);
+        // What the test run named as changing is what the real run reports as updated.
+        QCOMPARE(report().count("\r\nUpdated,"), std::max(wouldChange, 0));
+    }
+
+    // The report file: every refusal with the log's reason, cut values with the field and
+    // its length, updates with the changed fields; values with commas, quotes and line breaks
+    // quoted so that a spreadsheet reads them whole.
+    void reportFile_data()
+    {
+        QTest::addColumn<bool>("replace");
+        QTest::addColumn<QStringList>("expected");
+        const QStringList common = {
+            "Outcome,Reason,EmailAddress,FirstName,LastName,City,Company,Field1",
+            "Refused,Invalid email (No @ sign),no-at,A,,,\",;\"\"x\"\"\",",
+            "Refused,Invalid email (Blank),  ,B,,,x,",
+            "Cut,City cut to 30 characters; Company cut to 50 characters,long@x.com,L,," +
+                QString(31, 'c') + ',' + QString(51, 'k') + ','};
+        const QString in = "in@x.com,\"\"\"Quoted\"\", Name\",,\"Line 1\r\nLine 2\",\"A, B\",";
+        QTest::newRow("add") << false
+                             << common +
+                                    QStringList{"Refused,Duplicate email," + in,
+                                                "Refused,Duplicate email,long@x.com,Again,,,,"};
+        QTest::newRow("replace")
+            << true
+            << common + QStringList{"Updated,\"Changed: FirstName, LastName, City, Company, "
+                                    "Field1\"," +
+                                        in,
+                                    "Updated,\"Changed: FirstName, City, Company\",long@x.com,"
+                                    "Again,,,,"};
+    }
+    void reportFile()
+    {
+        QFETCH(bool, replace);
+        QFETCH(QStringList, expected);
+        preparePeople(
+            {"'no-at', 'A', NULL, NULL, ',;\"x\"', NULL", "'  ', 'B', NULL, NULL, 'x', NULL",
+             "'long@x.com', 'L', NULL, '" + QString(31, 'c') + "', '" + QString(51, 'k') +
+                 "', NULL",
+             "'in@x.com', '\"Quoted\", Name', NULL, 'Line 1' || char(13, 10) || 'Line 2', "
+             "'A, B', NULL",
+             "'long@x.com', 'Again', NULL, NULL, NULL, NULL"},
+            {"'in@x.com', 'Old', 'Hull', NULL, '01/01/2001'"});
+        QCOMPARE(job({"People", replace ? "--replace" : "--no-replace"}).exitCode, 0);
+        QCOMPARE(report(), expected.join("\r\n") + "\r\n");
+
+        // A run with nothing to report leaves the header alone.
+        sql(m_source, {"DELETE FROM People",
+                       "INSERT INTO People VALUES ('z@x.com', NULL, NULL, NULL, NULL, NULL)"});
+        QCOMPARE(job({"People"}).exitCode, 0);
+        QCOMPARE(report(), expected.first() + "\r\n");
+    }
+
+    // Undo puts the Group back as it was before the last run, row for row, NULLs included:
+    // after a run that added and replaced, and twice in a row for the two last runs (after a
+    // run killed half-way: above). Recipients edited since are left alone and counted.
+    void undoLastImport_data()
+    {
+        QTest::addColumn<QString>("scenario");
+        for (const char* s : {"add and replace", "twice", "edited"})
+            QTest::newRow(s) << QString(s);
+    }
+    void undoLastImport()
+    {
+        QFETCH(QString, scenario);
+        preparePeople({"'a@x.com', 'Ann', NULL, 'Leeds', NULL, 'n1'",
+                       "'old@x.com', 'Olga', 'O', NULL, NULL, NULL",
+                       "'b@x.com', 'Bob', NULL, NULL, NULL, NULL"},
+                      {"'old@x.com', 'Old', NULL, 'Acme', '01/01/2001'",
+                       "'other@x.com', NULL, 'Ely', NULL, '01/01/2001'"});
+        const QStringList original = groupRows();
+        QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out,
+                 QString("There is no import into the Group \"Customers\" to undo.\n"));
+
+        QString leftAlone;
+        QCOMPARE(job({"People", "--replace"}).exitCode, 0);
+        QVERIFY(groupRows() != original);
+        if (scenario == "edited") {
+            // Someone corrects a recipient the run added and one it overwrote.
+            sql(m_group, {"UPDATE Recipients SET City = 'Bath' WHERE EmailAddress IN "
+                          "('a@x.com', 'old@x.com')"});
+            leftAlone = "\n2 recipient(s) changed since the import were left as they are.";
+        }
+        QStringList between = groupRows();
+        if (scenario == "twice") {
+            sql(m_source, {"UPDATE People SET City = 'Wells'",
+                           "INSERT INTO People VALUES ('c@x.com', NULL, NULL, NULL, NULL, "
+                           "NULL)"});
+            QCOMPARE(job({"People", "--replace"}).exitCode, 0);
+            const CliRun undo = cli({"--undo-last", "--group", "Customers"});
+            QVERIFY2(undo.out.contains("1 recipient(s) removed, 3 restored."),
+                     qPrintable(undo.out));
+            QCOMPARE(groupRows(), between);
+        }
+
+        const CliRun undo = cli({"--undo-last", "--group", "Customers"});
+        QCOMPARE(undo.exitCode, 0);
+        QVERIFY2(undo.out.contains("from the connection \"People\" into the Group \"Customers\"?"),
+                 qPrintable(undo.out));
+        QVERIFY2(undo.out.endsWith(leftAlone + "\n"), qPrintable(undo.out));
+        if (scenario == "edited") {
+            QCOMPARE(groupRows().size(), original.size() + 1);
+            QCOMPARE(SqliteColumn(m_group, "SELECT EmailAddress || City FROM Recipients WHERE "
+                                           "City = 'Bath' ORDER BY rowid"),
+                     QStringList({"old@x.comBath", "a@x.comBath"}));
+        } else {
+            QCOMPARE(groupRows(), original);
+        }
+        QCOMPARE(SqliteColumn(m_group, "PRAGMA integrity_check"), QStringList{"ok"});
+        QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out,
+                 QString("There is no import into the Group \"Customers\" to undo.\n"));
     }
 };
 

@@ -1,16 +1,50 @@
+// Connection strings: parsing, resolving to a Qt driver, the builder's fields, masked
+// passwords, the read-only check of statements, and the connections opened with them.
+#include "datasource/connectionfields.h"
 #include "datasource/connectionstring.h"
+#include "datasource/readonlyguard.h"
+#include "datasource/sourceconnection.h"
 
+#include "datarow.h"
+#include "sqlitefixture.h"
 #include "tempfolder.h"
 
+#include <QSqlQuery>
 #include <QTest>
 
+#include <memory>
+
+using Kind = ConnectionFields::Kind;
+
+namespace {
+
+ConnectionFields fields(Kind kind, QStringList fields)
+{
+    // kind-specific fields in the order: file|dataSource|driver, server, port, database,
+    // user, password
+    fields.resize(6);
+    ConnectionFields s;
+    s.kind = kind;
+    (kind == Kind::SqliteFile       ? s.file
+     : kind == Kind::OdbcDataSource ? s.dataSource
+                                    : s.driver) = fields.at(0);
+    s.server = fields.at(1);
+    s.port = fields.at(2);
+    s.database = fields.at(3);
+    s.user = fields.at(4);
+    s.password = fields.at(5);
+    return s;
+}
+
 // Cases expect a result, or "!" and part of the refusal message.
-static bool matches(const QString& result, const QString& expected)
+bool matches(const QString& result, const QString& expected)
 {
     if (expected.startsWith('!'))
         return result.startsWith('!') && result.contains(expected.mid(1));
     return result == expected;
 }
+
+} // namespace
 
 class TestConnectionString : public QObject
 {
@@ -91,12 +125,181 @@ private slots:
         }
     }
 
-    // Qt's ODBC driver puts "DSN=" in front of a name that holds neither DRIVER= nor SERVER=.
-    void qtOdbcDatabaseName()
+    void fieldsRoundTrip_data()
     {
-        QCOMPARE(QtOdbcDatabaseName("Server=db1;DSN=x"), "Server=db1;DSN=x");
-        QCOMPARE(QtOdbcDatabaseName("UID=ann;DSN=Crm;PWD={a;b}"), "Crm;UID=ann;PWD={a;b};");
-        QCOMPARE(QtOdbcDatabaseName("Driver = SQLite3 ;Database=a"), "Driver=SQLite3;Database=a;");
+        QTest::addColumn<ConnectionFields>("fields");
+        QTest::addColumn<QString>("composed");
+        DataRow("sqlite file", fields(Kind::SqliteFile, {"/data/my contacts.db"}),
+                "Provider=SQLite;Data Source=/data/my contacts.db;");
+        DataRow("sqlite file with ; and =", fields(Kind::SqliteFile, {"/d/a;b=c.db"}),
+                "Provider=SQLite;Data Source={/d/a;b=c.db};");
+        DataRow("data source name",
+                fields(Kind::OdbcDataSource, {"Sales", {}, {}, {}, "ann", "s3cret"}),
+                "DSN=Sales;UID=ann;PWD=s3cret;");
+        DataRow("data source, password with braces and quotes",
+                fields(Kind::OdbcDataSource, {"Sales {EU}", {}, {}, {}, "o'neil", "\"a}b;c=d{"}),
+                "DSN={Sales {EU}}};UID=o'neil;PWD={\"a}}b;c=d{};");
+        DataRow("driver, every field",
+                fields(Kind::OdbcDriver,
+                       {"MariaDB Unicode", "db.example.com", "3306", "crm", "ann", " padded "}),
+                "Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
+                "Database=crm;UID=ann;PWD={ padded };");
+        DataRow(
+            "driver, password starting with a quote",
+            fields(Kind::OdbcDriver, {"PostgreSQL Unicode", "h", {}, "d", "u", "'x'"}),
+            "Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=h;Database=d;UID=u;PWD={'x'};");
+    }
+
+    // Fields become a string that comes back as the same fields, and a string the builder
+    // wrote comes back as itself.
+    void fieldsRoundTrip()
+    {
+        QFETCH(ConnectionFields, fields);
+        QFETCH(QString, composed);
+        QCOMPARE(ComposeConnectionString(fields), composed);
+        ConnectionFields parsed;
+        QString message;
+        QVERIFY2(ParseConnectionFields(composed, parsed, message), qPrintable(message));
+        QVERIFY(parsed == fields);
+        QCOMPARE(ComposeConnectionString(parsed), composed);
+        ConnectionTarget target;
+        QVERIFY2(ResolveConnectionString(composed, target, message) ||
+                     message.contains("does not exist"),
+                 qPrintable(message));
+    }
+
+    void foreignStrings_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("kind"); // -1: cannot be parsed at all
+        QTest::addColumn<QString>("composed");
+        DataRow("empty opens a new sqlite fields", "", int(Kind::SqliteFile), "Provider=SQLite;");
+        DataRow("data-link form of a DSN",
+                "Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
+                int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;");
+        DataRow("lower-case keys", "dsn=x;pwd={p;w}", int(Kind::OdbcDataSource),
+                "DSN=x;PWD={p;w};");
+        DataRow("plain driver string", "Driver={SQLite3};Database=/d/x.db;", int(Kind::OdbcDriver),
+                "Provider=MSDASQL;Driver={SQLite3};Database=/d/x.db;");
+        DataRow("extra driver option", "Driver={MariaDB Unicode};Server=h;Option=3", int(Kind::Raw),
+                "Driver={MariaDB Unicode};Server=h;Option=3");
+        DataRow("DSN and driver both", "DSN=a;Driver={b}", int(Kind::Raw), "DSN=a;Driver={b}");
+        DataRow("two passwords", "DSN=a;PWD=x;Password=y", int(Kind::Raw),
+                "DSN=a;PWD=x;Password=y");
+        DataRow("other provider", "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb",
+                int(Kind::Raw), "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb");
+        DataRow("unbalanced braces", "DSN={x;PWD=y", -1, "");
+    }
+
+    // Strings written by hand or by other tools open on the page that can represent them; what
+    // no page can represent stays text, exactly as typed.
+    void foreignStrings()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, kind);
+        QFETCH(QString, composed);
+        ConnectionFields parsed;
+        QString message;
+        QCOMPARE(ParseConnectionFields(text, parsed, message), kind >= 0);
+        if (kind < 0) {
+            QVERIFY(!message.isEmpty());
+            return;
+        }
+        QCOMPARE(int(parsed.kind), kind);
+        QCOMPARE(ComposeConnectionString(parsed), composed);
+    }
+
+    void passwordsMasked_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("shown");
+        DataRow("plain", "DSN=x;Uid=ann;Pwd=secret;", "DSN=x;Uid=ann;Pwd=•••;");
+        DataRow("braced with ; inside, last entry", "Driver={a};PWD={se;cr=et}",
+                "Driver={a};PWD=•••");
+        DataRow("data-link spelling and blanks", "Password = 'x y' ;User ID=u",
+                "Password =•••;User ID=u");
+        DataRow("two of them", "pwd=a;Password=b;", "pwd=•••;Password=•••;");
+        DataRow("no password", "Provider=SQLite;Data Source=/a.db",
+                "Provider=SQLite;Data Source=/a.db");
+        DataRow("key that only ends in pwd", "OldPwd=a;DSN=x", "OldPwd=a;DSN=x");
+        DataRow("unparseable still hidden", "DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u");
+    }
+
+    void passwordsMasked()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, shown);
+        QCOMPARE(MaskPasswords(text), shown);
+    }
+
+    void connectionsAreSeparateAndRemoved()
+    {
+        TempFolder folder;
+        const QString a = folder.filePath("a.db"), b = folder.filePath("b.db");
+        for (const QString& file : {a, b}) // each holds its own name
+            QCOMPARE(BuildSqliteDatabase(file, {"CREATE TABLE T AS SELECT '" + file + "' AS V"}),
+                     QString());
+        const QStringList before = QSqlDatabase::connectionNames();
+        const auto valueOf = [](const SourceConnection& c) {
+            QSqlQuery query(c.database());
+            return query.exec("SELECT V FROM T") && query.next() ? query.value(0).toString() : "-";
+        };
+
+        auto first = std::make_unique<SourceConnection>();
+        SourceConnection second;
+        QString error;
+        QVERIFY2(first->open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
+        QVERIFY2(second.open("Provider=SQLite;Data Source=" + b, error), qPrintable(error));
+        QCOMPARE(valueOf(*first) + valueOf(second), a + b);
+        first.reset();
+        QCOMPARE(valueOf(second), b);
+        // Re-opening the same object on another source closes the first one.
+        QVERIFY2(second.open("Provider=SQLite;Data Source=" + a, error), qPrintable(error));
+        QCOMPARE(valueOf(second), a);
+        QCOMPARE(QSqlDatabase::connectionNames().size(), before.size() + 1);
+        second.close();
+        QVERIFY(!second.isOpen());
+        QCOMPARE(QSqlDatabase::connectionNames(), before);
+    }
+
+    // One statement that only reads passes; a second statement or a writing word is found
+    // however a dialect's quotes and comments could hide it.
+    void readOnlyStatements_data()
+    {
+        QTest::addColumn<QString>("sql");
+        QTest::addColumn<QString>("refusal"); // a word of the message; empty: passes
+        const QString second = "second statement", change = "would change";
+        DataRow("plain", "SELECT email FROM t WHERE note LIKE '%;%'", "");
+        DataRow("brackets and a closing ';'", "select * from [Order Lines] WHERE  [Set] = 'a;b';",
+                "");
+        DataRow("words in quotes, names, comments", "SELECT \"update\", 'DELETE' -- ; drop\n"
+                                                    "FROM t /* ; COMMIT */ ; -- done",
+                "");
+        DataRow("words inside names", "SELECT updated_at, settled, intotal FROM t", "");
+        DataRow("pragma", "PRAGMA table_info(People)", "");
+        DataRow("after COMMIT", "SELECT email FROM t; COMMIT; DELETE FROM t WHERE id <= 10",
+                second);
+        DataRow("table name", "select * from t;COMMIT;DELETE/**/FROM/**/t", second);
+        DataRow("rule value", "select * from t WHERE  x = 'x' OR 1=1; COMMIT; DELETE FROM t; --'",
+                second);
+        DataRow("backslash-escaped quote", "SELECT 'a\\'' ; SELECT 2 -- '", second);
+        DataRow("dollar quote", "SELECT $$'$$; SELECT 1 --'", second);
+        DataRow("hash comment", "SELECT 1 #'\n; SELECT 2 -- '", second);
+        DataRow("executable comment", "SELECT 1 /*! ; SELECT 2 */", second);
+        DataRow("nested comment", "SELECT 1 /* /* */ ; SELECT 2 */", second);
+        DataRow("batch without ';'", "SELECT 1 DELETE FROM t", change);
+        DataRow("writing CTE", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", change);
+        DataRow("select into", "SELECT * INTO t2 FROM t", change);
+        DataRow("procedure", "SELECT 1 EXEC('DEL' + 'ETE FROM t')", change);
+    }
+
+    void readOnlyStatements()
+    {
+        QFETCH(QString, sql);
+        QFETCH(QString, refusal);
+        QString message;
+        QCOMPARE(CheckReadOnlyStatement(sql, message), refusal.isEmpty());
+        QVERIFY2(message.contains(refusal), qPrintable(message));
     }
 };
 

@@ -1,7 +1,7 @@
-// The mapping step's combos: filling them, storing the choices made and showing them again.
+// The mapping step: filling its combos, storing the choices made and showing them again,
+// matching fields by column name, and the sample values read from a real source.
 #include <QtTest>
 
-#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -9,15 +9,28 @@
 #include "import/fieldmapping.h"
 #include "import/hostfields.h"
 #include "import/importchoices.h"
+#include "import/namematch.h"
+#include "import/samplerows.h"
 #include "util/listcontrol.h"
 #include "util/scriptedmessageboxes.h"
 
 #include "datarow.h"
+#include "sqlitefixture.h"
+#include "tempfolder.h"
 
 namespace {
 
 const QStringList kSourceFields = {"Email",   "First Name", "Surname", "Full Name", "Town",
                                    "(BLANK)", "Post Code",  "CITY",    " (Blank) ", "(blank)x"};
+
+int keyIndex(const QString& key)
+{
+    for (int i = 0; i < int(kHostFields.size()); ++i) {
+        if (key == QLatin1String(kHostFields[size_t(i)].key))
+            return i;
+    }
+    qFatal("no host field %s", qPrintable(key));
+}
 
 class TestCombos final : public MappingCombos
 {
@@ -28,11 +41,8 @@ public:
     // no entry selects nothing at all.
     void choose(const QString& pick)
     {
-        const QString key = pick.section('=', 0, 0), entry = pick.section('=', 1);
-        const auto field = std::find_if(kHostFields.begin(), kHostFields.end(),
-                                        [&](const HostField& f) { return key == f.key; });
-        QVERIFY(field != kHostFields.end());
-        lists.at(field - kHostFields.begin())
+        const QString entry = pick.section('=', 1);
+        lists.at(size_t(keyIndex(pick.section('=', 0, 0))))
             .setCurrentIndex(entry.isEmpty() ? -1 : int(kSourceFields.indexOf(entry)) + 1);
     }
 
@@ -46,6 +56,17 @@ QStringList dump(const CMappings& list)
     for (const CMapping& m : list)
         lines << m.VTField + '=' + m.DBField;
     return lines;
+}
+
+// "Key=Column" pairs, in host field order, of every mapped field.
+QStringList pairs(const std::array<QString, 21>& mapping)
+{
+    QStringList result;
+    for (int i = 0; i < int(mapping.size()); ++i) {
+        if (!mapping[size_t(i)].isEmpty())
+            result << QString::fromUtf8(kHostFields[size_t(i)].key) + '=' + mapping[size_t(i)];
+    }
+    return result;
 }
 
 } // namespace
@@ -136,6 +157,87 @@ private slots:
         QCOMPARE(touched, QStringList({"Title=Surname", "City=Town", "Zip=Post Code",
                                        "Company=(blank)", "Fax=(blank)"}));
         QVERIFY(m_boxes.shown().isEmpty());
+    }
+
+    void matchByName_data()
+    {
+        QTest::addColumn<QStringList>("columns");
+        QTest::addColumn<QStringList>("userMapping");
+        QTest::addColumn<QStringList>("expected");
+        QTest::addColumn<int>("matched");
+        // Names compare without case, blanks or punctuation, in English or German.
+        DataRow("german", QStringList{"E-Mail", "Vorname", "Straße", "PLZ", "Webseite", "Telefax"},
+                QStringList{},
+                QStringList{"EMailAddress=E-Mail", "FirstName=Vorname", "Address1=Straße",
+                            "Zip=PLZ", "Web=Webseite", "Fax=Telefax"},
+                6);
+        DataRow("mixed styles",
+                QStringList{"ID", "e_mail", "FIRST_NAME", "last-name", "Address.Line.1",
+                            "Postal Code", "County", "fax", "Field1"},
+                QStringList{},
+                QStringList{"EMailAddress=e_mail", "FirstName=FIRST_NAME", "LastName=last-name",
+                            "Address1=Address.Line.1", "State=County", "Zip=Postal Code", "Fax=fax",
+                            "Field1=Field1"},
+                8);
+        // The user's choices stay, even odd ones, and a column they use is not taken twice.
+        DataRow("user mapping kept", QStringList{"Email", "Surname", "Given Name", "City", "Town"},
+                QStringList{"EMailAddress=Surname", "City=Town"},
+                QStringList{"EMailAddress=Surname", "FirstName=Given Name", "City=Town"}, 1);
+        // A full name is matched only when no name part is mapped, and keeps the parts out.
+        DataRow("full name", QStringList{"Full Name", "Mail", "Phone"}, QStringList{},
+                QStringList{"EMailAddress=Mail", "FullNameMacro=Full Name", "Telephone=Phone"}, 3);
+        DataRow("name parts win", QStringList{"Name", "Forename", "Email Address"}, QStringList{},
+                QStringList{"EMailAddress=Email Address", "FirstName=Forename"}, 2);
+        DataRow("user full name", QStringList{"Name", "First Name", "EMail"},
+                QStringList{"FullNameMacro=Name"},
+                QStringList{"EMailAddress=EMail", "FullNameMacro=Name"}, 1);
+        DataRow("nothing alike", QStringList{"A", "B"}, QStringList{}, QStringList{}, 0);
+    }
+    void matchByName()
+    {
+        QFETCH(QStringList, columns);
+        QFETCH(QStringList, userMapping);
+        QFETCH(QStringList, expected);
+        QFETCH(int, matched);
+        std::array<QString, 21> mapping;
+        for (const QString& pair : userMapping)
+            mapping[size_t(keyIndex(pair.section('=', 0, 0)))] = pair.section('=', 1);
+        QCOMPARE(MatchFieldsByName(columns, mapping), matched);
+        QCOMPARE(pairs(mapping), expected);
+    }
+
+    // Only the first 50 rows are read; the first non-empty value is shown, the e-mail
+    // check counts what it would refuse, the full name splits as the import splits it.
+    void sampleRows()
+    {
+        TempFolder folder;
+        const QString file = folder.filePath("source.db");
+        const QString error = BuildSqliteDatabase(
+            file, {"CREATE TABLE People (Mail TEXT, \"Full Name\" TEXT, Note TEXT)",
+                   "INSERT INTO People VALUES ('  ', '', NULL), ('bad', NULL, NULL), "
+                   "(' a@x.com ', 'Dr Ann B Lee', NULL)",
+                   "WITH RECURSIVE s(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM s WHERE i < 60) "
+                   "INSERT INTO People SELECT CASE WHEN i > 44 THEN 'late' ELSE 'p' || i || "
+                   "'@x.com' END, 'P ' || i, CASE WHEN i = 55 THEN 'too late' END FROM s"});
+        QVERIFY2(error.isEmpty(), qPrintable(error));
+        const QStringList columns{"Mail", "Full Name", "Note"};
+        const SampleRows sample = SampleRows::read("Provider=SQLite;Data Source=" + file,
+                                                   "select * from People", columns);
+        QCOMPARE(sample.error, QString());
+        QCOMPARE(sample.rows.size(), 50);
+        QCOMPARE(sample.firstValue("Mail"), QString("bad"));
+        QCOMPARE(sample.firstValue("Note"), QString());
+        int sampled = 0;
+        // Blank, "bad", and "late" in rows 48 to 50 of the 50.
+        QCOMPARE(sample.refusedEmails("Mail", &sampled), 5);
+        QCOMPARE(sampled, 50);
+        QCOMPARE(sample.namePreview("Full Name"),
+                 QString("Title: Dr  First: Ann  Initial: B  Last: Lee"));
+
+        const SampleRows refused = SampleRows::read("Provider=SQLite;Data Source=" + file,
+                                                    "select * from Nowhere", columns);
+        QVERIFY(refused.error.contains("Nowhere"));
+        QVERIFY(refused.rows.isEmpty());
     }
 
 private:

@@ -1,11 +1,17 @@
-// The Group store on real SQLite files: format, reading, writing, finding, batching.
+// Groups on real files: the store's format, reading, writing, finding and batching; listing
+// and creating Groups in a data folder; the duplicate check list; the log file routines.
 #include <QtTest>
 
 #include <optional>
 #include <set>
 
+#include "import/duplicatelist.h"
+#include "import/groups.h"
 #include "import/groupstore.h"
+#include "import/importlog.h"
+#include "util/appglobals.h"
 #include "util/apperror.h"
+#include "util/scriptedmessageboxes.h"
 
 #include "datarow.h"
 #include "readonlyfolder.h"
@@ -42,10 +48,23 @@ class tst_GroupStore : public QObject
     Q_OBJECT
 
 private slots:
+    void init()
+    {
+        m_folder = std::make_unique<TempFolder>();
+        SetHostDataFolder(m_folder->hostPath());
+        m_boxes.clear();
+        m_guard.emplace(&m_boxes);
+    }
+
+    void cleanup()
+    {
+        QVERIFY2(m_boxes.shown().isEmpty(), qPrintable(m_boxes.texts().join('|')));
+        m_guard.reset();
+    }
+
     void createdFileHasTheGroupFormat()
     {
-        TempFolder folder;
-        const QString path = newGroup(folder);
+        const QString path = newGroup(*m_folder);
         QCOMPARE(SqliteColumn(path,
                               "SELECT group_concat(Name || ',' || Type || ',' || Length, ' ') "
                               "FROM (SELECT * FROM Fields ORDER BY Position)"),
@@ -83,16 +102,15 @@ private slots:
     {
         QFETCH(QString, kind);
         QFETCH(long, createError);
-        TempFolder folder;
-        const QString path = folder.filePath(kind.endsWith(".gdb") ? kind : "G.gdb");
+        const QString path = m_folder->filePath(kind.endsWith(".gdb") ? kind : "G.gdb");
         if (kind == "text")
-            folder.writeFile("G.gdb", "Title,FirstName\r\nMr,John\r\n");
+            m_folder->writeFile("G.gdb", "Title,FirstName\r\nMr,John\r\n");
         else if (kind == "other")
             QCOMPARE(BuildSqliteDatabase(path, {"CREATE TABLE People (Name TEXT)"}), QString());
         else if (kind == "folder")
-            QVERIFY(QDir(folder.path()).mkdir("G.gdb"));
+            QVERIFY(QDir(m_folder->path()).mkdir("G.gdb"));
         std::optional<ReadOnlyFolder> readOnly;
-        if (kind == "ro/G.gdb" && !readOnly.emplace(folder.filePath("ro")).isReadOnly())
+        if (kind == "ro/G.gdb" && !readOnly.emplace(m_folder->filePath("ro")).isReadOnly())
             QSKIP("cannot make a folder read-only here");
         QVERIFY(!GroupStore::checkFile(path));
         auto bytes = [&] {
@@ -114,8 +132,7 @@ private slots:
     // when the next add, find, count or close needs them; the destructor closes too.
     void recordsReachTheFile()
     {
-        TempFolder folder;
-        const QString path = newGroup(folder);
+        const QString path = newGroup(*m_folder);
         const QString anne = QString::fromUtf8("ÄNNE@MÜLLER.DE");
         QStringList zips;
         {
@@ -176,8 +193,7 @@ private slots:
             {"Title", clef.repeated(12), clef.repeated(10)},
             {"DateAdded", QString(60, 'd'), QString(60, 'd')},
             {"City", "", ""}};
-        TempFolder folder;
-        const QString path = newGroup(folder);
+        const QString path = newGroup(*m_folder);
         GroupStore store;
         store.open(path);
         store.setBatchLimits(3, 0);
@@ -198,85 +214,12 @@ private slots:
                                     "FROM Recipients ORDER BY rowid"),
                  stored);
     }
-    // A record found by its number is not read while what is set on it has the digest it
-    // had: only a difference, a field left unset or a value asked for reads it.
-    void expectedRecordsAreReadOnlyWhenTheyDiffer_data()
-    {
-        QTest::addColumn<QStringList>("set");
-        QTest::addColumn<QString>("changed"); // field:old value, '~' for NULL
-        QTest::addColumn<QString>("stored");  // FirstName|City|Title|Zip afterwards
-        DataRow("the same values",
-                QStringList{"EmailAddress=a@x.org", "FirstName=Ann", "City=Leeds", "Title=Dr"},
-                QString(), "Ann|Leeds|Dr|1");
-        DataRow("one field differs",
-                QStringList{"EmailAddress=a@x.org", "FirstName=Ann", "City=York", "Title=Dr"},
-                "City:Leeds", "Ann|York|Dr|1");
-        DataRow("set twice, the last one the same",
-                QStringList{"EmailAddress=a@x.org", "FirstName=Bo", "FirstName=Ann", "City=Leeds",
-                            "Title=Dr"},
-                QString(), "Ann|Leeds|Dr|1");
-        DataRow("a field left unset", QStringList{"City=Hull"}, "City:Leeds", "Ann|Hull|Dr|1");
-    }
-
-    void expectedRecordsAreReadOnlyWhenTheyDiffer()
-    {
-        QFETCH(QStringList, set);
-        QFETCH(QString, changed);
-        QFETCH(QString, stored);
-        TempFolder folder;
-        const QString path = newGroup(folder);
-        QCOMPARE(BuildSqliteDatabase(path, {"INSERT INTO Recipients (EmailAddress, FirstName, "
-                                            "City, Title, Zip) VALUES ('a@x.org', 'Ann', "
-                                            "'Leeds', 'Dr', '1')"}),
-                 QString());
-        GroupStore store;
-        store.open(path);
-        store.setDigestFields({store.fieldIndex("Title"), store.fieldIndex("FirstName"),
-                               store.fieldIndex("EmailAddress"), store.fieldIndex("City")});
-        quint64 digest = 0;
-        store.scan(store.fieldIndex("EmailAddress"),
-                   [&](qint64, const char*, int, quint64 d) { digest = d; });
-        store.expectRowid(1, digest);
-        add(store, {}); // a new record drops what was expected: nothing to confirm
-        QVERIFY(store.confirmCurrent());
-        store.discardChanges();
-        store.expectRowid(1, digest);
-        for (const QString& pair : set)
-            store.setField(pair.section('=', 0, 0), pair.section('=', 1));
-        QVERIFY(store.confirmCurrent());
-        QStringList seen;
-        for (int i = 0; i < store.fieldNames().size(); ++i) {
-            std::optional<QString> was;
-            if (store.changedSinceFound(i, was))
-                seen << store.fieldNames().at(i) + ':' + was.value_or("~");
-        }
-        QCOMPARE(seen.join(','), changed);
-        QCOMPARE(store.getField("Zip"), QString("1")); // never set: read from the file
-        const quint64 now = store.currentDigest();
-        QCOMPARE(now == digest, changed.isEmpty());
-        store.close();
-        QCOMPARE(SqliteColumn(path, "SELECT FirstName || '|' || City || '|' || Title || '|' || "
-                                    "Zip FROM Recipients"),
-                 QStringList{stored});
-        // What the store said the record now holds is what a new scan of the file finds.
-        store.open(path);
-        store.setDigestFields({store.fieldIndex("Title"), store.fieldIndex("FirstName"),
-                               store.fieldIndex("EmailAddress"), store.fieldIndex("City")});
-        store.scan(-1, [&](qint64, const char*, int, quint64 d) { digest = d; });
-        QCOMPARE(digest, now);
-        // A record that is gone is not confirmed, and nothing is current after it.
-        store.expectRowid(7, digest);
-        store.setField("City", "Ely");
-        QVERIFY(!store.confirmCurrent());
-        QVERIFY_THROWS_EXCEPTION(AppError, store.getField("City"));
-    }
 
     // A big Group is scanned by two threads: every record once, with its text and the digest
     // a record read on its own has; NULL and empty text differ.
     void bigScanSeesEveryRecordOnce()
     {
-        TempFolder folder;
-        const QString path = newGroup(folder);
+        const QString path = newGroup(*m_folder);
         const int rows = 120000;
         QCOMPARE(BuildSqliteDatabase(
                      path, {QString("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 "
@@ -311,6 +254,75 @@ private slots:
             QCOMPARE(store.currentDigest(), digests[size_t(rowid)]);
         }
     }
+
+    void listSkipsTheHostsOwnLists()
+    {
+        QVERIFY(LoadVTGroups().isEmpty());
+        for (const char* name : {"Customers.gdb", "All Groups.gdb", "exclusion list.gdb",
+                                 "EXCLUSION LIST.gdb", "Search Results.gdb", ".hidden.gdb",
+                                 " Padded .gdb", "Customers.vtp", "notes.txt", "Archive.GDB"})
+            m_folder->writeFile(name, "x");
+        // The extension matched without regard to case, as on the host; names not trimmed.
+        const QStringList groups = LoadVTGroups();
+        QCOMPARE(QSet<QString>(groups.begin(), groups.end()),
+                 QSet<QString>({" Padded ", ".hidden", "Archive", "Customers", "Search Results"}));
+        QCOMPARE(groups.size(), 5);
+    }
+
+    // Creating never touches a file that exists (the wizard's Group dialog shows that
+    // refusal); a folder that is not there is told.
+    void create()
+    {
+        m_folder->writeFile("Sales.gdb", "keep me");
+        QVERIFY(CreateGroup("New Group", m_folder->hostPath()));
+        QVERIFY(GroupStore::checkFile(m_folder->filePath("New Group.gdb")));
+        QVERIFY(!CreateGroup("Sales", m_folder->hostPath()));
+        QCOMPARE(m_folder->readFile("Sales.gdb"), QByteArray("keep me"));
+        m_boxes.clear();
+        QVERIFY(!CreateGroup("Lost", m_folder->hostPath() + "missing\\"));
+        QCOMPARE(LoadVTGroups().size(), 2);
+        QCOMPARE(m_boxes.shown().value(0).icon, MessageBoxes::Icon::Critical);
+        QVERIFY2(m_boxes.texts().join('|').startsWith("CreateGroupError: 76 - "),
+                 qPrintable(m_boxes.texts().join('|')));
+        m_boxes.clear();
+    }
+
+    // Enough addresses to grow the table many times: every one must stay findable, and none
+    // that was never added may look present.
+    void duplicateListGrowsAndEmpties()
+    {
+        DuplicateCheckList list;
+        for (int i = 0; i < 200000; ++i)
+            QVERIFY(list.add(QString("Person.%1@Example.com").arg(i)));
+        QVERIFY(list.add(QString::fromUtf8("ÄNNE@MÜLLER.DE")));
+        QVERIFY(!list.add(QString::fromUtf8("änne@müller.de")));
+        for (int i = 0; i < 210000; i += 101)
+            QCOMPARE(list.contains(QString("person.%1@example.COM").arg(i)), i < 200000);
+        QVERIFY(!list.contains("person.1@example.co")); // a prefix is another address
+        QCOMPARE(list.count(), 200001);
+        list.clear();
+        QVERIFY(list.count() == 0 && !list.contains("person.1@example.com"));
+        QVERIFY(list.add("person.1@example.com"));
+    }
+
+    // A new log replaces the old one; lines in UTF-8 ending in CR LF.
+    void logFile()
+    {
+        m_folder->writeFile("log.txt", "old run\r\n");
+        qint16 number = 0;
+        QString error;
+        QVERIFY(OpenLogFile(m_folder->hostPath() + "log.txt", number, false, error));
+        QVERIFY(number > 0);
+        WriteLogLine(number, QString::fromUtf8("#   Zoë"));
+        CloseLogFile(number);
+        WriteLogLine(number, "closed"); // nothing happens
+        QCOMPARE(m_folder->readFile("log.txt"), QByteArray("#   Zo\xC3\xAB\r\n"));
+    }
+
+private:
+    std::unique_ptr<TempFolder> m_folder;
+    ScriptedMessageBoxes m_boxes;
+    std::optional<MessageBoxesGuard> m_guard;
 };
 
 QTEST_GUILESS_MAIN(tst_GroupStore)

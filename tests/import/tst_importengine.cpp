@@ -125,8 +125,8 @@ private slots:
     void importsValidatesAndSkips_data()
     {
         QTest::addColumn<bool>("replace");
-        QTest::newRow("add only") << false;
-        QTest::newRow("replace existing") << true;
+        DataRow("add only", false);
+        DataRow("replace existing", true);
     }
 
     void importsValidatesAndSkips()
@@ -200,15 +200,6 @@ private slots:
         // The only question is the offer to review the log, which opens it in the editor.
         QCOMPARE(m_boxes.texts(), QStringList{kReview});
         QCOMPARE(m_launched, m_folder->filePath(kLogName));
-
-        // A second run sees every address the first one wrote, and its log replaces the first.
-        m_boxes.queueAnswer(false);
-        QVERIFY(run(choices));
-        QCOMPARE(m_totals, QString("10,0,5,5"));
-        QCOMPARE(groupRows("COUNT(*)", "%1"), QStringList{"5"});
-        const QStringList second = logLines();
-        QCOMPARE(second.count("# Initialising Database Import..."), 1);
-        QVERIFY(second.contains("#   5 entries in duplicate check list"));
     }
 
     void mappedValuesBecomeText()
@@ -448,40 +439,17 @@ private slots:
                          "#     # Rules : 1", "#   SQL : PRAGMA table_info(People)"}));
     }
 
-    // PostgreSQL's own types over ODBC, then a server that ends the session mid-import.
-    void postgresSource()
+    // A server that ends the session mid-import: rows come in small fetches, so the server is
+    // still needed after the first yield.
+    void postgresSessionEndsMidImport()
     {
-        OPEN_TEST_SOURCE(
-            database, "postgresql",
-            QStringList(
-                {"CREATE TABLE contacts (id serial PRIMARY KEY, email varchar(200), joined date, "
-                 "active boolean, score numeric(8,2), photo bytea, seen timestamp)",
-                 QString::fromUtf8(
-                     "INSERT INTO contacts (email, joined, active, score, photo, seen) "
-                     "VALUES ('ann@example.com', '2024-02-29', true, 12.50, '\\x414243', "
-                     "'2024-03-01 13:45:10'), ('zoë@exämple.de', '1999-12-31', false, "
-                     "-3.75, NULL, NULL), ('ZOË@EXÄMPLE.DE', NULL, NULL, 1, NULL, NULL)"),
-                 "CREATE TABLE many (id serial PRIMARY KEY, email text)",
-                 "INSERT INTO many (email) SELECT 'p' || i || '@x.org' FROM generate_series(1, "
-                 "500) "
-                 "i"}));
-        ImportChoices choices =
-            sourceChoices(database.conString, "SELECT * FROM contacts ORDER BY id",
-                          {"EMailAddress=email", "Field1=joined", "Field2=active", "Field3=score",
-                           "Field4=photo", "Address1=seen"});
-        QVERIFY(run(choices));
-        QVERIFY(m_view->shown["range"].contains("0-3")); // the count came from COUNT(*)
-        QCOMPARE(m_totals, QString("3,2,1,0"));
-        // Dates, time stamps, numbers and a byte string holding text, as text; booleans as the
-        // characters 0 and 1.
-        QCOMPARE(groupRows("EmailAddress,Field1,Field2,Field3,Field4,Address1"),
-                 QStringList({"ann@example.com|2024-02-29|1|12.5|ABC|2024-03-01 13:45:10",
-                              QString::fromUtf8("zoë@exämple.de|1999-12-31|0|-3.75||")}));
-
-        QVERIFY(QFile::remove(m_folder->filePath("G.gdb")));
-        // Rows come in small fetches, so the server is still needed after the first yield.
-        choices = sourceChoices(database.conString + "UseDeclareFetch=1;Fetch=20;",
-                                "SELECT * FROM many ORDER BY id", {"EMailAddress=email"});
+        OPEN_TEST_SOURCE(database, "postgresql",
+                         QStringList({"CREATE TABLE many (id serial PRIMARY KEY, email text)",
+                                      "INSERT INTO many (email) SELECT 'p' || i || '@x.org' FROM "
+                                      "generate_series(1, 500) i"}));
+        const ImportChoices choices =
+            sourceChoices(database.conString + "UseDeclareFetch=1;Fetch=20;",
+                          "SELECT * FROM many ORDER BY id", {"EMailAddress=email"});
         ImportEngine engine(choices, *m_view);
         m_view->onShow = [&](const QString& kind, const QString& text) {
             if (kind == "yield" && text == "50" && engine.importRunning())
@@ -542,8 +510,9 @@ private slots:
         QCOMPARE(groupRows("EmailAddress,FirstName,City"), QStringList{"a@x.org|Ann|Leeds"});
     }
 
-    // A big PostgreSQL read goes through the server's COPY: every type it takes must come
-    // out as the driver gives it, which a small read of the same rows shows.
+    // PostgreSQL's own types become text as the driver gives them: dates, times, numbers and a
+    // byte string holding text as text, booleans as 0 and 1. A big read goes through the
+    // server's COPY instead, and must come out the same.
     void postgresCopyMatchesTheDriver()
     {
         OPEN_TEST_SOURCE(
@@ -585,8 +554,10 @@ private slots:
             QCOMPARE(copying, big == 1);
             routes[big] = groupRows(columns, "quote(%1)").mid(0, 3);
         }
+        QCOMPARE(routes[0].value(0),
+                 "'a@x.org'|'tab\there'|'ab  '|'-9000000000'|'1.1'|'0.1'|'12.5'|"
+                 "'1'|'2024-02-29'|'13:45:10'|'2024-01-01'|'ABC'");
         QCOMPARE(routes[1], routes[0]);
-        QCOMPARE(routes[0].size(), 3);
     }
 
     // A big source is read ahead on a helper thread: a read that fails part-way still
@@ -615,17 +586,16 @@ private slots:
         QVERIFY2(m_error.contains("malformed JSON"), qPrintable(m_error));
         QCOMPARE(m_totals, QString("%1,%1,0,0").arg(failingRow - 1));
         QCOMPARE(logLines().last(), QString("#   Import failed"));
-        const QStringList rows = groupRows("Zip,EmailAddress", "%1");
-        QCOMPARE(rows.size(), failingRow - 1);
-        for (int i = 1; i < failingRow; ++i) {
-            if (rows.at(i - 1) != QString("%1|p%1@x.org").arg(i))
-                QFAIL(qPrintable("row " + QString::number(i) + ": " + rows.at(i - 1)));
-        }
+        QCOMPARE(SqliteColumn(m_folder->filePath("G.gdb"),
+                              "SELECT COUNT(*) || ',' || SUM(Zip = rowid AND EmailAddress = 'p' || "
+                              "rowid || '@x.org') FROM Recipients"),
+                 QStringList{QString("%1,%1").arg(failingRow - 1)});
     }
 
-    // Nothing a saved statement, table name or rule value holds changes a PostgreSQL source:
-    // a second statement is refused before it is sent, and the server itself runs the one
-    // statement read-only, so that a function that writes and a sequence fail too.
+    // Nothing a table name or rule value holds changes a PostgreSQL source: a second
+    // statement is refused before it is sent (which statements are refused: the source
+    // connection's own test), and the server itself runs the one statement read-only, so
+    // that a function that writes and a sequence fail too.
     void postgresSourceIsNeverChanged_data()
     {
         QTest::addColumn<QString>("sql"); // empty: table t with the rule below
@@ -633,15 +603,11 @@ private slots:
         QTest::addColumn<QString>("ruleValue");
         QTest::addColumn<QString>("error"); // a pattern
         const QString second = "second statement";
-        DataRow("COMMIT in the statement", "SELECT email FROM t; COMMIT; DELETE FROM t", "", "",
-                second);
         DataRow("COMMIT in the table name", "", "t;COMMIT;DELETE/**/FROM/**/t", "",
                 "does not exist");
         DataRow("COMMIT in a rule value", "", "t", "'x' OR 1=1; COMMIT; DELETE FROM t; --", second);
         DataRow("function that writes", "SELECT email, grab() FROM t", "", "", "read-only");
         DataRow("sequence", "SELECT email, nextval('s') FROM t", "", "", "read-only");
-        DataRow("writing word", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", "", "",
-                "would change");
     }
 
     void postgresSourceIsNeverChanged()
@@ -770,12 +736,12 @@ private:
         build(path, statements);
     }
 
-    // An empty Group "G" and choices that import the rows of sql (empty: the selected table)
-    // from the source into it.
+    // The Group "G" holding these addresses, and choices that import the rows of sql (empty:
+    // the selected table) from the source into it.
     ImportChoices sourceChoices(const QString& conString, const QString& sql,
-                                const QStringList& mappings)
+                                const QStringList& mappings, const QStringList& emails = {})
     {
-        createGroup();
+        createGroup(emails);
         ImportChoices c;
         c.ConnectionString = conString;
         c.FilterMethod = sql.isEmpty() ? 0 : 1;
@@ -797,13 +763,11 @@ private:
         for (const QString& values : rows)
             statements << QString("INSERT INTO People VALUES (%1)").arg(values);
         build(source, statements);
-        createGroup(emails);
-        ImportChoices c;
+        ImportChoices c = sourceChoices(
+            "Provider=SQLite;Data Source=" + source, "",
+            {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City"}, emails);
         c.DSNName = "Test Source";
-        c.ConnectionString = "Provider=SQLite;Data Source=" + source;
         c.SelectedTable = "People";
-        map(c, {"EMailAddress=Email", "FirstName=First", "LastName=Last", "City=City"});
-        c.VTGroup = "G";
         return c;
     }
 

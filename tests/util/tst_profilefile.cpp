@@ -1,6 +1,9 @@
+// The settings file as the host reads and writes it, and the host routines beside it:
+// connection string scrambling, file listing, opening a file.
 #include "util/apperror.h"
 #include "util/modApplication.h"
 #include "util/profilefile.h"
+#include "util/windows1252.h"
 
 #include "tempfolder.h"
 
@@ -53,7 +56,12 @@ private slots:
             {"[A]\r\nk=1", {{"B", "m", "2"}}, "[A]\r\nk=1\r\n[B]\r\nm=2\r\n"},
             {"[A]\r\n[B]\r\nx=1\r\n", {{"A", "k", "v"}}, "[A]\r\nk=v\r\n[B]\r\nx=1\r\n"},
             {"[S]\r\n", {{"S", "k", "first\r\nsecond=2"}, {"S", "second", "3"}},
-             "[S]\r\nk=first\r\nsecond=3\r\n"}};
+             "[S]\r\nk=first\r\nsecond=3\r\n"},
+            // What a text editor leaves: bytes Windows-1252 leaves undefined, a NUL, blanks
+            // around names, a tab on the blank line that ends a section.
+            {QByteArray("[O]\r\nK=\x81\x8D") + '\0' + "x\r\n  [ s ] \r\n  k = v \r\n\t\r\n[T]\r\n",
+             {{"S", "K", "w"}, {"s", "n", "1"}}, QByteArray("[O]\r\nK=\x81\x8D") + '\0' +
+             "x\r\n  [ s ] \r\nk=w\r\nn=1\r\n\t\r\n[T]\r\n"}};
         for (const Case& c : cases) {
             TempFolder folder;
             const QString ini =
@@ -220,6 +228,75 @@ private slots:
         QVERIFY(QFile::remove(single) && QDir().mkdir(single));
         QVERIFY_THROWS_EXCEPTION(AppError, failing.commit());
         QCOMPARE(ReadIniString(single, "S", "k", "none"), QString("none"));
+    }
+
+    // Each character one Windows-1252 code higher; a character without one, or without a
+    // successor, empties the whole string.
+    void scramble()
+    {
+        QString inner, shifted;
+        for (int c = 1; c <= 254; ++c) {
+            inner += Windows1252::character(c);
+            shifted += Windows1252::character(c + 1);
+        }
+        const QList<QPair<QString, QString>> cases = {{inner, shifted}, {"", ""},
+            {"Provider=SQLite;Data Source=/x.db", "Qspwjefs>TRMjuf<Ebub!Tpvsdf>0y/ec"},
+            {"€", QChar(0x0081)}, {QChar(0x007F), "€"}, {"Ÿ", QChar(0x00A0)}, {"abcÿdef", ""},
+            {"abcΩ", ""}};
+        for (const auto& [plain, stored] : cases) {
+            QCOMPARE(ScrambleConString(plain), stored);
+            if (!stored.isEmpty())
+                QCOMPARE(UnscrambleConString(stored), plain);
+        }
+        // The reverse ends at code 0, and refuses what has no code too.
+        QCOMPARE(UnscrambleConString(QString("ab") + QChar(0) + "c"), QString());
+        QCOMPARE(UnscrambleConString(QString::fromUtf8("Łx")), QString());
+        QCOMPARE(UnscrambleConString(QString(QChar(1))), QString(QChar(0)));
+    }
+
+    void listFilesAndFileExists()
+    {
+        TempFolder folder;
+        for (const char* name : {"Sales.gdb", ".hidden.gdb", "UPPER.GDB", "notes.txt", "x.gdb.bak",
+                                 "gdb", "two words.gdb", "sub/deeper.gdb", "left¬right.vtp"})
+            folder.writeFile(name, "x");
+        folder.writeFile("empty.gdb", "");
+        QVERIFY(QDir(folder.path()).mkpath("folder.gdb") && QDir(folder.path()).mkpath("none"));
+        // The host's folder form, with or without its closing backslash, or a native one.
+        for (const QString& f : {folder.hostPath(), folder.hostPath().chopped(1), folder.path()}) {
+            QStringList names{"stale"};
+            QVERIFY2(ListFiles(f, "gdb", names), qPrintable(f));
+            names.sort();
+            QCOMPARE(names, QStringList({".hidden.gdb", "Sales.gdb", "UPPER.GDB", "empty.gdb",
+                                         "two words.gdb"}));
+        }
+        for (const char* sub : {"none", "missing"}) {
+            QStringList names{"kept"};
+            QVERIFY(!ListFiles(folder.filePath(sub), "gdb", names));
+            QCOMPARE(names, QStringList{"kept"});
+        }
+        // No folder: the current one. The host's list separator splits a name in two.
+        const QString previous = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(folder.path()));
+        QStringList names;
+        const bool found = ListFiles("", "vtp", names);
+        QVERIFY(QDir::setCurrent(previous));
+        QVERIFY(found);
+        QCOMPARE(names, QStringList({"left", "right.vtp"}));
+
+        QVERIFY(FileExists(HostForm(folder.filePath("Sales.gdb"))));
+        QVERIFY(FileExists(folder.filePath("empty.gdb")));
+        for (const QString& path : {folder.filePath("b.txt"), folder.filePath("sub"), QString()})
+            QVERIFY2(!FileExists(path), qPrintable(path));
+    }
+
+    // The desktop launcher reports a missing file as "file not found" without trying (that
+    // the engine's own launcher gets the native path: tst_importengine).
+    void shellOpenOfMissingFile()
+    {
+        TempFolder folder;
+        SetShellLauncher({});
+        QCOMPARE(ShellOpen(folder.filePath("missing.txt")), 2L);
     }
 };
 
