@@ -8,7 +8,6 @@
 #include <QTime>
 
 #include <mysql.h>
-#include <odbcinst.h>
 
 #include <algorithm>
 #include <charconv>
@@ -17,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "datasource/connectionstring.h"
+#include "datasource/odbcsettings.h"
 #include "util/apperror.h"
 
 namespace {
@@ -122,30 +121,6 @@ bool isMariaDbDriver(const QString& driver)
            driver.contains(QLatin1String("maodbc"), Qt::CaseInsensitive);
 }
 
-QString dsnEntry(const QString& dsn, const char* key)
-{
-    char value[1024] = {0};
-    const QByteArray name = dsn.toUtf8();
-    SQLGetPrivateProfileString(name.constData(), key, "", value, int(sizeof value), "odbc.ini");
-    return QString::fromUtf8(value);
-}
-
-// The keys a data source sets.
-QStringList dsnKeys(const QString& dsn)
-{
-    std::vector<char> list(8192, '\0');
-    const QByteArray name = dsn.toUtf8();
-    const int size = SQLGetPrivateProfileString(name.constData(), nullptr, "", list.data(),
-                                                int(list.size()), "odbc.ini");
-    QStringList keys;
-    for (int i = 0; i < size && list[std::size_t(i)];) {
-        const char* key = list.data() + i;
-        keys << QString::fromUtf8(key);
-        i += int(std::strlen(key)) + 1;
-    }
-    return keys;
-}
-
 struct Target
 {
     QByteArray host, user, password, database, socket;
@@ -158,30 +133,10 @@ struct Target
 // TLS, a statement run on connecting, another character set) keeps the read on the driver.
 bool connectionTarget(const QString& conString, Target& target)
 {
-    ConnectionTarget resolved;
-    QString message;
-    if (!ResolveConnectionString(conString, resolved, message) ||
-        resolved.driver != QLatin1String("QODBC"))
+    OdbcSettings settings;
+    if (!settings.read(conString))
         return false;
-    QList<QPair<QString, QString>> pairs;
-    if (!ParseConnectionString(resolved.databaseName, pairs, message))
-        return false;
-    auto given = [&](const QStringList& names) -> QString {
-        for (const auto& pair : pairs) {
-            for (const QString& name : names) {
-                if (pair.first.trimmed().compare(name, Qt::CaseInsensitive) == 0)
-                    return pair.second.trimmed();
-            }
-        }
-        return QString();
-    };
-    const QString dsn = given({QStringLiteral("DSN")});
-    auto value = [&](const QStringList& names) {
-        QString v = given(names);
-        for (qsizetype i = 0; v.isEmpty() && !dsn.isEmpty() && i < names.size(); ++i)
-            v = dsnEntry(dsn, names.at(i).toUtf8().constData());
-        return v;
-    };
+    auto value = [&](const QStringList& names) { return settings.value(names); };
     if (!isMariaDbDriver(value({QStringLiteral("Driver")})))
         return false;
 
@@ -192,10 +147,7 @@ bool connectionTarget(const QString& conString, Target& target)
         QStringLiteral("User"),     QStringLiteral("PWD"),    QStringLiteral("Password"),
         QStringLiteral("Socket"),   QStringLiteral("TCPIP"),  QStringLiteral("Option"),
         QStringLiteral("Options"),  QStringLiteral("CharSet")};
-    QStringList keys = dsn.isEmpty() ? QStringList() : dsnKeys(dsn);
-    for (const auto& pair : pairs)
-        keys << pair.first.trimmed();
-    for (const QString& key : keys) {
+    for (const QString& key : settings.keys()) {
         if (!known.contains(key, Qt::CaseInsensitive))
             return false;
     }

@@ -5,13 +5,12 @@
 #include <QPair>
 
 #include <libpq-fe.h>
-#include <odbcinst.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include "datasource/connectionstring.h"
+#include "datasource/odbcsettings.h"
 #include "util/apperror.h"
 
 namespace {
@@ -73,42 +72,14 @@ bool isPostgresDriver(const QString& driver)
            driver.contains(QLatin1String("psqlodbc"), Qt::CaseInsensitive);
 }
 
-QString dsnEntry(const QString& dsn, const char* key)
-{
-    char value[1024] = {0};
-    const QByteArray name = dsn.toUtf8();
-    SQLGetPrivateProfileString(name.constData(), key, "", value, int(sizeof value), "odbc.ini");
-    return QString::fromUtf8(value);
-}
-
 // libpq's keywords for the driver's, from the string and, under it, its data source.
 bool connectionParameters(const QString& conString, std::vector<std::string>& keys,
                           std::vector<std::string>& values)
 {
-    ConnectionTarget target;
-    QString message;
-    if (!ResolveConnectionString(conString, target, message) ||
-        target.driver != QLatin1String("QODBC"))
+    OdbcSettings settings;
+    if (!settings.read(conString))
         return false;
-    QList<QPair<QString, QString>> pairs;
-    if (!ParseConnectionString(target.databaseName, pairs, message))
-        return false;
-    auto given = [&](const QStringList& names) -> QString {
-        for (const auto& pair : pairs) {
-            for (const QString& name : names) {
-                if (pair.first.trimmed().compare(name, Qt::CaseInsensitive) == 0)
-                    return pair.second.trimmed();
-            }
-        }
-        return QString();
-    };
-    const QString dsn = given({QStringLiteral("DSN")});
-    auto value = [&](const QStringList& names) {
-        QString v = given(names);
-        for (qsizetype i = 0; v.isEmpty() && !dsn.isEmpty() && i < names.size(); ++i)
-            v = dsnEntry(dsn, names.at(i).toUtf8().constData());
-        return v;
-    };
+    auto value = [&](const QStringList& names) { return settings.value(names); };
     if (!isPostgresDriver(value({QStringLiteral("Driver")})))
         return false;
     // Statements or options the driver sends on connecting could change what a query
