@@ -180,7 +180,7 @@ template <class Number> void assignNumber(std::string& out, Number value)
     out.assign(buffer, end);
 }
 
-class StreamRows final : public SourceRows
+class StreamRows final : public Utf8SourceRows
 {
 public:
     struct Column
@@ -199,8 +199,8 @@ public:
 
     StreamRows(MYSQL* connection, MYSQL_STMT* statement, std::vector<Column> columns,
                QStringList names)
-        : m_connection(connection), m_statement(statement), m_columns(std::move(columns)),
-          m_names(std::move(names)), m_binds(m_columns.size())
+        : Utf8SourceRows(std::move(names)), m_connection(connection), m_statement(statement),
+          m_columns(std::move(columns)), m_binds(m_columns.size())
     {
         for (Column& column : m_columns) {
             if (column.bound == MYSQL_TYPE_STRING)
@@ -240,22 +240,6 @@ public:
     }
 
     bool movable() const override { return true; } // a client connection of its own
-
-    int indexOf(const QString& name) const override
-    {
-        for (qsizetype i = 0; i < m_names.size(); ++i) {
-            if (m_names.at(i).compare(name, Qt::CaseInsensitive) == 0)
-                return int(i);
-        }
-        return -1;
-    }
-
-    QString text(int index) const override
-    {
-        std::string value;
-        utf8(index, value);
-        return QString::fromUtf8(value.data(), qsizetype(value.size()));
-    }
 
     void utf8(int index, std::string& out) const override
     {
@@ -390,7 +374,6 @@ private:
     MYSQL* m_connection;
     MYSQL_STMT* m_statement;
     std::vector<Column> m_columns;
-    QStringList m_names;
     std::vector<MYSQL_BIND> m_binds;
     bool m_bound = false;
     bool m_done = false;

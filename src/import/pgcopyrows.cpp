@@ -123,11 +123,11 @@ bool run(PGconn* connection, const char* sql)
     return ok;
 }
 
-class CopyRows final : public SourceRows
+class CopyRows final : public Utf8SourceRows
 {
 public:
     CopyRows(PGconn* connection, std::vector<Form> forms, QStringList names)
-        : m_connection(connection), m_forms(std::move(forms)), m_names(std::move(names)),
+        : Utf8SourceRows(std::move(names)), m_connection(connection), m_forms(std::move(forms)),
           m_fields(m_forms.size()), m_null(m_forms.size())
     {}
     ~CopyRows() override
@@ -163,22 +163,6 @@ public:
     }
 
     bool movable() const override { return true; } // a libpq connection of its own
-
-    int indexOf(const QString& name) const override
-    {
-        for (qsizetype i = 0; i < m_names.size(); ++i) {
-            if (m_names.at(i).compare(name, Qt::CaseInsensitive) == 0)
-                return int(i);
-        }
-        return -1;
-    }
-
-    QString text(int index) const override
-    {
-        std::string value;
-        utf8(index, value);
-        return QString::fromUtf8(value.data(), qsizetype(value.size()));
-    }
 
     void utf8(int index, std::string& out) const override
     {
@@ -289,7 +273,6 @@ private:
 
     PGconn* m_connection;
     std::vector<Form> m_forms;
-    QStringList m_names;
     std::vector<std::string> m_fields;
     std::vector<char> m_null;
     char* m_line = nullptr;

@@ -230,6 +230,22 @@ private:
 
 } // namespace
 
+int Utf8SourceRows::indexOf(const QString& name) const
+{
+    for (qsizetype i = 0; i < m_names.size(); ++i) {
+        if (m_names.at(i).compare(name, Qt::CaseInsensitive) == 0)
+            return int(i);
+    }
+    return -1;
+}
+
+QString Utf8SourceRows::text(int index) const
+{
+    std::string value;
+    utf8(index, value);
+    return QString::fromUtf8(value.data(), qsizetype(value.size()));
+}
+
 void SourceRows::utf8(int index, std::string& out) const
 {
     const QByteArray bytes = text(index).toUtf8();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <memory>
 #include <string>
@@ -33,6 +34,19 @@ public:
     // Whether another thread may read the rows while this one does other work on other
     // connections. Qt SQL connections belong to the thread that opened them.
     virtual bool movable() const { return false; }
+};
+
+// A reader that has every value as UTF-8 to begin with: columns found by their names, the
+// text made from the UTF-8.
+class Utf8SourceRows : public SourceRows
+{
+public:
+    explicit Utf8SourceRows(QStringList names) : m_names(std::move(names)) {}
+    int indexOf(const QString& name) const override;
+    QString text(int index) const override;
+
+private:
+    QStringList m_names;
 };
 
 // The text of a double and of a blob, as every route gives them.
