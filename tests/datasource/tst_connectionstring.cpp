@@ -18,21 +18,17 @@ using Kind = ConnectionFields::Kind;
 
 namespace {
 
-ConnectionFields fields(Kind kind, QStringList fields)
+// The kind's own field (file, data source or driver), server, port, database, user, password.
+ConnectionFields fields(Kind kind, QStringList f)
 {
-    // kind-specific fields in the order: file|dataSource|driver, server, port, database,
-    // user, password
-    fields.resize(6);
+    f.resize(6);
     ConnectionFields s;
     s.kind = kind;
     (kind == Kind::SqliteFile       ? s.file
      : kind == Kind::OdbcDataSource ? s.dataSource
-                                    : s.driver) = fields.at(0);
-    s.server = fields.at(1);
-    s.port = fields.at(2);
-    s.database = fields.at(3);
-    s.user = fields.at(4);
-    s.password = fields.at(5);
+                                    : s.driver) = f[0];
+    std::tie(s.server, s.port, s.database, s.user, s.password) =
+        std::tie(f[1], f[2], f[3], f[4], f[5]);
     return s;
 }
 
@@ -168,68 +164,49 @@ private slots:
                  qPrintable(message));
     }
 
-    void foreignStrings_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("kind"); // -1: cannot be parsed at all
-        QTest::addColumn<QString>("composed");
-        DataRow("empty opens a new sqlite fields", "", int(Kind::SqliteFile), "Provider=SQLite;");
-        DataRow("data-link form of a DSN",
-                "Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
-                int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;");
-        DataRow("lower-case keys", "dsn=x;pwd={p;w}", int(Kind::OdbcDataSource),
-                "DSN=x;PWD={p;w};");
-        DataRow("plain driver string", "Driver={SQLite3};Database=/d/x.db;", int(Kind::OdbcDriver),
-                "Provider=MSDASQL;Driver={SQLite3};Database=/d/x.db;");
-        DataRow("extra driver option", "Driver={MariaDB Unicode};Server=h;Option=3", int(Kind::Raw),
-                "Driver={MariaDB Unicode};Server=h;Option=3");
-        DataRow("DSN and driver both", "DSN=a;Driver={b}", int(Kind::Raw), "DSN=a;Driver={b}");
-        DataRow("two passwords", "DSN=a;PWD=x;Password=y", int(Kind::Raw),
-                "DSN=a;PWD=x;Password=y");
-        DataRow("other provider", "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb",
-                int(Kind::Raw), "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb");
-        DataRow("unbalanced braces", "DSN={x;PWD=y", -1, "");
-    }
-
     // Strings written by hand or by other tools open on the page that can represent them; what
     // no page can represent stays text, exactly as typed.
     void foreignStrings()
     {
-        QFETCH(QString, text);
-        QFETCH(int, kind);
-        QFETCH(QString, composed);
-        ConnectionFields parsed;
-        QString message;
-        QCOMPARE(ParseConnectionFields(text, parsed, message), kind >= 0);
-        if (kind < 0) {
-            QVERIFY(!message.isEmpty());
-            return;
+        const QList<std::tuple<QString, int, QString>> cases = {
+            // text, kind (-1: no), composed
+            {"", int(Kind::SqliteFile), "Provider=SQLite;"},
+            {"Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
+             int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;"},
+            {"dsn=x;pwd={p;w}", int(Kind::OdbcDataSource), "DSN=x;PWD={p;w};"},
+            {"Driver={SQLite3};Database=/d/x.db;", int(Kind::OdbcDriver),
+             "Provider=MSDASQL;Driver={SQLite3};Database=/d/x.db;"},
+            // An extra driver option, a DSN and a driver both, two passwords, another provider.
+            {"Driver={MariaDB Unicode};Server=h;Option=3", int(Kind::Raw), ""},
+            {"DSN=a;Driver={b}", int(Kind::Raw), ""},
+            {"DSN=a;PWD=x;Password=y", int(Kind::Raw), ""},
+            {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb", int(Kind::Raw), ""},
+            {"DSN={x;PWD=y", -1, "refused"}};
+        for (const auto& [text, kind, composed] : cases) {
+            ConnectionFields parsed;
+            QString message;
+            const bool ok = ParseConnectionFields(text, parsed, message);
+            // Raw text comes back as typed; a refusal gives a reason.
+            QCOMPARE(QString::number(ok ? int(parsed.kind) : -1) + ' ' +
+                         (ok                  ? ComposeConnectionString(parsed)
+                          : message.isEmpty() ? "no reason"
+                                              : "refused"),
+                     QString::number(kind) + ' ' + (kind == int(Kind::Raw) ? text : composed));
         }
-        QCOMPARE(int(parsed.kind), kind);
-        QCOMPARE(ComposeConnectionString(parsed), composed);
-    }
-
-    void passwordsMasked_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("shown");
-        DataRow("plain", "DSN=x;Uid=ann;Pwd=secret;", "DSN=x;Uid=ann;Pwd=•••;");
-        DataRow("braced with ; inside, last entry", "Driver={a};PWD={se;cr=et}",
-                "Driver={a};PWD=•••");
-        DataRow("data-link spelling and blanks", "Password = 'x y' ;User ID=u",
-                "Password =•••;User ID=u");
-        DataRow("two of them", "pwd=a;Password=b;", "pwd=•••;Password=•••;");
-        DataRow("no password", "Provider=SQLite;Data Source=/a.db",
-                "Provider=SQLite;Data Source=/a.db");
-        DataRow("key that only ends in pwd", "OldPwd=a;DSN=x", "OldPwd=a;DSN=x");
-        DataRow("unparseable still hidden", "DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u");
     }
 
     void passwordsMasked()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, shown);
-        QCOMPARE(MaskPasswords(text), shown);
+        const QList<QPair<QString, QString>> cases = {
+            {"DSN=x;Uid=ann;Pwd=secret;", "DSN=x;Uid=ann;Pwd=•••;"},
+            {"Driver={a};PWD={se;cr=et}", "Driver={a};PWD=•••"},
+            {"Password = 'x y' ;User ID=u", "Password =•••;User ID=u"},
+            {"pwd=a;Password=b;", "pwd=•••;Password=•••;"},
+            {"Provider=SQLite;Data Source=/a.db", "Provider=SQLite;Data Source=/a.db"},
+            {"OldPwd=a;DSN=x", "OldPwd=a;DSN=x"},                 // only ends in pwd
+            {"DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u"}}; // unparseable, still hidden
+        for (const auto& [text, shown] : cases)
+            QCOMPARE(MaskPasswords(text), shown);
     }
 
     void connectionsAreSeparateAndRemoved()
