@@ -105,48 +105,41 @@ private slots:
     }
 
     // Whatever the route cannot be sure to read as the driver does goes to the driver.
-    void takesOnlyWhatItKnows_data()
-    {
-        QTest::addColumn<QString>("dsnOptions"); // "key=value" pairs; empty: no data source
-        QTest::addColumn<QString>("extra");      // added to the string
-        QTest::addColumn<QString>("sql");
-        QTest::addColumn<bool>("taken");
-        const QString plain = "SELECT email AS v FROM t";
-        DataRow("driver string", "", "", plain, true);
-        DataRow("data source", "Description=x", "", plain, true);
-        DataRow("data source with an option mask", "Option=3", "", plain, false);
-        DataRow("statement run on connecting", "", "InitStmt={SET @a = 1}", plain, false);
-        DataRow("ODBC escape", "", "", "SELECT {fn UCASE(email)} FROM t", false);
-        DataRow("parameter marker", "", "", "SELECT email FROM t WHERE email = ?", false);
-        DataRow("geometry column", "", "", "SELECT email, place FROM t", false);
-        DataRow("no columns", "", "", "DO 1", false);
-    }
-
     void takesOnlyWhatItKnows()
     {
-        QFETCH(QString, dsnOptions);
-        QFETCH(QString, extra);
-        QFETCH(QString, sql);
-        QFETCH(bool, taken);
         OPEN_TEST_SOURCE(source, "mariadb",
                          QStringList({"CREATE TABLE t (email text, place POINT)",
                                       "INSERT INTO t VALUES ('a@x.org', POINT(1, 2))"}));
-        QString conString = source.conString + extra;
-        if (!dsnOptions.isEmpty()) {
-            QList<QPair<QString, QString>> attributes;
-            for (const QString& pair : (source.conString + dsnOptions).split(';')) {
-                const QString key = pair.section('=', 0, 0);
-                if (key != "Provider" && key != "Driver" && !pair.isEmpty())
-                    attributes.append({key, pair.section('=', 1).remove('{').remove('}')});
+        const QString plain = "SELECT email AS v FROM t";
+        const QList<std::tuple<QString, QString, QString, bool>> cases = {
+            // data source "key=value" pairs (empty: a driver string), added to the string, sql
+            {"", "", plain, true},
+            {"Description=x", "", plain, true},
+            {"Option=3", "", plain, false}, // an option mask
+            {"", "InitStmt={SET @a = 1}", plain, false},
+            {"", "", "SELECT {fn UCASE(email)} FROM t", false},
+            {"", "", "SELECT email FROM t WHERE email = ?", false},
+            {"", "", "SELECT email, place FROM t", false}, // geometry
+            {"", "", "DO 1", false}};                      // no columns
+        for (const auto& [dsnOptions, extra, sql, taken] : cases) {
+            QString conString = source.conString + extra;
+            if (!dsnOptions.isEmpty()) {
+                QList<QPair<QString, QString>> attributes;
+                for (const QString& pair : (source.conString + dsnOptions).split(';')) {
+                    const QString key = pair.section('=', 0, 0);
+                    if (key != "Provider" && key != "Driver" && !pair.isEmpty())
+                        attributes.append({key, pair.section('=', 1).remove('{').remove('}')});
+                }
+                m_odbc.addDsn("maria" + dsnOptions.section('=', 0, 0), "MariaDB Unicode",
+                              attributes);
+                conString = "DSN=maria" + dsnOptions.section('=', 0, 0);
             }
-            const QString dsn = QString("maria%1").arg(QTest::currentDataTag()).remove(' ');
-            m_odbc.addDsn(dsn, "MariaDB Unicode", attributes);
-            conString = "DSN=" + dsn;
+            const std::unique_ptr<SourceRows> rows = MariaDbRows::open(conString, sql);
+            QCOMPARE(sql + extra + dsnOptions + (rows ? " taken" : " left"),
+                     sql + extra + dsnOptions + (taken ? " taken" : " left"));
+            if (rows)
+                QCOMPARE(values(*rows), QStringList{"a@x.org|a@x.org"});
         }
-        const std::unique_ptr<SourceRows> rows = MariaDbRows::open(conString, sql);
-        QCOMPARE(bool(rows), taken);
-        if (rows)
-            QCOMPARE(values(*rows), QStringList{"a@x.org|a@x.org"});
     }
 
     // The route runs the statement as given, so the server itself must refuse whatever in it

@@ -50,8 +50,8 @@ template <class T> bool TestServer<T>::fromEnvironment(TestServer& server, QStri
         const QByteArray full = QByteArray("DBIMPORT_TEST_") + T::prefix + '_' + name;
         return qEnvironmentVariable(full.constData());
     };
-    server = {variable("HOST"), variable("PORT").toInt(), variable("DB"), variable("USER"),
-              variable("PASSWORD")};
+    server = {variable("HOST"), variable("DB"), variable("USER"), variable("PASSWORD"),
+              variable("PORT").toInt()};
     reason = QStringLiteral("no %1 test server (DBIMPORT_TEST_%2_* not set); scripts/test.sh "
                             "starts one")
                  .arg(T::product, T::prefix);
