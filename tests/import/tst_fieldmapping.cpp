@@ -14,7 +14,6 @@
 #include "util/listcontrol.h"
 #include "util/scriptedmessageboxes.h"
 
-#include "datarow.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -86,54 +85,47 @@ private slots:
 
     // Storing rebuilds the whole list from the combos, the other fields even without an
     // address; "(blank)" in any spelling, or no selection, is stored as unmapped.
-    void store_data()
-    {
-        QTest::addColumn<QStringList>("picks");
-        QTest::addColumn<bool>("ok");
-        QTest::addColumn<QStringList>("mapped");
-        DataRow("mapped",
-                QStringList{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname",
-                            "Web=Town", "Fax=CITY", "Zip=(blank)x", "City= (Blank) ", "Country="},
-                true,
-                QStringList{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname",
-                            "Zip=(blank)x", "Web=Town", "Fax=CITY"});
-        DataRow("(blank) address",
-                QStringList{"EMailAddress=(blank)", "Telephone=CITY", "FullNameMacro=Full Name"},
-                false, QStringList{"FullNameMacro=Full Name", "Telephone=CITY"});
-        DataRow("address field named (BLANK)", QStringList{"EMailAddress=(BLANK)"}, false,
-                QStringList());
-    }
-
     void store()
     {
-        QFETCH(QStringList, picks);
-        QFETCH(bool, ok);
-        QFETCH(QStringList, mapped);
-        TestCombos combos;
-        PopulateFieldCombos(combos, kSourceFields);
-        for (const QString& pick : picks)
-            combos.choose(pick);
-        ImportChoices choices;
-        choices.FieldMappings.Add("city", "Old");
-        choices.FieldMappings.Add("Something", "Else");
-        QString message = "left over";
-        QCOMPARE(StoreFieldMapping(combos, choices.FieldMappings, message), ok);
-        QCOMPARE(message, ok ? QString()
-                             : QString("You must match up the Email Address field in the import "
-                                       "database to the Email Address field in the Veltrano "
-                                       "database."));
-        QCOMPARE(choices.FieldMappings.Count(), ok ? 21 : 20);
-        QCOMPARE(dump(choices.FieldMappings).filter(QRegularExpression("=.")), mapped);
-        // Entering the step again refills the combos, "(blank)" selected, and shows the stored
-        // choices: storing those gives the same list.
-        PopulateFieldCombos(combos, kSourceFields);
-        for (const StringListControl& list : combos.lists)
-            QVERIFY(list.count() == kSourceFields.size() + 1 && list.currentIndex() == 0);
-        ShowFieldMapping(combos, choices);
-        CMappings again;
-        StoreFieldMapping(combos, again, message);
-        QCOMPARE(dump(again), dump(choices.FieldMappings));
-        QVERIFY(m_boxes.shown().isEmpty());
+        const QList<std::tuple<QStringList, bool, QStringList>> cases = {
+            // picks, stored with an address, mapped afterwards
+            {{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname", "Web=Town",
+              "Fax=CITY", "Zip=(blank)x", "City= (Blank) ", "Country="},
+             true,
+             {"EMailAddress=Email", "FirstName=First Name", "LastName=Surname", "Zip=(blank)x",
+              "Web=Town", "Fax=CITY"}},
+            {{"EMailAddress=(blank)", "Telephone=CITY", "FullNameMacro=Full Name"},
+             false,
+             {"FullNameMacro=Full Name", "Telephone=CITY"}},
+            {{"EMailAddress=(BLANK)"}, false, {}}}; // an address field named (BLANK)
+        for (const auto& [picks, ok, mapped] : cases) {
+            TestCombos combos;
+            PopulateFieldCombos(combos, kSourceFields);
+            for (const QString& pick : picks)
+                combos.choose(pick);
+            ImportChoices choices;
+            choices.FieldMappings.Add("city", "Old");
+            choices.FieldMappings.Add("Something", "Else");
+            QString message = "left over";
+            QCOMPARE(StoreFieldMapping(combos, choices.FieldMappings, message), ok);
+            QCOMPARE(message,
+                     ok ? QString()
+                        : QString("You must match up the Email Address field in the import "
+                                  "database to the Email Address field in the Veltrano "
+                                  "database."));
+            QCOMPARE(choices.FieldMappings.Count(), ok ? 21 : 20);
+            QCOMPARE(dump(choices.FieldMappings).filter(QRegularExpression("=.")), mapped);
+            // Entering the step again refills the combos, "(blank)" selected, and shows the stored
+            // choices: storing those gives the same list.
+            PopulateFieldCombos(combos, kSourceFields);
+            for (const StringListControl& list : combos.lists)
+                QVERIFY(list.count() == kSourceFields.size() + 1 && list.currentIndex() == 0);
+            ShowFieldMapping(combos, choices);
+            CMappings again;
+            StoreFieldMapping(combos, again, message);
+            QCOMPARE(dump(again), dump(choices.FieldMappings));
+            QVERIFY(m_boxes.shown().isEmpty());
+        }
     }
 
     // Fields are found in any letter case, blanks trimmed; keys only as spelled exactly.

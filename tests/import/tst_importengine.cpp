@@ -231,67 +231,63 @@ private slots:
 
     // A failed run leaves the source alone and the Group whole or as it was, logs why, and
     // offers no review.
-    void failures_data()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("error"); // a pattern
-        QTest::addColumn<QString>("lastLine");
-        const QString failed = "#   Import failed";
-        DataRow("mapped field missing from the source", "nofield", "^3265 - .*Employer", failed);
-        // Opening reports success; the run fails at the first write to the Group.
-        DataRow("Group is a text file", "text", "^3100 - ", failed);
-        DataRow("Group file missing", "nogroup", "^3100 - ", failed);
-        DataRow("statement would change the source", "delete", ".",
-                "#   Error - Retrieval of records from DSN failed");
-        DataRow("disk full at the last write", "full", "^3100 - Cannot write", failed);
-    }
-
     void failures()
     {
-        QFETCH(QString, kind);
-        QFETCH(QString, error);
-        QFETCH(QString, lastLine);
-        ImportChoices choices = prepare({row("bad"), row("a@x.org")});
-        const QString group = m_folder->filePath("G.gdb");
-        const QByteArray text = "Title,FirstName\r\nMr,Bob\r\n";
-        if (kind == "text" || kind == "nogroup")
-            QFile::remove(group);
-        if (kind == "text")
-            m_folder->writeFile("G.gdb", text);
-        if (kind == "nofield")
-            choices.FieldMappings.Add("Company", "Employer");
-        choices.FilterMethod = kind == "delete" ? 1 : 0;
-        choices.AdvancedSQLString = "DELETE FROM People";
-        std::optional<FileSizeLimit> full;
-        if (kind == "full") {
-            m_view->onShow = [&](const QString& shown, const QString& shownText) {
-                // Every record read: only the closing commit is left to fail.
-                if (shown == "counters" && shownText.startsWith("2,"))
-                    full.emplace(4096); // the log stays below it, the Group is above
-            };
+        const QString failed = "#   Import failed";
+        // The Group as a text file or missing: opening reports success, the run fails at the
+        // first write. "delete": the statement would change the source. "full": the disk is
+        // full at the last write.
+        const QList<std::array<QString, 3>> cases = {
+            // kind, error pattern, last log line
+            {"nofield", "^3265 - .*Employer", failed},
+            {"text", "^3100 - ", failed},
+            {"nogroup", "^3100 - ", failed},
+            {"delete", ".", "#   Error - Retrieval of records from DSN failed"},
+            {"full", "^3100 - Cannot write", failed}};
+        for (const auto& [kind, error, lastLine] : cases) {
+            init();
+            ImportChoices choices = prepare({row("bad"), row("a@x.org")});
+            const QString group = m_folder->filePath("G.gdb");
+            const QByteArray text = "Title,FirstName\r\nMr,Bob\r\n";
+            if (kind == "text" || kind == "nogroup")
+                QFile::remove(group);
+            if (kind == "text")
+                m_folder->writeFile("G.gdb", text);
+            if (kind == "nofield")
+                choices.FieldMappings.Add("Company", "Employer");
+            choices.FilterMethod = kind == "delete" ? 1 : 0;
+            choices.AdvancedSQLString = "DELETE FROM People";
+            std::optional<FileSizeLimit> full;
+            if (kind == "full") {
+                m_view->onShow = [&](const QString& shown, const QString& shownText) {
+                    // Every record read: only the closing commit is left to fail.
+                    if (shown == "counters" && shownText.startsWith("2,"))
+                        full.emplace(4096); // the log stays below it, the Group is above
+                };
+            }
+            QVERIFY(!run(choices));
+            full.reset();
+            QVERIFY2(QRegularExpression(error).match(m_error).hasMatch(), qPrintable(m_error));
+            const QStringList log = logLines();
+            QCOMPARE(log.last(), lastLine);
+            QVERIFY(!log.join('\n').contains("Recipients Added"));
+            QCOMPARE(log.contains("**  IGNORED: Invalid email (No @ sign) Email=bad"),
+                     kind != "delete");
+            // The counters claim no record the Group lacks, and no record is in it by halves.
+            QCOMPARE(m_totals, QString(kind == "delete" ? "0,0,0,0"
+                                       : kind == "full" ? "2,0,0,1"
+                                                        : "1,0,0,1"));
+            if (kind == "nofield" || kind == "full")
+                QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
+            QCOMPARE(m_view->shown["status"].last(), QString("Import Terminated due to error ..."));
+            QVERIFY(m_boxes.texts().isEmpty());
+            QCOMPARE(SqliteColumn(m_folder->filePath("source.db"), "SELECT COUNT(*) FROM People"),
+                     QStringList{"2"});
+            if (kind == "text")
+                QCOMPARE(m_folder->readFile("G.gdb"), text);
+            else
+                QCOMPARE(GroupStore::checkFile(group), kind != "nogroup");
         }
-        QVERIFY(!run(choices));
-        full.reset();
-        QVERIFY2(QRegularExpression(error).match(m_error).hasMatch(), qPrintable(m_error));
-        const QStringList log = logLines();
-        QCOMPARE(log.last(), lastLine);
-        QVERIFY(!log.join('\n').contains("Recipients Added"));
-        QCOMPARE(log.contains("**  IGNORED: Invalid email (No @ sign) Email=bad"),
-                 kind != "delete");
-        // The counters claim no record the Group lacks, and no record is in it by halves.
-        QCOMPARE(m_totals, QString(kind == "delete" ? "0,0,0,0"
-                                   : kind == "full" ? "2,0,0,1"
-                                                    : "1,0,0,1"));
-        if (kind == "nofield" || kind == "full")
-            QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
-        QCOMPARE(m_view->shown["status"].last(), QString("Import Terminated due to error ..."));
-        QVERIFY(m_boxes.texts().isEmpty());
-        QCOMPARE(SqliteColumn(m_folder->filePath("source.db"), "SELECT COUNT(*) FROM People"),
-                 QStringList{"2"});
-        if (kind == "text")
-            QCOMPARE(m_folder->readFile("G.gdb"), text);
-        else
-            QCOMPARE(GroupStore::checkFile(group), kind != "nogroup");
     }
 
     // A run that finds its Group in another run's hands waits, then fails without touching
@@ -571,26 +567,8 @@ private slots:
     // statement is refused before it is sent (which statements are refused: the source
     // connection's own test), and the server itself runs the one statement read-only, so
     // that a function that writes and a sequence fail too.
-    void postgresSourceIsNeverChanged_data()
-    {
-        QTest::addColumn<QString>("sql"); // empty: table t with the rule below
-        QTest::addColumn<QString>("table");
-        QTest::addColumn<QString>("ruleValue");
-        QTest::addColumn<QString>("error"); // a pattern
-        const QString second = "second statement";
-        DataRow("COMMIT in the table name", "", "t;COMMIT;DELETE/**/FROM/**/t", "",
-                "does not exist");
-        DataRow("COMMIT in a rule value", "", "t", "'x' OR 1=1; COMMIT; DELETE FROM t; --", second);
-        DataRow("function that writes", "SELECT email, grab() FROM t", "", "", "read-only");
-        DataRow("sequence", "SELECT email, nextval('s') FROM t", "", "", "read-only");
-    }
-
     void postgresSourceIsNeverChanged()
     {
-        QFETCH(QString, sql);
-        QFETCH(QString, table);
-        QFETCH(QString, ruleValue);
-        QFETCH(QString, error);
         OPEN_TEST_SOURCE(
             database, "postgresql",
             QStringList(
@@ -599,17 +577,28 @@ private slots:
                  "CREATE TABLE calls (n int)", "CREATE SEQUENCE s",
                  "CREATE FUNCTION grab() RETURNS int LANGUAGE plpgsql AS "
                  "$$BEGIN INSERT INTO calls VALUES (1); RETURN 1; END$$"}));
-        ImportChoices choices = sourceChoices(database.conString, sql, {"EMailAddress=email"});
-        choices.SelectedTable = table;
-        if (!ruleValue.isEmpty())
-            choices.Rules.Add("email", "Equals", "=", ruleValue, "And");
-        QVERIFY(!run(choices));
-        QVERIFY2(m_error.contains(QRegularExpression(error)), qPrintable(m_error));
-        QCOMPARE(logLines().last(), QString("#   Error - Retrieval of records from DSN failed"));
-        QCOMPARE(database.column("SELECT count(*) || ',' || (SELECT count(*) FROM calls) || ',' "
-                                 "|| (SELECT last_value || '' || is_called FROM s) FROM t"),
-                 QStringList{"20,0,1false"});
-        QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
+        const QList<std::array<QString, 4>> cases = {
+            // statement (empty: table t with the rule below), table, rule value, error pattern
+            {"", "t;COMMIT;DELETE/**/FROM/**/t", "", "does not exist"},
+            {"", "t", "'x' OR 1=1; COMMIT; DELETE FROM t; --", "second statement"},
+            {"SELECT email, grab() FROM t", "", "", "read-only"}, // a function that writes
+            {"SELECT email, nextval('s') FROM t", "", "", "read-only"}};
+        for (const auto& [sql, table, ruleValue, error] : cases) {
+            QFile::remove(m_folder->filePath("G.gdb"));
+            ImportChoices choices = sourceChoices(database.conString, sql, {"EMailAddress=email"});
+            choices.SelectedTable = table;
+            if (!ruleValue.isEmpty())
+                choices.Rules.Add("email", "Equals", "=", ruleValue, "And");
+            QVERIFY(!run(choices));
+            QVERIFY2(m_error.contains(QRegularExpression(error)), qPrintable(m_error));
+            QCOMPARE(logLines().last(),
+                     QString("#   Error - Retrieval of records from DSN failed"));
+            QCOMPARE(
+                database.column("SELECT count(*) || ',' || (SELECT count(*) FROM calls) || ',' "
+                                "|| (SELECT last_value || '' || is_called FROM s) FROM t"),
+                QStringList{"20,0,1false"});
+            QCOMPARE(groupRows("COUNT(*)"), QStringList{"0"});
+        }
     }
 
     // Table mode quotes names as PostgreSQL expects, so capitals, a reserved word and a blank
