@@ -242,12 +242,10 @@ private slots:
              QStringList{"Connection       : Contacts DB", "Group            : Customers",
                          "Mode             : add", "Log file         : " + log + '\n'})
             QVERIFY2(run.out.contains(line), qPrintable(line));
-        const int total = run.figure("Total Processed");
-        const int added = run.figure("Recipients Added");
-        const int illegal = run.figure("Illegal");
-        QCOMPARE(total, 2000);
-        QCOMPARE(added + run.figure("Duplicates") + illegal, total);
-        QVERIFY(illegal > 0 && added < total - illegal);
+        const int added = run.figure("Recipients Added"), illegal = run.figure("Illegal");
+        QCOMPARE(run.figure("Total Processed"), 2000);
+        QCOMPARE(added + run.figure("Duplicates") + illegal, 2000);
+        QVERIFY(illegal > 0 && added < 2000 - illegal);
         // The Group holds what was reported: unique addresses, stored trimmed.
         QCOMPARE(summary(), QString("%1,%1,0").arg(added));
 
@@ -413,58 +411,50 @@ private slots:
 
     // A test run says what the real run then does, logs the same lines to its own log and
     // leaves the Group file as it was, byte for byte.
-    void testRunPredictsTheRealRun_data()
-    {
-        QTest::addColumn<bool>("replace");
-        QTest::addColumn<int>("wouldChange");
-        QTest::newRow("add") << false << -1;
-        QTest::newRow("replace") << true << 3;
-    }
     void testRunPredictsTheRealRun()
     {
-        QFETCH(bool, replace);
-        QFETCH(int, wouldChange);
-        // old@ changes its city (and then, coming again, nothing), same@ only gains empty
-        // texts where it had NULLs, new@ comes twice: its second row overwrites the first,
-        // which a test run never wrote.
-        preparePeople({"'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL",
-                       "'same@x.com', 'Sam', NULL, NULL, NULL, NULL",
-                       "'new@x.com', 'New', 'N', 'York', NULL, NULL",
-                       "'bad', 'B', NULL, NULL, NULL, NULL",
-                       "'NEW@x.com', 'Newer', 'N', 'York', NULL, NULL",
-                       "'fresh@x.com', NULL, NULL, NULL, NULL, NULL",
-                       "'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
-                      {"'old@x.com', 'Old', 'Hull', NULL, '01/01/2001'",
-                       "'same@x.com', 'Sam', NULL, NULL, '01/01/2001'"});
-        const QStringList mode{replace ? "--replace" : "--no-replace"};
-        const QByteArray before = m_folder->readFile("data/Customers.gdb");
+        for (const auto& [replace, wouldChange] : {std::pair{false, -1}, {true, 3}}) {
+            init();
+            // old@ changes its city (and then, coming again, nothing), same@ only gains empty
+            // texts where it had NULLs, new@ comes twice: its second row overwrites the first,
+            // which a test run never wrote.
+            preparePeople({"'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL",
+                           "'same@x.com', 'Sam', NULL, NULL, NULL, NULL",
+                           "'new@x.com', 'New', 'N', 'York', NULL, NULL",
+                           "'bad', 'B', NULL, NULL, NULL, NULL",
+                           "'NEW@x.com', 'Newer', 'N', 'York', NULL, NULL",
+                           "'fresh@x.com', NULL, NULL, NULL, NULL, NULL",
+                           "'old@x.com', 'Old', 'O', 'Leeds', NULL, NULL"},
+                          {"'old@x.com', 'Old', 'Hull', NULL, '01/01/2001'",
+                           "'same@x.com', 'Sam', NULL, NULL, '01/01/2001'"});
+            const QStringList mode{replace ? "--replace" : "--no-replace"};
+            const QByteArray before = m_folder->readFile("data/Customers.gdb");
 
-        const CliRun test = job(QStringList{"People"} + mode + QStringList{"--dry-run"});
-        QCOMPARE(test.exitCode, 0);
-        QCOMPARE(m_folder->readFile("data/Customers.gdb"), before);
-        QCOMPARE(logBody("Database Import Log File.txt"), QString("<none>"));
-        const QString testLog = logBody("Database Import Test Log File.txt");
-        QCOMPARE(test.figure("Would change"), wouldChange);
+            const CliRun test = job(QStringList{"People"} + mode + QStringList{"--dry-run"});
+            QCOMPARE(test.exitCode, 0);
+            QCOMPARE(m_folder->readFile("data/Customers.gdb"), before);
+            QCOMPARE(logBody("Database Import Log File.txt"), QString("<none>"));
+            const QString testLog = logBody("Database Import Test Log File.txt");
+            QCOMPARE(test.figure("Would change"), wouldChange);
 
-        const CliRun real = job(QStringList{"People"} + mode);
-        QCOMPARE(real.exitCode, 0);
-        QCOMPARE(QList<int>({test.figure("Total Processed"), test.figure("Would be added"),
-                             test.figure("Duplicates"), test.figure("Illegal")}),
-                 QList<int>({real.figure("Total Processed"), real.figure("Recipients Added"),
-                             real.figure("Duplicates"), real.figure("Illegal")}));
-        QCOMPARE(real.figure("Recipients Added"), 2);
-        QCOMPARE(logBody("Database Import Log File.txt"), testLog);
-        // What the test run named as changing is what the real run reports as updated.
-        QCOMPARE(report().count("\r\nUpdated,"), std::max(wouldChange, 0));
+            const CliRun real = job(QStringList{"People"} + mode);
+            QCOMPARE(real.exitCode, 0);
+            QCOMPARE(QList<int>({test.figure("Total Processed"), test.figure("Would be added"),
+                                 test.figure("Duplicates"), test.figure("Illegal")}),
+                     QList<int>({real.figure("Total Processed"), real.figure("Recipients Added"),
+                                 real.figure("Duplicates"), real.figure("Illegal")}));
+            QCOMPARE(real.figure("Recipients Added"), 2);
+            QCOMPARE(logBody("Database Import Log File.txt"), testLog);
+            // What the test run named as changing is what the real run reports as updated.
+            QCOMPARE(report().count("\r\nUpdated,"), std::max(wouldChange, 0));
+        }
     }
 
     // The report file: every refusal with the log's reason, cut values with the field and
     // its length, updates with the changed fields; values with commas, quotes and line breaks
     // quoted so that a spreadsheet reads them whole.
-    void reportFile_data()
+    void reportFile()
     {
-        QTest::addColumn<bool>("replace");
-        QTest::addColumn<QStringList>("expected");
         const QStringList common = {
             "Outcome,Reason,EmailAddress,FirstName,LastName,City,Company,Field1",
             "Refused,Invalid email (No @ sign),no-at,A,,,\",;\"\"x\"\"\",",
@@ -472,98 +462,89 @@ private slots:
             "Cut,City cut to 30 characters; Company cut to 50 characters,long@x.com,L,," +
                 QString(31, 'c') + ',' + QString(51, 'k') + ','};
         const QString in = "in@x.com,\"\"\"Quoted\"\", Name\",,\"Line 1\r\nLine 2\",\"A, B\",";
-        QTest::newRow("add") << false
-                             << common +
-                                    QStringList{"Refused,Duplicate email," + in,
-                                                "Refused,Duplicate email,long@x.com,Again,,,,"};
-        QTest::newRow("replace")
-            << true
-            << common + QStringList{"Updated,\"Changed: FirstName, LastName, City, Company, "
-                                    "Field1\"," +
-                                        in,
-                                    "Updated,\"Changed: FirstName, City, Company\",long@x.com,"
-                                    "Again,,,,"};
-    }
-    void reportFile()
-    {
-        QFETCH(bool, replace);
-        QFETCH(QStringList, expected);
-        preparePeople(
-            {"'no-at', 'A', NULL, NULL, ',;\"x\"', NULL", "'  ', 'B', NULL, NULL, 'x', NULL",
-             "'long@x.com', 'L', NULL, '" + QString(31, 'c') + "', '" + QString(51, 'k') +
-                 "', NULL",
-             "'in@x.com', '\"Quoted\", Name', NULL, 'Line 1' || char(13, 10) || 'Line 2', "
-             "'A, B', NULL",
-             "'long@x.com', 'Again', NULL, NULL, NULL, NULL"},
-            {"'in@x.com', 'Old', 'Hull', NULL, '01/01/2001'"});
-        QCOMPARE(job({"People", replace ? "--replace" : "--no-replace"}).exitCode, 0);
-        QCOMPARE(report(), expected.join("\r\n") + "\r\n");
-
-        // A run with nothing to report leaves the header alone.
-        sql(m_source, {"DELETE FROM People",
-                       "INSERT INTO People VALUES ('z@x.com', NULL, NULL, NULL, NULL, NULL)"});
-        QCOMPARE(job({"People"}).exitCode, 0);
-        QCOMPARE(report(), expected.first() + "\r\n");
+        const QList<QPair<bool, QStringList>> cases = {
+            // replace, the report's lines
+            {false, common + QStringList{"Refused,Duplicate email," + in,
+                                         "Refused,Duplicate email,long@x.com,Again,,,,"}},
+            {true, common + QStringList{"Updated,\"Changed: FirstName, LastName, City, Company, "
+                                        "Field1\"," +
+                                            in,
+                                        "Updated,\"Changed: FirstName, City, Company\",long@x.com,"
+                                        "Again,,,,"}}};
+        for (const auto& [replace, expected] : cases) {
+            init();
+            preparePeople(
+                {"'no-at', 'A', NULL, NULL, ',;\"x\"', NULL", "'  ', 'B', NULL, NULL, 'x', NULL",
+                 "'long@x.com', 'L', NULL, '" + QString(31, 'c') + "', '" + QString(51, 'k') +
+                     "', NULL",
+                 "'in@x.com', '\"Quoted\", Name', NULL, 'Line 1' || char(13, 10) || 'Line 2', "
+                 "'A, B', NULL",
+                 "'long@x.com', 'Again', NULL, NULL, NULL, NULL"},
+                {"'in@x.com', 'Old', 'Hull', NULL, '01/01/2001'"});
+            QCOMPARE(job({"People", replace ? "--replace" : "--no-replace"}).exitCode, 0);
+            QCOMPARE(report(), expected.join("\r\n") + "\r\n");
+            // A run with nothing to report leaves the header alone.
+            sql(m_source, {"DELETE FROM People",
+                           "INSERT INTO People VALUES ('z@x.com', NULL, NULL, NULL, NULL, NULL)"});
+            QCOMPARE(job({"People"}).exitCode, 0);
+            QCOMPARE(report(), expected.first() + "\r\n");
+        }
     }
 
     // Undo puts the Group back as it was before the last run, row for row, NULLs included:
     // after a run that added and replaced, and twice in a row for the two last runs (after a
     // run killed half-way: above). Recipients edited since are left alone and counted.
-    void undoLastImport_data()
-    {
-        QTest::addColumn<QString>("scenario");
-        for (const char* s : {"add and replace", "twice", "edited"})
-            QTest::newRow(s) << QString(s);
-    }
     void undoLastImport()
     {
-        QFETCH(QString, scenario);
-        preparePeople({"'a@x.com', 'Ann', NULL, 'Leeds', NULL, 'n1'",
-                       "'old@x.com', 'Olga', 'O', NULL, NULL, NULL",
-                       "'b@x.com', 'Bob', NULL, NULL, NULL, NULL"},
-                      {"'old@x.com', 'Old', NULL, 'Acme', '01/01/2001'",
-                       "'other@x.com', NULL, 'Ely', NULL, '01/01/2001'"});
-        const QStringList original = groupRows();
-        QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out,
-                 QString("There is no import into the Group \"Customers\" to undo.\n"));
+        for (const QString scenario : {"add and replace", "twice", "edited"}) {
+            init();
+            preparePeople({"'a@x.com', 'Ann', NULL, 'Leeds', NULL, 'n1'",
+                           "'old@x.com', 'Olga', 'O', NULL, NULL, NULL",
+                           "'b@x.com', 'Bob', NULL, NULL, NULL, NULL"},
+                          {"'old@x.com', 'Old', NULL, 'Acme', '01/01/2001'",
+                           "'other@x.com', NULL, 'Ely', NULL, '01/01/2001'"});
+            const QStringList original = groupRows();
+            const QString nothing = "There is no import into the Group \"Customers\" to undo.\n";
+            QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out, nothing);
 
-        QString leftAlone;
-        QCOMPARE(job({"People", "--replace"}).exitCode, 0);
-        QVERIFY(groupRows() != original);
-        if (scenario == "edited") {
-            // Someone corrects a recipient the run added and one it overwrote.
-            sql(m_group, {"UPDATE Recipients SET City = 'Bath' WHERE EmailAddress IN "
-                          "('a@x.com', 'old@x.com')"});
-            leftAlone = "\n2 recipient(s) changed since the import were left as they are.";
-        }
-        QStringList between = groupRows();
-        if (scenario == "twice") {
-            sql(m_source, {"UPDATE People SET City = 'Wells'",
-                           "INSERT INTO People VALUES ('c@x.com', NULL, NULL, NULL, NULL, "
-                           "NULL)"});
+            QString leftAlone;
             QCOMPARE(job({"People", "--replace"}).exitCode, 0);
-            const CliRun undo = cli({"--undo-last", "--group", "Customers"});
-            QVERIFY2(undo.out.contains("1 recipient(s) removed, 3 restored."),
-                     qPrintable(undo.out));
-            QCOMPARE(groupRows(), between);
-        }
+            QVERIFY(groupRows() != original);
+            if (scenario == "edited") {
+                // Someone corrects a recipient the run added and one it overwrote.
+                sql(m_group, {"UPDATE Recipients SET City = 'Bath' WHERE EmailAddress IN "
+                              "('a@x.com', 'old@x.com')"});
+                leftAlone = "\n2 recipient(s) changed since the import were left as they are.";
+            }
+            QStringList between = groupRows();
+            if (scenario == "twice") {
+                sql(m_source, {"UPDATE People SET City = 'Wells'",
+                               "INSERT INTO People VALUES ('c@x.com', NULL, NULL, NULL, NULL, "
+                               "NULL)"});
+                QCOMPARE(job({"People", "--replace"}).exitCode, 0);
+                const CliRun undo = cli({"--undo-last", "--group", "Customers"});
+                QVERIFY2(undo.out.contains("1 recipient(s) removed, 3 restored."),
+                         qPrintable(undo.out));
+                QCOMPARE(groupRows(), between);
+            }
 
-        const CliRun undo = cli({"--undo-last", "--group", "Customers"});
-        QCOMPARE(undo.exitCode, 0);
-        QVERIFY2(undo.out.contains("from the connection \"People\" into the Group \"Customers\"?"),
-                 qPrintable(undo.out));
-        QVERIFY2(undo.out.endsWith(leftAlone + "\n"), qPrintable(undo.out));
-        if (scenario == "edited") {
-            QCOMPARE(groupRows().size(), original.size() + 1);
-            QCOMPARE(SqliteColumn(m_group, "SELECT EmailAddress || City FROM Recipients WHERE "
-                                           "City = 'Bath' ORDER BY rowid"),
-                     QStringList({"old@x.comBath", "a@x.comBath"}));
-        } else {
-            QCOMPARE(groupRows(), original);
+            const CliRun undo = cli({"--undo-last", "--group", "Customers"});
+            QCOMPARE(undo.exitCode, 0);
+            QVERIFY2(
+                undo.out.contains("from the connection \"People\" into the Group \"Customers\"?"),
+                qPrintable(undo.out));
+            QVERIFY2(undo.out.endsWith(leftAlone + "\n"), qPrintable(undo.out));
+            if (scenario == "edited") {
+                QCOMPARE(groupRows().size(), original.size() + 1);
+                QCOMPARE(SqliteColumn(m_group, "SELECT EmailAddress || City FROM Recipients WHERE "
+                                               "City = 'Bath' ORDER BY rowid"),
+                         QStringList({"old@x.comBath", "a@x.comBath"}));
+            } else {
+                QCOMPARE(groupRows(), original);
+            }
+            QCOMPARE(SqliteColumn(m_group, "PRAGMA integrity_check"), QStringList{"ok"});
+            QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out, nothing);
         }
-        QCOMPARE(SqliteColumn(m_group, "PRAGMA integrity_check"), QStringList{"ok"});
-        QCOMPARE(cli({"--undo-last", "--group", "Customers"}).out,
-                 QString("There is no import into the Group \"Customers\" to undo.\n"));
     }
 };
 

@@ -203,19 +203,19 @@ private slots:
             choices.AdvancedSQLString = "select *\r\nfrom t";
             choices.FieldMappings.Add("EMailAddress", texts[1]);
             choices.Rules.Add("Town", "Equals", "=", texts[2], "And");
-            long number = -1;
-            QString message;
-            QVERIFY(!SaveImportSettings(choices, number, message));
+            m_number = -1;
+            m_message.clear();
+            QVERIFY(!save(choices));
             const bool found = file.contains("DSNName1=Sales");
-            QCOMPARE(number, found ? long(AppError::Encoding) : 0L);
-            QVERIFY2(found ? message.contains("Windows-1252")
-                           : message == "DSN not found, cannot save associated data.",
-                     qPrintable(message));
+            QCOMPARE(m_number, found ? long(AppError::Encoding) : 0L);
+            QVERIFY2(found ? m_message.contains("Windows-1252")
+                           : m_message == "DSN not found, cannot save associated data.",
+                     qPrintable(m_message));
             QCOMPARE(choices.AdvancedSQLString, QString("select *\r\nfrom t"));
             QCOMPARE(m_ini.bytes(), before);
             QCOMPARE(QFile::exists(m_ini.path), !file.isEmpty());
-            QCOMPARE(LoadImportSettings(choices, message), found);
-            QVERIFY(found || message == "DSN not found, cannot load associated data.");
+            QCOMPARE(load(choices), found);
+            QVERIFY(found || m_message == "DSN not found, cannot load associated data.");
         }
     }
 
@@ -324,10 +324,9 @@ private slots:
             "VTField1=City", "DBField1=Town", "VTField2=CITY", "DBField2=Place", "VTField3=Zip",
             "DBField3=Post", "[Rules1]", "FieldName1=Town", "Value1=1"});
         ImportChoices choices = choicesFor("Sales");
-        QString message;
-        QVERIFY(!LoadImportSettings(choices, message));
-        QVERIFY2(message.startsWith(QString::number(AppError::DuplicateKey) + " - "),
-                 qPrintable(message));
+        QVERIFY(!load(choices));
+        QVERIFY2(m_message.startsWith(QString::number(AppError::DuplicateKey) + " - "),
+                 qPrintable(m_message));
         QCOMPARE(dump(choices).mid(3), QStringList({"Friends", "False", "City=Town"}));
     }
 

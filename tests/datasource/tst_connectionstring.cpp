@@ -5,7 +5,6 @@
 #include "datasource/readonlyguard.h"
 #include "datasource/sourceconnection.h"
 
-#include "datarow.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -18,21 +17,17 @@ using Kind = ConnectionFields::Kind;
 
 namespace {
 
-ConnectionFields fields(Kind kind, QStringList fields)
+// The kind's own field (file, data source or driver), server, port, database, user, password.
+ConnectionFields fields(Kind kind, QStringList f)
 {
-    // kind-specific fields in the order: file|dataSource|driver, server, port, database,
-    // user, password
-    fields.resize(6);
+    f.resize(6);
     ConnectionFields s;
     s.kind = kind;
     (kind == Kind::SqliteFile       ? s.file
      : kind == Kind::OdbcDataSource ? s.dataSource
-                                    : s.driver) = fields.at(0);
-    s.server = fields.at(1);
-    s.port = fields.at(2);
-    s.database = fields.at(3);
-    s.user = fields.at(4);
-    s.password = fields.at(5);
+                                    : s.driver) = f[0];
+    std::tie(s.server, s.port, s.database, s.user, s.password) =
+        std::tie(f[1], f[2], f[3], f[4], f[5]);
     return s;
 }
 
@@ -125,111 +120,82 @@ private slots:
         }
     }
 
-    void fieldsRoundTrip_data()
-    {
-        QTest::addColumn<ConnectionFields>("fields");
-        QTest::addColumn<QString>("composed");
-        DataRow("sqlite file", fields(Kind::SqliteFile, {"/data/my contacts.db"}),
-                "Provider=SQLite;Data Source=/data/my contacts.db;");
-        DataRow("sqlite file with ; and =", fields(Kind::SqliteFile, {"/d/a;b=c.db"}),
-                "Provider=SQLite;Data Source={/d/a;b=c.db};");
-        DataRow("data source name",
-                fields(Kind::OdbcDataSource, {"Sales", {}, {}, {}, "ann", "s3cret"}),
-                "DSN=Sales;UID=ann;PWD=s3cret;");
-        DataRow("data source, password with braces and quotes",
-                fields(Kind::OdbcDataSource, {"Sales {EU}", {}, {}, {}, "o'neil", "\"a}b;c=d{"}),
-                "DSN={Sales {EU}}};UID=o'neil;PWD={\"a}}b;c=d{};");
-        DataRow("driver, every field",
-                fields(Kind::OdbcDriver,
-                       {"MariaDB Unicode", "db.example.com", "3306", "crm", "ann", " padded "}),
-                "Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
-                "Database=crm;UID=ann;PWD={ padded };");
-        DataRow(
-            "driver, password starting with a quote",
-            fields(Kind::OdbcDriver, {"PostgreSQL Unicode", "h", {}, "d", "u", "'x'"}),
-            "Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=h;Database=d;UID=u;PWD={'x'};");
-    }
-
     // Fields become a string that comes back as the same fields, and a string the builder
     // wrote comes back as itself.
     void fieldsRoundTrip()
     {
-        QFETCH(ConnectionFields, fields);
-        QFETCH(QString, composed);
-        QCOMPARE(ComposeConnectionString(fields), composed);
-        ConnectionFields parsed;
-        QString message;
-        QVERIFY2(ParseConnectionFields(composed, parsed, message), qPrintable(message));
-        QVERIFY(parsed == fields);
-        QCOMPARE(ComposeConnectionString(parsed), composed);
-        ConnectionTarget target;
-        QVERIFY2(ResolveConnectionString(composed, target, message) ||
-                     message.contains("does not exist"),
-                 qPrintable(message));
-    }
-
-    void foreignStrings_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<int>("kind"); // -1: cannot be parsed at all
-        QTest::addColumn<QString>("composed");
-        DataRow("empty opens a new sqlite fields", "", int(Kind::SqliteFile), "Provider=SQLite;");
-        DataRow("data-link form of a DSN",
-                "Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
-                int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;");
-        DataRow("lower-case keys", "dsn=x;pwd={p;w}", int(Kind::OdbcDataSource),
-                "DSN=x;PWD={p;w};");
-        DataRow("plain driver string", "Driver={SQLite3};Database=/d/x.db;", int(Kind::OdbcDriver),
-                "Provider=MSDASQL;Driver={SQLite3};Database=/d/x.db;");
-        DataRow("extra driver option", "Driver={MariaDB Unicode};Server=h;Option=3", int(Kind::Raw),
-                "Driver={MariaDB Unicode};Server=h;Option=3");
-        DataRow("DSN and driver both", "DSN=a;Driver={b}", int(Kind::Raw), "DSN=a;Driver={b}");
-        DataRow("two passwords", "DSN=a;PWD=x;Password=y", int(Kind::Raw),
-                "DSN=a;PWD=x;Password=y");
-        DataRow("other provider", "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb",
-                int(Kind::Raw), "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb");
-        DataRow("unbalanced braces", "DSN={x;PWD=y", -1, "");
+        const QList<QPair<ConnectionFields, QString>> cases = {
+            {fields(Kind::SqliteFile, {"/data/my contacts.db"}),
+             "Provider=SQLite;Data Source=/data/my contacts.db;"},
+            {fields(Kind::SqliteFile, {"/d/a;b=c.db"}),
+             "Provider=SQLite;Data Source={/d/a;b=c.db};"},
+            {fields(Kind::OdbcDataSource, {"Sales", {}, {}, {}, "ann", "s3cret"}),
+             "DSN=Sales;UID=ann;PWD=s3cret;"},
+            {fields(Kind::OdbcDataSource, {"Sales {EU}", {}, {}, {}, "o'neil", "\"a}b;c=d{"}),
+             "DSN={Sales {EU}}};UID=o'neil;PWD={\"a}}b;c=d{};"},
+            {fields(Kind::OdbcDriver,
+                    {"MariaDB Unicode", "db.example.com", "3306", "crm", "ann", " padded "}),
+             "Provider=MSDASQL;Driver={MariaDB Unicode};Server=db.example.com;Port=3306;"
+             "Database=crm;UID=ann;PWD={ padded };"},
+            {fields(Kind::OdbcDriver, {"PostgreSQL Unicode", "h", {}, "d", "u", "'x'"}),
+             "Provider=MSDASQL;Driver={PostgreSQL Unicode};Server=h;Database=d;UID=u;PWD={'x'};"}};
+        for (const auto& [given, composed] : cases) {
+            QCOMPARE(ComposeConnectionString(given), composed);
+            ConnectionFields parsed;
+            QString message;
+            QVERIFY2(ParseConnectionFields(composed, parsed, message), qPrintable(message));
+            QVERIFY(parsed == given);
+            QCOMPARE(ComposeConnectionString(parsed), composed);
+            ConnectionTarget target;
+            QVERIFY2(ResolveConnectionString(composed, target, message) ||
+                         message.contains("does not exist"),
+                     qPrintable(message));
+        }
     }
 
     // Strings written by hand or by other tools open on the page that can represent them; what
     // no page can represent stays text, exactly as typed.
     void foreignStrings()
     {
-        QFETCH(QString, text);
-        QFETCH(int, kind);
-        QFETCH(QString, composed);
-        ConnectionFields parsed;
-        QString message;
-        QCOMPARE(ParseConnectionFields(text, parsed, message), kind >= 0);
-        if (kind < 0) {
-            QVERIFY(!message.isEmpty());
-            return;
+        const QList<std::tuple<QString, int, QString>> cases = {
+            // text, kind (-1: no), composed
+            {"", int(Kind::SqliteFile), "Provider=SQLite;"},
+            {"Provider=MSDASQL.1;Persist Security Info=False;User ID=ann;Data Source=Sales",
+             int(Kind::OdbcDataSource), "DSN=Sales;UID=ann;"},
+            {"dsn=x;pwd={p;w}", int(Kind::OdbcDataSource), "DSN=x;PWD={p;w};"},
+            {"Driver={SQLite3};Database=/d/x.db;", int(Kind::OdbcDriver),
+             "Provider=MSDASQL;Driver={SQLite3};Database=/d/x.db;"},
+            // An extra driver option, a DSN and a driver both, two passwords, another provider.
+            {"Driver={MariaDB Unicode};Server=h;Option=3", int(Kind::Raw), ""},
+            {"DSN=a;Driver={b}", int(Kind::Raw), ""},
+            {"DSN=a;PWD=x;Password=y", int(Kind::Raw), ""},
+            {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=c:\\a.mdb", int(Kind::Raw), ""},
+            {"DSN={x;PWD=y", -1, "refused"}};
+        for (const auto& [text, kind, composed] : cases) {
+            ConnectionFields parsed;
+            QString message;
+            const bool ok = ParseConnectionFields(text, parsed, message);
+            // Raw text comes back as typed; a refusal gives a reason.
+            QCOMPARE(QString::number(ok ? int(parsed.kind) : -1) + ' ' +
+                         (ok                  ? ComposeConnectionString(parsed)
+                          : message.isEmpty() ? "no reason"
+                                              : "refused"),
+                     QString::number(kind) + ' ' + (kind == int(Kind::Raw) ? text : composed));
         }
-        QCOMPARE(int(parsed.kind), kind);
-        QCOMPARE(ComposeConnectionString(parsed), composed);
-    }
-
-    void passwordsMasked_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("shown");
-        DataRow("plain", "DSN=x;Uid=ann;Pwd=secret;", "DSN=x;Uid=ann;Pwd=•••;");
-        DataRow("braced with ; inside, last entry", "Driver={a};PWD={se;cr=et}",
-                "Driver={a};PWD=•••");
-        DataRow("data-link spelling and blanks", "Password = 'x y' ;User ID=u",
-                "Password =•••;User ID=u");
-        DataRow("two of them", "pwd=a;Password=b;", "pwd=•••;Password=•••;");
-        DataRow("no password", "Provider=SQLite;Data Source=/a.db",
-                "Provider=SQLite;Data Source=/a.db");
-        DataRow("key that only ends in pwd", "OldPwd=a;DSN=x", "OldPwd=a;DSN=x");
-        DataRow("unparseable still hidden", "DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u");
     }
 
     void passwordsMasked()
     {
-        QFETCH(QString, text);
-        QFETCH(QString, shown);
-        QCOMPARE(MaskPasswords(text), shown);
+        const QList<QPair<QString, QString>> cases = {
+            {"DSN=x;Uid=ann;Pwd=secret;", "DSN=x;Uid=ann;Pwd=•••;"},
+            {"Driver={a};PWD={se;cr=et}", "Driver={a};PWD=•••"},
+            {"Password = 'x y' ;User ID=u", "Password =•••;User ID=u"},
+            {"pwd=a;Password=b;", "pwd=•••;Password=•••;"},
+            {"Provider=SQLite;Data Source=/a.db", "Provider=SQLite;Data Source=/a.db"},
+            {"OldPwd=a;DSN=x", "OldPwd=a;DSN=x"},                 // only ends in pwd
+            {"DSN={x;Pwd=secret;Uid=u", "DSN={x;Pwd=•••;Uid=u"}}; // unparseable, still hidden
+        for (const auto& [text, shown] : cases)
+            QCOMPARE(MaskPasswords(text), shown);
     }
 
     void connectionsAreSeparateAndRemoved()
@@ -264,42 +230,33 @@ private slots:
 
     // One statement that only reads passes; a second statement or a writing word is found
     // however a dialect's quotes and comments could hide it.
-    void readOnlyStatements_data()
-    {
-        QTest::addColumn<QString>("sql");
-        QTest::addColumn<QString>("refusal"); // a word of the message; empty: passes
-        const QString second = "second statement", change = "would change";
-        DataRow("plain", "SELECT email FROM t WHERE note LIKE '%;%'", "");
-        DataRow("brackets and a closing ';'", "select * from [Order Lines] WHERE  [Set] = 'a;b';",
-                "");
-        DataRow("words in quotes, names, comments", "SELECT \"update\", 'DELETE' -- ; drop\n"
-                                                    "FROM t /* ; COMMIT */ ; -- done",
-                "");
-        DataRow("words inside names", "SELECT updated_at, settled, intotal FROM t", "");
-        DataRow("pragma", "PRAGMA table_info(People)", "");
-        DataRow("after COMMIT", "SELECT email FROM t; COMMIT; DELETE FROM t WHERE id <= 10",
-                second);
-        DataRow("table name", "select * from t;COMMIT;DELETE/**/FROM/**/t", second);
-        DataRow("rule value", "select * from t WHERE  x = 'x' OR 1=1; COMMIT; DELETE FROM t; --'",
-                second);
-        DataRow("backslash-escaped quote", "SELECT 'a\\'' ; SELECT 2 -- '", second);
-        DataRow("dollar quote", "SELECT $$'$$; SELECT 1 --'", second);
-        DataRow("hash comment", "SELECT 1 #'\n; SELECT 2 -- '", second);
-        DataRow("executable comment", "SELECT 1 /*! ; SELECT 2 */", second);
-        DataRow("nested comment", "SELECT 1 /* /* */ ; SELECT 2 */", second);
-        DataRow("batch without ';'", "SELECT 1 DELETE FROM t", change);
-        DataRow("writing CTE", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d", change);
-        DataRow("select into", "SELECT * INTO t2 FROM t", change);
-        DataRow("procedure", "SELECT 1 EXEC('DEL' + 'ETE FROM t')", change);
-    }
-
     void readOnlyStatements()
     {
-        QFETCH(QString, sql);
-        QFETCH(QString, refusal);
-        QString message;
-        QCOMPARE(CheckReadOnlyStatement(sql, message), refusal.isEmpty());
-        QVERIFY2(message.contains(refusal), qPrintable(message));
+        const QList<QPair<QString, QStringList>> cases = {
+            // a word of the refusal (empty: passes), statements
+            {"",
+             {"SELECT email FROM t WHERE note LIKE '%;%'",
+              "select * from [Order Lines] WHERE  [Set] = 'a;b';",
+              "SELECT \"update\", 'DELETE' -- ; drop\nFROM t /* ; COMMIT */ ; -- done",
+              "SELECT updated_at, settled, intotal FROM t", "PRAGMA table_info(People)"}},
+            {"second statement",
+             {"SELECT email FROM t; COMMIT; DELETE FROM t WHERE id <= 10",
+              "select * from t;COMMIT;DELETE/**/FROM/**/t",
+              "select * from t WHERE  x = 'x' OR 1=1; COMMIT; DELETE FROM t; --'",
+              "SELECT 'a\\'' ; SELECT 2 -- '", "SELECT $$'$$; SELECT 1 --'",
+              "SELECT 1 #'\n; SELECT 2 -- '", "SELECT 1 /*! ; SELECT 2 */",
+              "SELECT 1 /* /* */ ; SELECT 2 */"}},
+            {"would change",
+             {"SELECT 1 DELETE FROM t", "WITH d AS (DELETE FROM t RETURNING *) SELECT * FROM d",
+              "SELECT * INTO t2 FROM t", "SELECT 1 EXEC('DEL' + 'ETE FROM t')"}}};
+        for (const auto& [refusal, statements] : cases) {
+            for (const QString& sql : statements) {
+                QString message;
+                const bool passes = CheckReadOnlyStatement(sql, message);
+                QVERIFY2(passes == refusal.isEmpty() && message.contains(refusal),
+                         qPrintable(sql + ": " + message));
+            }
+        }
     }
 };
 

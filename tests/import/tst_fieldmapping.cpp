@@ -14,7 +14,6 @@
 #include "util/listcontrol.h"
 #include "util/scriptedmessageboxes.h"
 
-#include "datarow.h"
 #include "sqlitefixture.h"
 #include "tempfolder.h"
 
@@ -86,54 +85,47 @@ private slots:
 
     // Storing rebuilds the whole list from the combos, the other fields even without an
     // address; "(blank)" in any spelling, or no selection, is stored as unmapped.
-    void store_data()
-    {
-        QTest::addColumn<QStringList>("picks");
-        QTest::addColumn<bool>("ok");
-        QTest::addColumn<QStringList>("mapped");
-        DataRow("mapped",
-                QStringList{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname",
-                            "Web=Town", "Fax=CITY", "Zip=(blank)x", "City= (Blank) ", "Country="},
-                true,
-                QStringList{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname",
-                            "Zip=(blank)x", "Web=Town", "Fax=CITY"});
-        DataRow("(blank) address",
-                QStringList{"EMailAddress=(blank)", "Telephone=CITY", "FullNameMacro=Full Name"},
-                false, QStringList{"FullNameMacro=Full Name", "Telephone=CITY"});
-        DataRow("address field named (BLANK)", QStringList{"EMailAddress=(BLANK)"}, false,
-                QStringList());
-    }
-
     void store()
     {
-        QFETCH(QStringList, picks);
-        QFETCH(bool, ok);
-        QFETCH(QStringList, mapped);
-        TestCombos combos;
-        PopulateFieldCombos(combos, kSourceFields);
-        for (const QString& pick : picks)
-            combos.choose(pick);
-        ImportChoices choices;
-        choices.FieldMappings.Add("city", "Old");
-        choices.FieldMappings.Add("Something", "Else");
-        QString message = "left over";
-        QCOMPARE(StoreFieldMapping(combos, choices.FieldMappings, message), ok);
-        QCOMPARE(message, ok ? QString()
-                             : QString("You must match up the Email Address field in the import "
-                                       "database to the Email Address field in the Veltrano "
-                                       "database."));
-        QCOMPARE(choices.FieldMappings.Count(), ok ? 21 : 20);
-        QCOMPARE(dump(choices.FieldMappings).filter(QRegularExpression("=.")), mapped);
-        // Entering the step again refills the combos, "(blank)" selected, and shows the stored
-        // choices: storing those gives the same list.
-        PopulateFieldCombos(combos, kSourceFields);
-        for (const StringListControl& list : combos.lists)
-            QVERIFY(list.count() == kSourceFields.size() + 1 && list.currentIndex() == 0);
-        ShowFieldMapping(combos, choices);
-        CMappings again;
-        StoreFieldMapping(combos, again, message);
-        QCOMPARE(dump(again), dump(choices.FieldMappings));
-        QVERIFY(m_boxes.shown().isEmpty());
+        const QList<std::tuple<QStringList, bool, QStringList>> cases = {
+            // picks, stored with an address, mapped afterwards
+            {{"EMailAddress=Email", "FirstName=First Name", "LastName=Surname", "Web=Town",
+              "Fax=CITY", "Zip=(blank)x", "City= (Blank) ", "Country="},
+             true,
+             {"EMailAddress=Email", "FirstName=First Name", "LastName=Surname", "Zip=(blank)x",
+              "Web=Town", "Fax=CITY"}},
+            {{"EMailAddress=(blank)", "Telephone=CITY", "FullNameMacro=Full Name"},
+             false,
+             {"FullNameMacro=Full Name", "Telephone=CITY"}},
+            {{"EMailAddress=(BLANK)"}, false, {}}}; // an address field named (BLANK)
+        for (const auto& [picks, ok, mapped] : cases) {
+            TestCombos combos;
+            PopulateFieldCombos(combos, kSourceFields);
+            for (const QString& pick : picks)
+                combos.choose(pick);
+            ImportChoices choices;
+            choices.FieldMappings.Add("city", "Old");
+            choices.FieldMappings.Add("Something", "Else");
+            QString message = "left over";
+            QCOMPARE(StoreFieldMapping(combos, choices.FieldMappings, message), ok);
+            QCOMPARE(message,
+                     ok ? QString()
+                        : QString("You must match up the Email Address field in the import "
+                                  "database to the Email Address field in the Veltrano "
+                                  "database."));
+            QCOMPARE(choices.FieldMappings.Count(), ok ? 21 : 20);
+            QCOMPARE(dump(choices.FieldMappings).filter(QRegularExpression("=.")), mapped);
+            // Entering the step again refills the combos, "(blank)" selected, and shows the stored
+            // choices: storing those gives the same list.
+            PopulateFieldCombos(combos, kSourceFields);
+            for (const StringListControl& list : combos.lists)
+                QVERIFY(list.count() == kSourceFields.size() + 1 && list.currentIndex() == 0);
+            ShowFieldMapping(combos, choices);
+            CMappings again;
+            StoreFieldMapping(combos, again, message);
+            QCOMPARE(dump(again), dump(choices.FieldMappings));
+            QVERIFY(m_boxes.shown().isEmpty());
+        }
     }
 
     // Fields are found in any letter case, blanks trimmed; keys only as spelled exactly.
@@ -159,51 +151,49 @@ private slots:
         QVERIFY(m_boxes.shown().isEmpty());
     }
 
-    void matchByName_data()
-    {
-        QTest::addColumn<QStringList>("columns");
-        QTest::addColumn<QStringList>("userMapping");
-        QTest::addColumn<QStringList>("expected");
-        QTest::addColumn<int>("matched");
-        // Names compare without case, blanks or punctuation, in English or German.
-        DataRow("german", QStringList{"E-Mail", "Vorname", "Straße", "PLZ", "Webseite", "Telefax"},
-                QStringList{},
-                QStringList{"EMailAddress=E-Mail", "FirstName=Vorname", "Address1=Straße",
-                            "Zip=PLZ", "Web=Webseite", "Fax=Telefax"},
-                6);
-        DataRow("mixed styles",
-                QStringList{"ID", "e_mail", "FIRST_NAME", "last-name", "Address.Line.1",
-                            "Postal Code", "County", "fax", "Field1"},
-                QStringList{},
-                QStringList{"EMailAddress=e_mail", "FirstName=FIRST_NAME", "LastName=last-name",
-                            "Address1=Address.Line.1", "State=County", "Zip=Postal Code", "Fax=fax",
-                            "Field1=Field1"},
-                8);
-        // The user's choices stay, even odd ones, and a column they use is not taken twice.
-        DataRow("user mapping kept", QStringList{"Email", "Surname", "Given Name", "City", "Town"},
-                QStringList{"EMailAddress=Surname", "City=Town"},
-                QStringList{"EMailAddress=Surname", "FirstName=Given Name", "City=Town"}, 1);
-        // A full name is matched only when no name part is mapped, and keeps the parts out.
-        DataRow("full name", QStringList{"Full Name", "Mail", "Phone"}, QStringList{},
-                QStringList{"EMailAddress=Mail", "FullNameMacro=Full Name", "Telephone=Phone"}, 3);
-        DataRow("name parts win", QStringList{"Name", "Forename", "Email Address"}, QStringList{},
-                QStringList{"EMailAddress=Email Address", "FirstName=Forename"}, 2);
-        DataRow("user full name", QStringList{"Name", "First Name", "EMail"},
-                QStringList{"FullNameMacro=Name"},
-                QStringList{"EMailAddress=EMail", "FullNameMacro=Name"}, 1);
-        DataRow("nothing alike", QStringList{"A", "B"}, QStringList{}, QStringList{}, 0);
-    }
+    // Names compare without case, blanks or punctuation, in English or German. The user's
+    // choices stay, even odd ones, and a column they use is not taken twice. A full name is
+    // matched only when no name part is mapped, and keeps the parts out.
     void matchByName()
     {
-        QFETCH(QStringList, columns);
-        QFETCH(QStringList, userMapping);
-        QFETCH(QStringList, expected);
-        QFETCH(int, matched);
-        std::array<QString, 21> mapping;
-        for (const QString& pair : userMapping)
-            mapping[size_t(keyIndex(pair.section('=', 0, 0)))] = pair.section('=', 1);
-        QCOMPARE(MatchFieldsByName(columns, mapping), matched);
-        QCOMPARE(pairs(mapping), expected);
+        const QList<std::tuple<QStringList, QStringList, QStringList, int>> cases = {
+            // columns, the user's mapping, the mapping afterwards, fields matched
+            {{"E-Mail", "Vorname", "Straße", "PLZ", "Webseite", "Telefax"},
+             {},
+             {"EMailAddress=E-Mail", "FirstName=Vorname", "Address1=Straße", "Zip=PLZ",
+              "Web=Webseite", "Fax=Telefax"},
+             6},
+            {{"ID", "e_mail", "FIRST_NAME", "last-name", "Address.Line.1", "Postal Code", "County",
+              "fax", "Field1"},
+             {},
+             {"EMailAddress=e_mail", "FirstName=FIRST_NAME", "LastName=last-name",
+              "Address1=Address.Line.1", "State=County", "Zip=Postal Code", "Fax=fax",
+              "Field1=Field1"},
+             8},
+            {{"Email", "Surname", "Given Name", "City", "Town"},
+             {"EMailAddress=Surname", "City=Town"},
+             {"EMailAddress=Surname", "FirstName=Given Name", "City=Town"},
+             1},
+            {{"Full Name", "Mail", "Phone"},
+             {},
+             {"EMailAddress=Mail", "FullNameMacro=Full Name", "Telephone=Phone"},
+             3},
+            {{"Name", "Forename", "Email Address"},
+             {},
+             {"EMailAddress=Email Address", "FirstName=Forename"},
+             2},
+            {{"Name", "First Name", "EMail"},
+             {"FullNameMacro=Name"},
+             {"EMailAddress=EMail", "FullNameMacro=Name"},
+             1},
+            {{"A", "B"}, {}, {}, 0}};
+        for (const auto& [columns, userMapping, expected, matched] : cases) {
+            std::array<QString, 21> mapping;
+            for (const QString& pair : userMapping)
+                mapping[size_t(keyIndex(pair.section('=', 0, 0)))] = pair.section('=', 1);
+            QCOMPARE(MatchFieldsByName(columns, mapping), matched);
+            QCOMPARE(pairs(mapping), expected);
+        }
     }
 
     // Only the first 50 rows are read; the first non-empty value is shown, the e-mail

@@ -242,9 +242,8 @@ private slots:
                 ++wrongText;
             digests[size_t(rowid)] = digest;
         });
-        QCOMPARE(seen, qint64(rows));
-        QCOMPARE(nulls, qint64(rows / 1000));
-        QCOMPARE(wrongText, qint64(0));
+        QCOMPARE(QString("%1 seen, %2 NULL, %3 wrong").arg(seen).arg(nulls).arg(wrongText),
+                 QString("%1 seen, %2 NULL, 0 wrong").arg(rows).arg(rows / 1000));
         // Equal only where the values are: the records without an address and with a NULL
         // City share one digest, those with an empty City another.
         QCOMPARE(std::set<quint64>(digests.begin() + 1, digests.end()).size(),

@@ -6,8 +6,6 @@
 
 #include "util/apperror.h"
 
-#include "datarow.h"
-
 #include <QTest>
 
 #include <array>
@@ -162,46 +160,37 @@ private slots:
         QCOMPARE(rules.Count(), 2);
     }
 
-    // "|" marks the caret before and after the field is picked.
-    void insertAtCaret_data()
-    {
-        QTest::addColumn<QString>("table");
-        QTest::addColumn<QString>("field");
-        QTest::addColumn<QString>("before");
-        QTest::addColumn<QString>("after");
-        DataRow("empty box", "Customers", "City", "|", "Customers.City |");
-        DataRow("bracketed field after a blank", "Customers", "Last Name", "select |",
-                "select Customers.[Last Name]|");
-        DataRow("comma only after a bracket", "Customers", "City", "select Customers.[Last Name]|",
-                "select Customers.[Last Name], Customers.City |");
-        DataRow("no comma after a plain name", "Customers", "City", "select Customers.City |",
-                "select Customers.City Customers.City |");
-        DataRow("blank added after plain text", "Customers", "City", "select|",
-                "select Customers.City |");
-        DataRow("table with a blank", "Order Details", "Unit Price", "select |",
-                "select [Order Details].[Unit Price]|");
-        DataRow("table with a blank, plain field", "Order Details", "Quantity", "select |",
-                "select [Order Details].Quantity |");
-        DataRow("no table chosen", "", "Total", "select |", "select .Total |");
-        DataRow("text after the caret moved apart", "Customers", "Email", "select |from Customers",
-                "select Customers.Email | from Customers");
-        DataRow("text after a blank kept", "Customers", "Last Name", "select | from Customers",
-                "select Customers.[Last Name]| from Customers");
-        DataRow("caret at the start", "Customers", "City", "|select", "Customers.City | select");
-        DataRow("names trimmed", " Customers ", " City ", "select |", "select Customers.City |");
-        DataRow("over line breaks", "Customers", "City", "select\n|", "select\n Customers.City |");
-    }
-
+    // "|" marks the caret before and after the field is picked. A comma goes only after a
+    // bracket, a blank after plain text; text after the caret is moved apart unless a blank
+    // already parts it.
     void insertAtCaret()
     {
-        QFETCH(QString, table);
-        QFETCH(QString, field);
-        QFETCH(QString, before);
-        QFETCH(QString, after);
-        int newCaret = -1;
-        QString text = InsertFieldReference(QString(before).remove('|'), int(before.indexOf('|')),
-                                            FieldReference(table, field), newCaret);
-        QCOMPARE(text.insert(newCaret, '|'), after);
+        const QList<std::array<QString, 4>> cases = {
+            // table, field, before, after
+            {"Customers", "City", "|", "Customers.City |"},
+            {"Customers", "Last Name", "select |", "select Customers.[Last Name]|"},
+            {"Customers", "City", "select Customers.[Last Name]|",
+             "select Customers.[Last Name], Customers.City |"},
+            {"Customers", "City", "select Customers.City |",
+             "select Customers.City Customers.City |"},
+            {"Customers", "City", "select|", "select Customers.City |"},
+            {"Order Details", "Unit Price", "select |", "select [Order Details].[Unit Price]|"},
+            {"Order Details", "Quantity", "select |", "select [Order Details].Quantity |"},
+            {"", "Total", "select |", "select .Total |"},
+            {"Customers", "Email", "select |from Customers",
+             "select Customers.Email | from Customers"},
+            {"Customers", "Last Name", "select | from Customers",
+             "select Customers.[Last Name]| from Customers"},
+            {"Customers", "City", "|select", "Customers.City | select"},
+            {" Customers ", " City ", "select |", "select Customers.City |"},
+            {"Customers", "City", "select\n|", "select\n Customers.City |"}};
+        for (const auto& [table, field, before, after] : cases) {
+            int newCaret = -1;
+            QString text =
+                InsertFieldReference(QString(before).remove('|'), int(before.indexOf('|')),
+                                     FieldReference(table, field), newCaret);
+            QCOMPARE(text.insert(newCaret, '|'), after);
+        }
     }
 };
 

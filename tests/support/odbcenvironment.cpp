@@ -46,15 +46,13 @@ OdbcEnvironment::~OdbcEnvironment()
 
 void OdbcEnvironment::addSqliteDsn(const QString& dsn, const QString& file)
 {
-    // One file serves as system and user data sources, whichever is read first.
-    m_dsnText += "[" + dsn.toUtf8() + "]\nDriver=SQLite3\nDatabase=" +
-                 QFile::encodeName(QFileInfo(file).absoluteFilePath()) + "\nTimeout=2000\n\n";
-    writeText(m_dir.filePath("odbc.ini"), m_dsnText);
+    addDsn(dsn, "SQLite3", {{"Database", QFileInfo(file).absoluteFilePath()}, {"Timeout", "2000"}});
 }
 
 void OdbcEnvironment::addDsn(const QString& dsn, const QString& driver,
                              const QList<QPair<QString, QString>>& attributes)
 {
+    // One file serves as system and user data sources, whichever is read first.
     m_dsnText += "[" + dsn.toUtf8() + "]\nDriver=" + driver.toUtf8() + "\n";
     for (const auto& [key, value] : attributes)
         m_dsnText += key.toUtf8() + "=" + value.toUtf8() + "\n";

@@ -13,5 +13,3 @@ using PgTestDatabase = TestDatabase<PgTraits>;
 
 // SampleCustomerStatements() in PostgreSQL's own types (unquoted names fold to lower case).
 QStringList PgSampleCustomerStatements();
-
-#define DBIMPORT_REQUIRE_PG(server) DBIMPORT_REQUIRE_SERVER(PgTestServer, server)

@@ -2,7 +2,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -21,11 +20,6 @@ ReadOnlyFolder::~ReadOnlyFolder()
     if (m_immutable)
         setImmutable(false);
     QFile::setPermissions(m_path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-}
-
-bool ReadOnlyFolder::isReadOnly() const
-{
-    return !QFileInfo(m_path).isWritable();
 }
 
 bool ReadOnlyFolder::setImmutable(bool on)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QFileInfo>
 #include <QString>
 
 // A folder nobody may create files in, writable again on destruction. Root ignores the
@@ -10,7 +11,8 @@ public:
     explicit ReadOnlyFolder(const QString& path);
     ~ReadOnlyFolder();
     Q_DISABLE_COPY_MOVE(ReadOnlyFolder)
-    bool isReadOnly() const; // false where nothing refuses writes (then skip the test)
+    // False where nothing refuses writes (then skip the test).
+    bool isReadOnly() const { return !QFileInfo(m_path).isWritable(); }
 
 private:
     bool setImmutable(bool on);

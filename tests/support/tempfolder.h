@@ -13,7 +13,6 @@ public:
     TempFolder();
     Q_DISABLE_COPY_MOVE(TempFolder)
 
-    bool isValid() const { return m_dir.isValid(); }
     QString path() const { return m_dir.path(); } // without a trailing slash
     QString filePath(const QString& name) const { return m_dir.filePath(name); }
     QString hostPath() const { return HostForm(path() + '/'); } // ends in a backslash

@@ -1,5 +1,6 @@
 #include "mariadbtestserver.h"
 #include "pgtestserver.h"
+#include "sqlitefixture.h"
 
 #include <QCoreApplication>
 #include <QSqlDatabase>
@@ -49,8 +50,8 @@ template <class T> bool TestServer<T>::fromEnvironment(TestServer& server, QStri
         const QByteArray full = QByteArray("DBIMPORT_TEST_") + T::prefix + '_' + name;
         return qEnvironmentVariable(full.constData());
     };
-    server = {variable("HOST"), variable("PORT").toInt(), variable("DB"), variable("USER"),
-              variable("PASSWORD")};
+    server = {variable("HOST"), variable("DB"), variable("USER"), variable("PASSWORD"),
+              variable("PORT").toInt()};
     reason = QStringLiteral("no %1 test server (DBIMPORT_TEST_%2_* not set); scripts/test.sh "
                             "starts one")
                  .arg(T::product, T::prefix);
@@ -103,12 +104,9 @@ template class TestDatabase<MariaDbTraits>;
 
 QStringList PgSampleCustomerStatements()
 {
-    return {"CREATE TABLE Customers (ID serial PRIMARY KEY, Name varchar(50), Email text, "
-            "Balance numeric(10,2), Joined date, LastSeen timestamp, Active boolean, Photo bytea)",
-            "INSERT INTO Customers (Name, Email, Balance, Joined, LastSeen, Active) VALUES "
-            "('Ann Smith', 'ann@example.com', 12.5, '2020-01-31', '2021-02-03 04:05:06', true), "
-            "('SELECT', 'select@example.com', 0, '2019-12-01', '2019-12-01 00:00:00', false), "
-            "('Bob Jones', 'bob@example.com', -3, '2018-06-15', '2018-06-15 12:00:00', true)",
-            "CREATE TABLE \"Order Lines\" (\"Line No\" integer, Item text)",
-            "CREATE VIEW ActiveCustomers AS SELECT * FROM Customers WHERE Active"};
+    QStringList statements = SampleCustomerStatements().mid(0, 4); // without the index
+    statements.replaceInStrings("INTEGER PRIMARY KEY AUTOINCREMENT", "serial PRIMARY KEY");
+    statements.replaceInStrings("BLOB", "bytea");
+    statements.replaceInStrings("', 1)", "', true)").replaceInStrings("', 0)", "', false)");
+    return statements;
 }

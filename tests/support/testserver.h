@@ -7,11 +7,8 @@
 // DBIMPORT_TEST_<Traits::prefix>_*.
 template <class Traits> struct TestServer
 {
-    QString host;
+    QString host, database, user, password;
     int port = 0;
-    QString database;
-    QString user;
-    QString password;
 
     static bool fromEnvironment(TestServer& server, QString& reason); // reason to skip
     // For the driver of an OdbcEnvironment; empty db: the test database.

@@ -35,13 +35,8 @@ private slots:
 
     void writesAreByteExact()
     {
-        struct Case
-        {
-            QByteArray before; // null: no file yet
-            Writes writes;
-            QByteArray after;
-        };
-        const QList<Case> cases = {
+        // before (null: no file yet), writes, after
+        const QList<std::tuple<QByteArray, Writes, QByteArray>> cases = {
             {QByteArray(), {{"DSN", "DSNName1", "Contacts"}, {"DSN1", "FilterMethod", "0"},
                             {"DSN", "DSNName2", ""}, {"S", "k", " a = \"b\" "}},
              "[DSN]\r\nDSNName1=Contacts\r\nDSNName2=\r\n[DSN1]\r\nFilterMethod=0\r\n"
@@ -62,21 +57,20 @@ private slots:
             {QByteArray("[O]\r\nK=\x81\x8D") + '\0' + "x\r\n  [ s ] \r\n  k = v \r\n\t\r\n[T]\r\n",
              {{"S", "K", "w"}, {"s", "n", "1"}}, QByteArray("[O]\r\nK=\x81\x8D") + '\0' +
              "x\r\n  [ s ] \r\nk=w\r\nn=1\r\n\t\r\n[T]\r\n"}};
-        for (const Case& c : cases) {
+        for (const auto& [before, writes, after] : cases) {
             TempFolder folder;
             const QString ini =
-                c.before.isNull() ? folder.filePath("s.ini") : folder.writeFile("s.ini", c.before);
-            QStringList kept, fresh;
-            for (const IniWrite& w : c.writes)
+                before.isNull() ? folder.filePath("s.ini") : folder.writeFile("s.ini", before);
+            QStringList kept[2]; // the copy kept from the writes reads as the file itself does
+            for (const IniWrite& w : writes)
                 WriteIniString(HostForm(ini), w.section, w.key, w.value);
-            QCOMPARE(folder.readFile("s.ini"), c.after);
-            // The copy kept from the writes reads as the file itself does.
-            for (const IniWrite& w : c.writes)
-                kept << ReadIniString(ini, w.section, w.key, "");
-            ProfileFile::clearCache();
-            for (const IniWrite& w : c.writes)
-                fresh << ReadIniString(ini, w.section, w.key, "");
-            QCOMPARE(kept, fresh);
+            QCOMPARE(folder.readFile("s.ini"), after);
+            for (QStringList& reads : kept) {
+                for (const IniWrite& w : writes)
+                    reads << ReadIniString(ini, w.section, w.key, "");
+                ProfileFile::clearCache();
+            }
+            QCOMPARE(kept[0], kept[1]);
         }
     }
 
