@@ -3,7 +3,6 @@
 #include <QCheckBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QTreeWidget>
 
 using namespace wizardtest;
 
@@ -16,12 +15,6 @@ void pickWithKeys(QComboBox* combo, int index)
     QTest::keyClick(combo, Qt::Key_Home);
     for (int i = 0; i < index; ++i)
         QTest::keyClick(combo, Qt::Key_Down);
-}
-
-void pickConnection(const QWidget* form, int row)
-{
-    auto* list = control<QTreeWidget>(form, "lvwDSN");
-    list->setCurrentItem(list->topLevelItem(row));
 }
 
 // Presses Next where it must be refused: the one message shown, its icon marked unless a notice.
@@ -108,16 +101,15 @@ private slots:
         QVERIFY(nextTo(f, 3));
         // The saved Group is gone: no stand-in is chosen, and Start waits for a pick. With no
         // Group at all the step says how to make one.
-        QCOMPARE(combo(f, "icmbGroups")->currentIndex(), -1);
-        QVERIFY(!button(f, "cmdNext")->isEnabled());
+        QCOMPARE(shown(f, {"icmbGroups", "cmdNext"}), (QStringList{"", "S&tart (off)"}));
         combo(f, "icmbGroups")->setCurrentIndex(0);
-        QVERIFY(button(f, "cmdNext")->isEnabled());
-        QVERIFY(!control<QLabel>(f, "lblNoGroups")->isVisible());
+        QVERIFY(button(f, "cmdNext")->isEnabled() &&
+                !control<QLabel>(f, "lblNoGroups")->isVisible());
         click(f, "cmdPrev");
         QVERIFY(QFile::remove(env.groupFile(u"Members"_s)));
         QVERIFY(nextTo(f, 3));
-        QVERIFY(!button(f, "cmdNext")->isEnabled());
-        QVERIFY(control<QLabel>(f, "lblNoGroups")->isVisible());
+        QVERIFY(!button(f, "cmdNext")->isEnabled() &&
+                control<QLabel>(f, "lblNoGroups")->isVisible());
         // Asked to go on without a Group all the same, the step still refuses.
         env.boxes.clear();
         f->ChangeStep(1);
@@ -149,17 +141,12 @@ private slots:
         // The first connection's saved choices show on every step and narrow its import.
         auto form = openWizard(1);
         frmDBImport* f = form.get();
-        QCOMPARE(combo(f, "icmbTables")->currentText(), u"Contacts"_s);
-        QCOMPARE(text(f, "lblQueryBuilderRules"), u"1 filters defined"_s);
-        QVERIFY(nextTo(f, 2));
-        QStringList shown;
-        for (const char* name :
-             {"cmbEmail", "cmbFullNameMacro", "cmbTelephone", "cmbFax", "cmbTitle"})
-            shown << combo(f, name)->currentText();
-        QCOMPARE(shown, (QStringList{"Email", "Full Name", "Phone", "Full Name", "(blank)"}));
-        QVERIFY(nextTo(f, 3));
-        QCOMPARE(combo(f, "icmbGroups")->currentText(), u"Alpha"_s);
-        QVERIFY(control<QCheckBox>(f, "chkReplace")->isChecked());
+        QCOMPARE(shown(f, {"icmbTables", "lblQueryBuilderRules"}),
+                 (QStringList{"Contacts", "1 filters defined"}));
+        QCOMPARE(
+            shown(f, {"cmbEmail", "cmbFullNameMacro", "cmbTelephone", "cmbFax", "cmbTitle"}, 2),
+            (QStringList{"Email", "Full Name", "Phone", "Full Name", "(blank)"}));
+        QCOMPARE(shown(f, {"icmbGroups", "chkReplace"}, 3), (QStringList{"Alpha", "[x]"}));
         QVERIFY(nextTo(f, 4));
         QCOMPARE(countRows(env.groupFile(u"Alpha"_s)), valid / 5);
 
@@ -167,15 +154,11 @@ private slots:
         for (int step = 4; step > 0; --step)
             click(f, "cmdPrev");
         pickConnection(f, 1);
-        QVERIFY(nextTo(f, 1));
-        QCOMPARE(text(f, "lblQueryBuilderRules"), u"0 filters defined"_s);
-        QCOMPARE(combo(f, "icmbTables")->currentText(), u"Other Table"_s);
-        QVERIFY(nextTo(f, 2));
-        QCOMPARE(combo(f, "cmbEmail")->currentText(), u"Mail Address"_s);
-        QCOMPARE(combo(f, "cmbFullNameMacro")->currentIndex(), 0);
-        QVERIFY(nextTo(f, 3));
-        QCOMPARE(combo(f, "icmbGroups")->currentText(), u"Beta"_s);
-        QVERIFY(!control<QCheckBox>(f, "chkReplace")->isChecked());
+        QCOMPARE(shown(f, {"icmbTables", "lblQueryBuilderRules"}, 1),
+                 (QStringList{"Other Table", "0 filters defined"}));
+        QCOMPARE(shown(f, {"cmbEmail", "cmbFullNameMacro"}, 2),
+                 (QStringList{"Mail Address", "(blank)"}));
+        QCOMPARE(shown(f, {"icmbGroups", "chkReplace"}, 3), (QStringList{"Beta", "[ ]"}));
 
         // Closing when idle saves what is chosen, without asking; the next wizard shows it.
         combo(f, "icmbGroups")->setCurrentIndex(0);
@@ -186,9 +169,7 @@ private slots:
         QVERIFY(!form->isVisible() && env.boxes.shown().isEmpty());
         form = openWizard();
         pickConnection(form.get(), 1);
-        QVERIFY(nextTo(form.get(), 3));
-        QCOMPARE(combo(form.get(), "icmbGroups")->currentText(), u"Alpha"_s);
-        QVERIFY(control<QCheckBox>(form.get(), "chkReplace")->isChecked());
+        QCOMPARE(shown(form.get(), {"icmbGroups", "chkReplace"}, 3), (QStringList{"Alpha", "[x]"}));
         form->close();
     }
 
@@ -214,10 +195,7 @@ private slots:
         QFETCH(QString, sqlLine);
         QFETCH(int, added);
         Environment env;
-        env.addSales(20);
-        env.createGroups({u"Members"_s});
-        env.saveChoices(contactsChoices(u"Sales"_s, u"Members"_s));
-        auto form = openWizard(1);
+        auto form = wizardOnGroupStep(env, 20, {u"Members"_s}, u"Members"_s, 1);
         frmDBImport* f = form.get();
         if (rules) {
             whenModal(u"frmQueryBuilder"_s, [](QWidget* builder) {
@@ -249,39 +227,6 @@ private slots:
         QVERIFY(nextTo(f, 4));
         QVERIFY2(env.log().split(u"\r\n"_s).contains(sqlLine), qPrintable(env.log()));
         QCOMPARE(countRows(env.groupFile(u"Members"_s)), added);
-        form->close();
-    }
-
-    void namePartsAndFullName()
-    {
-        Environment env;
-        env.addSales(3);
-        auto form = openWizard(2);
-        frmDBImport* f = form.get();
-        // Listed: (blank), ID, Email, Full Name, First Name, Last Name, Company, City, Phone.
-        QComboBox* fullName = combo(f, "cmbFullNameMacro");
-        const char* parts[] = {"cmbTitle", "cmbFirstName", "cmbInitial", "cmbLastName"};
-        for (const char* part : parts) { // a name part the user picks clears the full name
-            fullName->setCurrentIndex(3);
-            pickWithKeys(combo(f, part), 4);
-            QVERIFY2(fullName->currentIndex() == 0, part);
-        }
-        // The full name clears every part that is set; a part set by the program, or "(blank)"
-        // picked for it, leaves the full name.
-        for (const char* part : parts)
-            combo(f, part)->setCurrentIndex(5);
-        fullName->setCurrentIndex(3);
-        for (const char* part : parts)
-            QCOMPARE(combo(f, part)->currentIndex(), 0);
-        combo(f, "cmbTitle")->setCurrentIndex(5);
-        pickWithKeys(combo(f, "cmbTitle"), 0);
-        QCOMPARE(fullName->currentIndex(), 3);
-
-        // What the user leaves on the step is stored, also on the way back.
-        pickWithKeys(combo(f, "cmbInitial"), 4);
-        click(f, "cmdPrev");
-        QVERIFY(nextTo(f, 2));
-        QCOMPARE(combo(f, "cmbInitial")->currentText(), u"First Name"_s);
         form->close();
     }
 
@@ -324,13 +269,13 @@ private slots:
         QCOMPARE(env.boxes.shown().size(), 2);
         QCOMPARE(env.boxes.shown().last().icon, MessageBoxes::Icon::Critical);
         QCOMPARE(countRows(members), 20);
-        QCOMPARE(button(f, "cmdClose")->text(), u"&Close"_s);
-        QVERIFY(button(f, "cmdPrev")->isEnabled());
+        QCOMPARE(shown(f, {"cmdClose", "cmdPrev"}), (QStringList{"&Close", "<< &Previous"}));
         form->close();
     }
 
-    // Sample values and match by name on the mapping step, a test run, the real run and its undo.
-    void samplesMatchTestRunAndUndo()
+    // Sample values, match by name and how the full name and its parts exclude each other on the
+    // mapping step; a test run, the real run and its undo.
+    void mappingTestRunAndUndo()
     {
         Environment env;
         env.addSales(3);
@@ -347,13 +292,35 @@ private slots:
         QCOMPARE(text(f, "lblSample_Company"), u"City 0"_s);
         click(f, "cmdMatchByName");
         QCOMPARE(env.boxes.texts().last(), u"3 field(s) matched by name."_s);
-        QStringList mapped;
-        for (const char* name : {"cmbFirstName", "cmbCity", "cmbCompanyName", "cmbFullNameMacro"})
-            mapped << combo(f, name)->currentText();
-        QCOMPARE(mapped, (QStringList{"First Name", "(blank)", "City", "(blank)"}));
+        QCOMPARE(shown(f, {"cmbFirstName", "cmbCity", "cmbCompanyName", "cmbFullNameMacro"}),
+                 (QStringList{"First Name", "(blank)", "City", "(blank)"}));
         combo(f, "cmbFullNameMacro")->setCurrentText(u"Full Name"_s);
         QCOMPARE(text(f, "lblSample_FullNameMacro"),
                  u"Title: Mr  First: Ann0  Initial:   Last: Lee"_s);
+
+        // Listed: (blank), ID, Email, Full Name, First Name, Last Name, Company, City, Phone.
+        QComboBox* fullName = combo(f, "cmbFullNameMacro");
+        const char* parts[] = {"cmbTitle", "cmbFirstName", "cmbInitial", "cmbLastName"};
+        for (const char* part : parts) { // a name part the user picks clears the full name
+            fullName->setCurrentIndex(3);
+            pickWithKeys(combo(f, part), 4);
+            QVERIFY2(fullName->currentIndex() == 0, part);
+        }
+        // The full name clears every part that is set; a part set by the program, or "(blank)"
+        // picked for it, leaves the full name.
+        for (const char* part : parts)
+            combo(f, part)->setCurrentIndex(5);
+        fullName->setCurrentIndex(3);
+        for (const char* part : parts)
+            QCOMPARE(combo(f, part)->currentIndex(), 0);
+        combo(f, "cmbTitle")->setCurrentIndex(5);
+        pickWithKeys(combo(f, "cmbTitle"), 0);
+        QCOMPARE(fullName->currentIndex(), 3);
+
+        // What the user leaves on the step is stored, also on the way back.
+        pickWithKeys(combo(f, "cmbInitial"), 4);
+        click(f, "cmdPrev");
+        QCOMPARE(shown(f, {"cmbInitial"}, 2), QStringList{"First Name"});
 
         QVERIFY(nextTo(f, 3));
         const QByteArray before = env.folder.readFile(u"data/G.gdb"_s);
@@ -430,8 +397,8 @@ private slots:
         QVERIFY(!form->importInProgress());
         QCOMPARE(form->isVisible(), !closing);
         if (!closing) {
-            QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
-            QCOMPARE(button(form.get(), "cmdClose")->text(), u"&Close"_s);
+            QCOMPARE(shown(form.get(), {"lblCommand", "cmdClose"}),
+                     (QStringList{"Import Complete ...", "&Close"}));
             form->close();
         }
     }
