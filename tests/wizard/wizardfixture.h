@@ -163,9 +163,8 @@ inline bool nextTo(const QWidget* form, int step)
     return currentStep(form) == step;
 }
 
-// What the named controls show, in order: a combo's or a label's text, a check box as [x] or
-// [ ], a button's caption; a control that cannot be used is marked so. Given a step, Next is
-// pressed until the wizard shows it first.
+// What the named controls show: a combo's or label's text, a check box as [x] or [ ], a button's
+// caption, each marked when it cannot be used; on step, reached by Next, when one is given.
 inline QStringList shown(QWidget* form, std::initializer_list<const char*> names, int step = -1)
 {
     if (step >= 0 && !nextTo(form, step))
@@ -187,7 +186,7 @@ inline QStringList shown(QWidget* form, std::initializer_list<const char*> names
 inline void saveShot(QWidget* widget, const QString& name)
 {
     const QString dir = qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR");
-    if (dir.isEmpty())
+    if (dir.isEmpty() || name.isEmpty())
         return;
     QDir().mkpath(dir);
     QCoreApplication::processEvents();

@@ -50,8 +50,9 @@ private slots:
     }
 
     // The lists offer what unixODBC knows, each name once, and nothing of the machine's own
-    // configuration; a string naming an unknown data source keeps it.
-    void odbcListsComeFromTheDriverManager()
+    // configuration; a string naming an unknown data source keeps it. A new connection to a
+    // SQLite file, from the keyboard and the file chooser; a file that is not there is refused.
+    void odbcListsAndNewSqliteConnection()
     {
         frmConnectionBuilder builder;
         QString message;
@@ -61,12 +62,7 @@ private slots:
         QCOMPARE(items(control<QComboBox>(&builder, "cmbDriver")),
                  QStringList({"SQLite3", "PostgreSQL Unicode", "MariaDB Unicode"}));
         QCOMPARE(builder.connectionString(), QString("DSN=Elsewhere;UID=ann;"));
-    }
 
-    // A new connection to a SQLite file, from the keyboard and the file chooser; a file that
-    // is not there is refused.
-    void newSqliteConnection()
-    {
         const QString file = m_folder.filePath("contacts.db");
         BuildSqliteDatabase(file, {"CREATE TABLE t (x)"});
         QString offered = "(not asked)";
@@ -74,8 +70,6 @@ private slots:
             offered = current;
             return file;
         });
-        frmConnectionBuilder builder;
-        QString message;
         QVERIFY(builder.setConnectionString("", message));
         builder.show();
         QVERIFY(QTest::qWaitForWindowActive(&builder));

@@ -27,7 +27,7 @@ QString table(const QString& kind)
     return kind == "postgresql" ? "people" : "People";
 }
 
-// Fills the open rule editor: joiner (empty: leave it), field, operator, value; then OK.
+// An empty joiner is left as the editor offers it.
 void fillRule(QWidget* editor, const QString& joiner, const QString& field, const QString& op,
               const QString& value)
 {
