@@ -167,7 +167,6 @@ private slots:
             stops << tabStops(form.get()).join(u' ');
         }
         QCOMPARE(stops, expected);
-        form->close();
     }
 
     // The boxes read as a user sees them (title, text, icon, buttons) and Enter presses the

@@ -116,7 +116,6 @@ private slots:
         QCOMPARE(currentStep(f), 3);
         QCOMPARE(env.boxes.texts(),
                  QStringList{u"A Group must be selected to import the data into."_s});
-        form->close();
     }
 
     void savedChoicesComeBack()
@@ -170,7 +169,6 @@ private slots:
         form = openWizard();
         pickConnection(form.get(), 1);
         QCOMPARE(shown(form.get(), {"icmbGroups", "chkReplace"}, 3), (QStringList{"Alpha", "[x]"}));
-        form->close();
     }
 
     void queryChoicesReachTheImport_data()
@@ -227,7 +225,6 @@ private slots:
         QVERIFY(nextTo(f, 4));
         QVERIFY2(env.log().split(u"\r\n"_s).contains(sqlLine), qPrintable(env.log()));
         QCOMPARE(countRows(env.groupFile(u"Members"_s)), added);
-        form->close();
     }
 
     void importProblems()
@@ -270,7 +267,6 @@ private slots:
         QCOMPARE(env.boxes.shown().last().icon, MessageBoxes::Icon::Critical);
         QCOMPARE(countRows(members), 20);
         QCOMPARE(shown(f, {"cmdClose", "cmdPrev"}), (QStringList{"&Close", "<< &Previous"}));
-        form->close();
     }
 
     // Sample values, match by name and how the full name and its parts exclude each other on the
@@ -341,7 +337,6 @@ private slots:
         QCOMPARE(countRows(env.groupFile(u"G"_s)), 0);
         click(f, "cmdUndoLastImport");
         QCOMPARE(env.boxes.texts().last(), u"There is no import into the Group \"G\" to undo."_s);
-        form->close();
     }
 
     void stopDuringImport_data()

@@ -109,13 +109,13 @@ private slots:
                  message.isEmpty() ? QStringList() : QStringList(message));
         const QList<DSNEntry> stored = UpdateDSNListFromIni();
         const bool added = message.isEmpty() && existing < 50;
-        QCOMPARE(stored.size() + listed(form.get()).size(), 2 * (existing + added));
+        QCOMPARE(u"%1 stored, %2 listed"_s.arg(stored.size()).arg(listed(form.get()).size()),
+                 u"%1 stored, %1 listed"_s.arg(existing + added));
         if (added)
             QCOMPARE(stored.last().name + u'|' + stored.last().conString,
                      name.trimmed() + u'|' + conString.trimmed());
         else
             QCOMPARE(env.folder.readFile(u"dbimport.ini"_s), before);
-        form->close();
     }
 
     // On an empty list the buttons only say so. The list and the dialog hide the password, yet
@@ -167,7 +167,6 @@ private slots:
         click(form.get(), "cmdEditDSN");
         QCOMPARE(env.boxes.texts(),
                  QStringList(u"An invalid ADO ConnectionString was detected. Please try again!"_s));
-        form->close();
     }
 
     // Enter on the list, or a double-click on a row, moves on with that connection. On Delete,
@@ -208,7 +207,6 @@ private slots:
         QVERIFY(listed(f).size() == 1 && listed(f).first().startsWith(u"First | "_s));
         QCOMPARE(UpdateDSNListFromIni().size(), 1); // the store's own test checks the bytes
         QCOMPARE(f->importChoices().DSNName + f->importChoices().SelectedTable, QString());
-        form->close();
     }
 
     // A MariaDB connection composed in the builder from the keyboard, stored and imported from.
@@ -263,7 +261,6 @@ private slots:
         QCOMPARE(SqliteColumn(env.groupFile(u"Customers"_s),
                               u"SELECT EmailAddress || ' ' || LastName FROM Recipients"_s),
                  (QStringList{"ann@example.com Lee", "bob@example.org Ray"}));
-        form->close();
     }
 
     void refusedNamesEndOnOK()
@@ -352,7 +349,6 @@ private slots:
         QVERIFY(env.boxes.shown().isEmpty());
         click(form.get(), "cmdNext");
         QCOMPARE(countRows(env.groupFile(u"New Leads"_s)), 3);
-        form->close();
     }
 };
 

@@ -194,7 +194,6 @@ private slots:
         connections->setCurrentIndex(1);
         QCOMPARE(tables->count(), 2);
         QCOMPARE(fields(fieldList).size(), tables->currentIndex() == customers ? 3 : 2);
-        dialog.close();
     }
 
 private:

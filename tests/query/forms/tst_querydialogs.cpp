@@ -115,8 +115,8 @@ private slots:
         const bool accepted = !editor.Cancelled();
         QCOMPARE(accepted, m_boxes.shown().isEmpty());
         if (accepted) {
-            QCOMPARE(editor.Value, outcome);
-            QCOMPARE(editor.OpSQL + editor.LogicalOp, ">And"); // hidden joiner still stored
+            // The joiner is hidden for a first rule, yet stored.
+            QCOMPARE(editor.OpSQL + editor.LogicalOp + ' ' + editor.Value, ">And " + outcome);
         } else {
             const auto& box = m_boxes.shown().first();
             QCOMPARE(box.icon == MessageBoxes::Icon::Critical ? "critical: " + box.text : box.text,
@@ -216,7 +216,6 @@ private slots:
                  (QStringList{"A filter must be selected from the list in order to remove it.",
                               "Select a rule to Edit."}));
         QCOMPARE(rules.Count(), 3);
-        builder.close();
     }
 
     // What the viewer sends, what it shows, and that the source is never changed.
