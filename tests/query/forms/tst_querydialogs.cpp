@@ -256,7 +256,6 @@ private slots:
             QTRY_COMPARE(control<QLabel>(&viewer, "lblResults")->text(), outcome);
             QCOMPARE(control<QTableView>(&viewer, "vsfgrdResults")->model()->columnCount(),
                      columns);
-            viewer.close();
         } else {
             QVERIFY2(error.startsWith(outcome), qPrintable(error));
             QCOMPARE(control<QLabel>(&viewer, "lblResults")->text(),
