@@ -164,7 +164,7 @@ inline bool nextTo(const QWidget* form, int step)
 }
 
 // What the named controls show: a combo's or label's text, a check box as [x] or [ ], a button's
-// caption, each marked when it cannot be used; on step, reached by Next, when one is given.
+// caption, each marked when it cannot be used or is hidden; on step, reached by Next, if given.
 inline QStringList shown(QWidget* form, std::initializer_list<const char*> names, int step = -1)
 {
     if (step >= 0 && !nextTo(form, step))
@@ -178,7 +178,8 @@ inline QStringList shown(QWidget* form, std::initializer_list<const char*> names
         else
             texts << (b ? (b->isCheckable() ? b->isChecked() ? "[x]" : "[ ]" : b->text())
                         : text(form, name));
-        texts.last() += w->isEnabled() ? "" : " (off)";
+        texts.last() +=
+            QString(w->isEnabled() ? "" : " (off)") + (w->isVisible() ? "" : " (hidden)");
     }
     return texts;
 }
