@@ -1,6 +1,5 @@
 #include "wizardfixture.h"
 
-#include <QCheckBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 
