@@ -1,9 +1,7 @@
 #include "wizardfixture.h"
 
-#include <QCheckBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QTreeWidget>
 
 using namespace wizardtest;
 
@@ -16,12 +14,6 @@ void pickWithKeys(QComboBox* combo, int index)
     QTest::keyClick(combo, Qt::Key_Home);
     for (int i = 0; i < index; ++i)
         QTest::keyClick(combo, Qt::Key_Down);
-}
-
-void pickConnection(const QWidget* form, int row)
-{
-    auto* list = control<QTreeWidget>(form, "lvwDSN");
-    list->setCurrentItem(list->topLevelItem(row));
 }
 
 // Presses Next where it must be refused: the one message shown, its icon marked unless a notice.
@@ -105,26 +97,22 @@ private slots:
         click(f, "cmdPrev");
         QVERIFY(nextTo(f, 2));
         combo(f, "cmbEmail")->setCurrentIndex(2);
-        QVERIFY(nextTo(f, 3));
         // The saved Group is gone: no stand-in is chosen, and Start waits for a pick. With no
         // Group at all the step says how to make one.
-        QCOMPARE(combo(f, "icmbGroups")->currentIndex(), -1);
-        QVERIFY(!button(f, "cmdNext")->isEnabled());
+        const QString hint = u"There are no Groups yet: click Create a New Group to make one."_s;
+        QCOMPARE(shown(f, {"icmbGroups", "cmdNext", "lblNoGroups"}, 3),
+                 (QStringList{"", "S&tart (off)", hint + " (hidden)"}));
         combo(f, "icmbGroups")->setCurrentIndex(0);
-        QVERIFY(button(f, "cmdNext")->isEnabled());
-        QVERIFY(!control<QLabel>(f, "lblNoGroups")->isVisible());
+        QCOMPARE(shown(f, {"cmdNext"}), QStringList{"S&tart"});
         click(f, "cmdPrev");
         QVERIFY(QFile::remove(env.groupFile(u"Members"_s)));
-        QVERIFY(nextTo(f, 3));
-        QVERIFY(!button(f, "cmdNext")->isEnabled());
-        QVERIFY(control<QLabel>(f, "lblNoGroups")->isVisible());
+        QCOMPARE(shown(f, {"cmdNext", "lblNoGroups"}, 3), (QStringList{"S&tart (off)", hint}));
         // Asked to go on without a Group all the same, the step still refuses.
         env.boxes.clear();
         f->ChangeStep(1);
         QCOMPARE(currentStep(f), 3);
         QCOMPARE(env.boxes.texts(),
                  QStringList{u"A Group must be selected to import the data into."_s});
-        form->close();
     }
 
     void savedChoicesComeBack()
@@ -149,17 +137,12 @@ private slots:
         // The first connection's saved choices show on every step and narrow its import.
         auto form = openWizard(1);
         frmDBImport* f = form.get();
-        QCOMPARE(combo(f, "icmbTables")->currentText(), u"Contacts"_s);
-        QCOMPARE(text(f, "lblQueryBuilderRules"), u"1 filters defined"_s);
-        QVERIFY(nextTo(f, 2));
-        QStringList shown;
-        for (const char* name :
-             {"cmbEmail", "cmbFullNameMacro", "cmbTelephone", "cmbFax", "cmbTitle"})
-            shown << combo(f, name)->currentText();
-        QCOMPARE(shown, (QStringList{"Email", "Full Name", "Phone", "Full Name", "(blank)"}));
-        QVERIFY(nextTo(f, 3));
-        QCOMPARE(combo(f, "icmbGroups")->currentText(), u"Alpha"_s);
-        QVERIFY(control<QCheckBox>(f, "chkReplace")->isChecked());
+        QCOMPARE(shown(f, {"icmbTables", "lblQueryBuilderRules"}),
+                 (QStringList{"Contacts", "1 filters defined"}));
+        QCOMPARE(
+            shown(f, {"cmbEmail", "cmbFullNameMacro", "cmbTelephone", "cmbFax", "cmbTitle"}, 2),
+            (QStringList{"Email", "Full Name", "Phone", "Full Name", "(blank)"}));
+        QCOMPARE(shown(f, {"icmbGroups", "chkReplace"}, 3), (QStringList{"Alpha", "[x]"}));
         QVERIFY(nextTo(f, 4));
         QCOMPARE(countRows(env.groupFile(u"Alpha"_s)), valid / 5);
 
@@ -167,15 +150,11 @@ private slots:
         for (int step = 4; step > 0; --step)
             click(f, "cmdPrev");
         pickConnection(f, 1);
-        QVERIFY(nextTo(f, 1));
-        QCOMPARE(text(f, "lblQueryBuilderRules"), u"0 filters defined"_s);
-        QCOMPARE(combo(f, "icmbTables")->currentText(), u"Other Table"_s);
-        QVERIFY(nextTo(f, 2));
-        QCOMPARE(combo(f, "cmbEmail")->currentText(), u"Mail Address"_s);
-        QCOMPARE(combo(f, "cmbFullNameMacro")->currentIndex(), 0);
-        QVERIFY(nextTo(f, 3));
-        QCOMPARE(combo(f, "icmbGroups")->currentText(), u"Beta"_s);
-        QVERIFY(!control<QCheckBox>(f, "chkReplace")->isChecked());
+        QCOMPARE(shown(f, {"icmbTables", "lblQueryBuilderRules"}, 1),
+                 (QStringList{"Other Table", "0 filters defined"}));
+        QCOMPARE(shown(f, {"cmbEmail", "cmbFullNameMacro"}, 2),
+                 (QStringList{"Mail Address", "(blank)"}));
+        QCOMPARE(shown(f, {"icmbGroups", "chkReplace"}, 3), (QStringList{"Beta", "[ ]"}));
 
         // Closing when idle saves what is chosen, without asking; the next wizard shows it.
         combo(f, "icmbGroups")->setCurrentIndex(0);
@@ -186,10 +165,7 @@ private slots:
         QVERIFY(!form->isVisible() && env.boxes.shown().isEmpty());
         form = openWizard();
         pickConnection(form.get(), 1);
-        QVERIFY(nextTo(form.get(), 3));
-        QCOMPARE(combo(form.get(), "icmbGroups")->currentText(), u"Alpha"_s);
-        QVERIFY(control<QCheckBox>(form.get(), "chkReplace")->isChecked());
-        form->close();
+        QCOMPARE(shown(form.get(), {"icmbGroups", "chkReplace"}, 3), (QStringList{"Alpha", "[x]"}));
     }
 
     void queryChoicesReachTheImport_data()
@@ -214,10 +190,7 @@ private slots:
         QFETCH(QString, sqlLine);
         QFETCH(int, added);
         Environment env;
-        env.addSales(20);
-        env.createGroups({u"Members"_s});
-        env.saveChoices(contactsChoices(u"Sales"_s, u"Members"_s));
-        auto form = openWizard(1);
+        auto form = wizardOnGroupStep(env, 20, {u"Members"_s}, u"Members"_s, 1);
         frmDBImport* f = form.get();
         if (rules) {
             whenModal(u"frmQueryBuilder"_s, [](QWidget* builder) {
@@ -249,40 +222,6 @@ private slots:
         QVERIFY(nextTo(f, 4));
         QVERIFY2(env.log().split(u"\r\n"_s).contains(sqlLine), qPrintable(env.log()));
         QCOMPARE(countRows(env.groupFile(u"Members"_s)), added);
-        form->close();
-    }
-
-    void namePartsAndFullName()
-    {
-        Environment env;
-        env.addSales(3);
-        auto form = openWizard(2);
-        frmDBImport* f = form.get();
-        // Listed: (blank), ID, Email, Full Name, First Name, Last Name, Company, City, Phone.
-        QComboBox* fullName = combo(f, "cmbFullNameMacro");
-        const char* parts[] = {"cmbTitle", "cmbFirstName", "cmbInitial", "cmbLastName"};
-        for (const char* part : parts) { // a name part the user picks clears the full name
-            fullName->setCurrentIndex(3);
-            pickWithKeys(combo(f, part), 4);
-            QVERIFY2(fullName->currentIndex() == 0, part);
-        }
-        // The full name clears every part that is set; a part set by the program, or "(blank)"
-        // picked for it, leaves the full name.
-        for (const char* part : parts)
-            combo(f, part)->setCurrentIndex(5);
-        fullName->setCurrentIndex(3);
-        for (const char* part : parts)
-            QCOMPARE(combo(f, part)->currentIndex(), 0);
-        combo(f, "cmbTitle")->setCurrentIndex(5);
-        pickWithKeys(combo(f, "cmbTitle"), 0);
-        QCOMPARE(fullName->currentIndex(), 3);
-
-        // What the user leaves on the step is stored, also on the way back.
-        pickWithKeys(combo(f, "cmbInitial"), 4);
-        click(f, "cmdPrev");
-        QVERIFY(nextTo(f, 2));
-        QCOMPARE(combo(f, "cmbInitial")->currentText(), u"First Name"_s);
-        form->close();
     }
 
     void importProblems()
@@ -324,13 +263,12 @@ private slots:
         QCOMPARE(env.boxes.shown().size(), 2);
         QCOMPARE(env.boxes.shown().last().icon, MessageBoxes::Icon::Critical);
         QCOMPARE(countRows(members), 20);
-        QCOMPARE(button(f, "cmdClose")->text(), u"&Close"_s);
-        QVERIFY(button(f, "cmdPrev")->isEnabled());
-        form->close();
+        QCOMPARE(shown(f, {"cmdClose", "cmdPrev"}), (QStringList{"&Close", "<< &Previous"}));
     }
 
-    // Sample values and match by name on the mapping step, a test run, the real run and its undo.
-    void samplesMatchTestRunAndUndo()
+    // Sample values, match by name and how the full name and its parts exclude each other on the
+    // mapping step; a test run, the real run and its undo.
+    void mappingTestRunAndUndo()
     {
         Environment env;
         env.addSales(3);
@@ -347,13 +285,35 @@ private slots:
         QCOMPARE(text(f, "lblSample_Company"), u"City 0"_s);
         click(f, "cmdMatchByName");
         QCOMPARE(env.boxes.texts().last(), u"3 field(s) matched by name."_s);
-        QStringList mapped;
-        for (const char* name : {"cmbFirstName", "cmbCity", "cmbCompanyName", "cmbFullNameMacro"})
-            mapped << combo(f, name)->currentText();
-        QCOMPARE(mapped, (QStringList{"First Name", "(blank)", "City", "(blank)"}));
+        QCOMPARE(shown(f, {"cmbFirstName", "cmbCity", "cmbCompanyName", "cmbFullNameMacro"}),
+                 (QStringList{"First Name", "(blank)", "City", "(blank)"}));
         combo(f, "cmbFullNameMacro")->setCurrentText(u"Full Name"_s);
         QCOMPARE(text(f, "lblSample_FullNameMacro"),
                  u"Title: Mr  First: Ann0  Initial:   Last: Lee"_s);
+
+        // Listed: (blank), ID, Email, Full Name, First Name, Last Name, Company, City, Phone.
+        QComboBox* fullName = combo(f, "cmbFullNameMacro");
+        const char* parts[] = {"cmbTitle", "cmbFirstName", "cmbInitial", "cmbLastName"};
+        for (const char* part : parts) { // a name part the user picks clears the full name
+            fullName->setCurrentIndex(3);
+            pickWithKeys(combo(f, part), 4);
+            QVERIFY2(fullName->currentIndex() == 0, part);
+        }
+        // The full name clears every part that is set; a part set by the program, or "(blank)"
+        // picked for it, leaves the full name.
+        for (const char* part : parts)
+            combo(f, part)->setCurrentIndex(5);
+        fullName->setCurrentIndex(3);
+        for (const char* part : parts)
+            QCOMPARE(combo(f, part)->currentIndex(), 0);
+        combo(f, "cmbTitle")->setCurrentIndex(5);
+        pickWithKeys(combo(f, "cmbTitle"), 0);
+        QCOMPARE(fullName->currentIndex(), 3);
+
+        // What the user leaves on the step is stored, also on the way back.
+        pickWithKeys(combo(f, "cmbInitial"), 4);
+        click(f, "cmdPrev");
+        QCOMPARE(shown(f, {"cmbInitial"}, 2), QStringList{"First Name"});
 
         QVERIFY(nextTo(f, 3));
         const QByteArray before = env.folder.readFile(u"data/G.gdb"_s);
@@ -374,7 +334,6 @@ private slots:
         QCOMPARE(countRows(env.groupFile(u"G"_s)), 0);
         click(f, "cmdUndoLastImport");
         QCOMPARE(env.boxes.texts().last(), u"There is no import into the Group \"G\" to undo."_s);
-        form->close();
     }
 
     void stopDuringImport_data()
@@ -394,9 +353,8 @@ private slots:
         env.boxes.queueAnswer(true);  // asked again: Yes
 
         const auto processed = [&] { return text(form.get(), "lblTotalProcessed").toInt(); };
-        QString captionWhileRunning;
+        QString atFirstStop; // Close's caption, and the window after No
         int firstStopAt = 0;
-        bool visibleAfterNo = false;
         const auto stop = [&] { closing ? void(form->close()) : click(form.get(), "cmdClose"); };
         // Polled at the import's yields: stops after 100 records, and again at the next yield.
         QTimer poll;
@@ -407,16 +365,15 @@ private slots:
             }
             if (processed() < 100)
                 return;
-            captionWhileRunning = button(form.get(), "cmdClose")->text();
+            atFirstStop = button(form.get(), "cmdClose")->text();
             firstStopAt = processed();
             stop();
-            visibleAfterNo = form->isVisible();
+            atFirstStop += form->isVisible() ? " shown" : " gone";
         });
         poll.start(0);
         click(form.get(), "cmdNext");
 
-        QCOMPARE(captionWhileRunning, u"&Cancel"_s);
-        QVERIFY(visibleAfterNo);
+        QCOMPARE(atFirstStop, u"&Cancel shown"_s);
         // Closing answers the job's own questions: neither the cancel check nor the log offer.
         const QString cancel = u"You have chosen to cancel the import process, are you sure ?"_s;
         const QString close = u"The import process is running are you sure you wish to close the "
@@ -429,11 +386,9 @@ private slots:
         QVERIFY(env.log().contains(u"#   Total Processed  : %1\r\n"_s.arg(processed())));
         QVERIFY(!form->importInProgress());
         QCOMPARE(form->isVisible(), !closing);
-        if (!closing) {
-            QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
-            QCOMPARE(button(form.get(), "cmdClose")->text(), u"&Close"_s);
-            form->close();
-        }
+        if (!closing)
+            QCOMPARE(shown(form.get(), {"lblCommand", "cmdClose"}),
+                     (QStringList{"Import Complete ...", "&Close"}));
     }
 };
 

@@ -99,17 +99,16 @@ private slots:
 
         const char* shots[] = {"step1-connection", "step2-records", "step3-mapping", "step4-group",
                                "step5-import"};
+        const char* next[] = {"&Next >>", "&Next >>", "&Next >>", "S&tart", "S&tart (off)"};
         for (int step = 0; step < 5; ++step) {
-            QVERIFY(nextTo(&form, step));
-            QCOMPARE(button(&form, "cmdNext")->text(), step >= 3 ? u"S&tart"_s : u"&Next >>"_s);
-            QCOMPARE(text(&form, "lblStepMofN"), u"Step %1 of 5"_s.arg(step + 1));
+            QCOMPARE(shown(&form, {"cmdNext", "lblStepMofN"}, step),
+                     (QStringList{next[step], u"Step %1 of 5"_s.arg(step + 1)}));
             // Layouts settle once the events of the step change have run.
             QTRY_VERIFY2(cutCaptions(&form).isEmpty(), qPrintable(cutCaptions(&form)));
             QVERIFY2(
                 fits(),
                 qPrintable(u"step %1: %2x%3"_s.arg(step + 1).arg(form.width()).arg(form.height())));
-            if (pictures)
-                saveShot(&form, QString::fromLatin1(shots[step]));
+            saveShot(&form, pictures ? QString::fromLatin1(shots[step]) : QString());
             if (step == 2) { // a row out of sight comes into view by the scroll bar or the focus
                 auto* bar = control<QScrollBar>(&form, "vscMapFields");
                 auto* area = control<QWidget>(&form, "picScrollableArea");
@@ -117,8 +116,7 @@ private slots:
                 bar->setValue(bar->maximum());
                 QCOMPARE(area->geometry().bottom(),
                          control<QWidget>(&form, "picScrollableContainer")->rect().bottom());
-                if (pictures)
-                    saveShot(&form, u"step3-mapping-scrolled"_s);
+                saveShot(&form, pictures ? u"step3-mapping-scrolled"_s : QString());
                 combo(&form, "cmbEmail")->setFocus();
                 QTRY_COMPARE(area->y(), 0);
             }
@@ -132,32 +130,21 @@ private slots:
             }
         }
 
-        QCOMPARE(text(&form, "lblImportingFrom"), u"Database - "_s + connection);
-        QCOMPARE(text(&form, "lblImportingTo"), u"Veltrano Group - "_s + group);
         // A shortened name shows itself whole in the tool tip.
-        QCOMPARE(control<QLabel>(&form, "lblImportingTo")->toolTip(),
-                 pictures ? QString() : u"Veltrano Group - "_s + group);
-        QStringList counts;
-        for (const char* label : {"lblTotalProcessed", "lblAdded", "lblDuplicates", "lblIllegal"})
-            counts << text(&form, label);
-        QCOMPARE(counts, (QStringList{QString::number(total), QString::number(valid), "3", "4"}));
+        QCOMPARE(shown(&form, {"lblImportingFrom", "lblImportingTo"})
+                     << control<QLabel>(&form, "lblImportingTo")->toolTip(),
+                 (QStringList{"Database - " + connection, "Veltrano Group - " + group,
+                              pictures ? QString() : "Veltrano Group - " + group}));
+        QCOMPARE(shown(&form, {"lblTotalProcessed", "lblAdded", "lblDuplicates", "lblIllegal"}),
+                 (QStringList{QString::number(total), QString::number(valid), "3", "4"}));
         QCOMPARE(control<QProgressBar>(&form, "prgProcess")->value(), total);
         QCOMPARE(countRows(env.groupFile(group)), valid);
-        form.close();
-    }
-
-    void scaledScreens_data()
-    {
-        QTest::addColumn<QString>("scale");
-        for (const char* scale : {"1", "1.5", "2"})
-            QTest::newRow(scale) << QString::fromLatin1(scale);
     }
 
     // The walk above on a 1366x768 laptop screen at 100%, 150% and 200% scaling, each in a
     // process of its own, since the scale is fixed when the application starts.
     void scaledScreens()
     {
-        QFETCH(QString, scale);
         if (qEnvironmentVariableIsSet("QT_SCALE_FACTOR"))
             QSKIP("already running scaled");
         TempFolder folder;
@@ -166,25 +153,27 @@ private slots:
             "height": 768, "logicalDpi": 96, "logicalBaseDpi": 96, "dpr": 1}]})");
         QProcess walk;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"QT_SCALE_FACTOR"_s, scale);
         environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen:configfile="_s + config);
         environment.remove(u"DBIMPORT_SCREENSHOT_DIR"_s);
-        walk.setProcessEnvironment(environment);
         walk.setProcessChannelMode(QProcess::MergedChannels);
         // The dialogs' own walk is in the program next to this one.
         const QString self = QCoreApplication::applicationFilePath();
-        QString output;
-        for (const auto& [program, function] :
-             {std::pair{self, u"everyStepFits"_s},
-              std::pair{QFileInfo(self).dir().filePath(u"tst_dialogkeys"_s), u"dialogs"_s}}) {
-            walk.start(program, {function});
-            QVERIFY(walk.waitForFinished(300000));
-            output += QString::fromLocal8Bit(walk.readAll());
-            QVERIFY2(walk.exitStatus() == QProcess::NormalExit && walk.exitCode() == 0,
-                     qPrintable(output));
+        for (const QString& scale : {u"1"_s, u"1.5"_s, u"2"_s}) {
+            environment.insert(u"QT_SCALE_FACTOR"_s, scale);
+            walk.setProcessEnvironment(environment);
+            QString output;
+            for (const auto& [program, function] :
+                 {std::pair{self, u"everyStepFits"_s},
+                  std::pair{QFileInfo(self).dir().filePath(u"tst_dialogkeys"_s), u"dialogs"_s}}) {
+                walk.start(program, {function});
+                QVERIFY(walk.waitForFinished(300000));
+                output += QString::fromLocal8Bit(walk.readAll());
+                QVERIFY2(walk.exitStatus() == QProcess::NormalExit && walk.exitCode() == 0,
+                         qPrintable(u"at "_s + scale + u": "_s + output));
+            }
+            const QRegularExpression size(u"window \\d+x\\d+ on a free area of \\d+x\\d+"_s);
+            qInfo("at %s: %s", qPrintable(scale), qPrintable(size.match(output).captured()));
         }
-        const QRegularExpression size(u"window \\d+x\\d+ on a free area of \\d+x\\d+"_s);
-        qInfo("at %s: %s", qPrintable(scale), qPrintable(size.match(output).captured()));
     }
 
     void timedImport()
@@ -211,7 +200,6 @@ private slots:
         QCOMPARE(text(form.get(), "lblCommand"), u"Import Complete ..."_s);
         qInfo("wizard import: %s records in %lld ms", qPrintable(read), elapsed);
         qInfo("wizard longest wait for events: %lld ms", longestWait);
-        form->close();
     }
 };
 

@@ -20,6 +20,7 @@
 #include <QLabel>
 #include <QStackedWidget>
 #include <QTest>
+#include <QTreeWidget>
 
 namespace wizardtest {
 
@@ -145,6 +146,12 @@ inline QString text(const QWidget* form, const char* label)
     return control<QLabel>(form, label)->text();
 }
 
+inline void pickConnection(const QWidget* form, int row)
+{
+    auto* list = control<QTreeWidget>(form, "lvwDSN");
+    list->setCurrentItem(list->topLevelItem(row));
+}
+
 // Presses Next until the wizard shows step; false when a step refused.
 inline bool nextTo(const QWidget* form, int step)
 {
@@ -156,10 +163,31 @@ inline bool nextTo(const QWidget* form, int step)
     return currentStep(form) == step;
 }
 
+// What the named controls show: a combo's or label's text, a check box as [x] or [ ], a button's
+// caption, each marked when it cannot be used or is hidden; on step, reached by Next, if given.
+inline QStringList shown(QWidget* form, std::initializer_list<const char*> names, int step = -1)
+{
+    if (step >= 0 && !nextTo(form, step))
+        return {u"step %1 refused"_s.arg(currentStep(form))};
+    QStringList texts;
+    for (const char* name : names) {
+        const QWidget* w = control<QWidget>(form, name);
+        const auto* b = qobject_cast<const QAbstractButton*>(w);
+        if (const auto* box = qobject_cast<const QComboBox*>(w))
+            texts << box->currentText();
+        else
+            texts << (b ? (b->isCheckable() ? b->isChecked() ? "[x]" : "[ ]" : b->text())
+                        : text(form, name));
+        texts.last() +=
+            QString(w->isEnabled() ? "" : " (off)") + (w->isVisible() ? "" : " (hidden)");
+    }
+    return texts;
+}
+
 inline void saveShot(QWidget* widget, const QString& name)
 {
     const QString dir = qEnvironmentVariable("DBIMPORT_SCREENSHOT_DIR");
-    if (dir.isEmpty())
+    if (dir.isEmpty() || name.isEmpty())
         return;
     QDir().mkpath(dir);
     QCoreApplication::processEvents();
@@ -193,13 +221,14 @@ inline std::unique_ptr<frmDBImport> openWizard(int step = 0)
     return form;
 }
 
-inline std::unique_ptr<frmDBImport>
-wizardOnGroupStep(Environment& env, int validRows, const QStringList& groups, const QString& group)
+inline std::unique_ptr<frmDBImport> wizardOnGroupStep(Environment& env, int validRows,
+                                                      const QStringList& groups,
+                                                      const QString& group, int step = 3)
 {
     env.addSales(validRows);
     env.createGroups(groups);
     env.saveChoices(contactsChoices(u"Sales"_s, group));
-    return openWizard(3);
+    return openWizard(step);
 }
 
 inline int countRows(const QString& groupFile)
