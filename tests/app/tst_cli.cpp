@@ -5,7 +5,6 @@
 
 #include <functional>
 
-#include "app/commandlinerunner.h"
 #include "app/connectionstore.h"
 #include "app/importsettings.h"
 #include "import/groupstore.h"
@@ -277,39 +276,6 @@ private slots:
         QVERIFY(o["seconds"].toDouble() > 0 && o["exitStatus"].toInt() == 0 && o["error"].isNull());
         // Scheduled runs never change the choices the user saved.
         QCOMPARE(m_folder->readFile("dbimport.ini"), m_iniBytes);
-    }
-
-    // On a terminal the bars are drawn in place and wiped when their phase ends: what stays
-    // on the screen of standard error is the one question, no half-drawn bar.
-    void terminalKeepsNoBars()
-    {
-        prepare(30000);
-        QCOMPARE(cli({"--create-group", "Customers"}).exitCode, 0);
-        QString out, err;
-        QTextStream outStream(&out), errStream(&err);
-        const QStringList arguments{"dbimport-cli", "--data-folder", m_data,       "--ini",
-                                    m_ini,          "--connection",  "Contacts DB"};
-        QCOMPARE(RunCommandLine(arguments, outStream, errStream, true), 0);
-        QVERIFY2(err.count('\r') > 10, "bars were drawn");
-        QStringList screen; // each line as a terminal leaves it
-        for (const QString& line : err.split('\n')) {
-            QString shown;
-            qsizetype cursor = 0;
-            for (qsizetype i = 0; i < line.size(); ++i) {
-                if (line[i] == '\r') {
-                    cursor = 0;
-                } else if (line.mid(i, 3) == "\033[K") { // erase to the end of the line
-                    shown.truncate(cursor);
-                    i += 2;
-                } else {
-                    shown.resize(std::max(shown.size(), cursor + 1));
-                    shown[cursor++] = line[i];
-                }
-            }
-            screen << shown;
-        }
-        QCOMPARE(screen, QStringList({"Would you like to review the log file now? No", ""}));
-        QVERIFY(out.startsWith("Resetting duplicate check list ...\nLoading existing Group ...\n"));
     }
 
     // Connections whose choices were never completed are refused before anything runs;
