@@ -291,25 +291,26 @@ row "  ratio" "$(ratio "$(t add)" "$(t ref_wide)")" "(target <= 1.0; processor t
 row "wide, --dry-run (a test run) into an empty Group" "$(t dry) s" "(processor $(cpu dry) s)"
 row "  test run / real run" "$(ratio "$(t dry)" "$(t add)")" "(target <= 1.0)"
 row "  peak resident memory, narrow / wide" "$(mb narrow) / $(mb add) MB"
-if [ "$pg_done" = 1 ]; then
-    echo "2. PostgreSQL source (an ODBC connection string), wide rows"
-    row "$rows rows: dbimport-cli ($(added pg) added)" "$(t pg) s" "(processor $(cpu pg) s)"
-    row "  psql \\copy | sqlite3 .import + INSERT ... SELECT with the index" "$(t ref_pg) s" "(processor $(cpu ref_pg) s)"
-    row "  ratio" "$(ratio "$(t pg)" "$(t ref_pg)")" "(target <= 1.0; processor time $(ratio "$(cpu pg)" "$(cpu ref_pg)"))"
-    row "  peak resident memory, $rows rows" "$(mb pg) MB" "(target <= 300)"
+# A server source's figures: server_figures TITLE JOB REFERENCE-JOB REFERENCE-LABEL
+# SECONDS-BIG KB-BIG
+server_figures() {
+    echo "$1"
+    row "$rows rows: dbimport-cli ($(added "$2") added)" "$(t "$2") s" "(processor $(cpu "$2") s)"
+    row "  $4" "$(t "$3") s" "(processor $(cpu "$3") s)"
+    row "  ratio" "$(ratio "$(t "$2")" "$(t "$3")")" "(target <= 1.0; processor time $(ratio "$(cpu "$2")" "$(cpu "$3")"))"
+    row "  peak resident memory, $rows rows" "$(mb "$2") MB" "(target <= 300)"
     if [ "$pg_big" -gt 0 ]; then
-        row "  peak resident memory, $pg_big rows ($t_pg_big s)" "$((m_pg_big / 1024)) MB" "(target <= 300, not growing)"
+        row "  peak resident memory, $pg_big rows ($5 s)" "$(($6 / 1024)) MB" "(target <= 300, not growing)"
     fi
+}
+if [ "$pg_done" = 1 ]; then
+    server_figures "2. PostgreSQL source (an ODBC connection string), wide rows" pg ref_pg \
+        "psql \\copy | sqlite3 .import + INSERT ... SELECT with the index" "${t_pg_big:-}" "$m_pg_big"
 fi
 if [ "$maria_done" = 1 ]; then
-    echo "2b. MariaDB source (an ODBC connection string), wide rows"
-    row "$rows rows: dbimport-cli ($(added maria) added)" "$(t maria) s" "(processor $(cpu maria) s)"
-    row "  mariadb --batch --quick | sqlite3 .import + INSERT ... SELECT with the index" "$(t ref_maria) s" "(processor $(cpu ref_maria) s)"
-    row "  ratio" "$(ratio "$(t maria)" "$(t ref_maria)")" "(target <= 1.0; processor time $(ratio "$(cpu maria)" "$(cpu ref_maria)"))"
-    row "  peak resident memory, $rows rows" "$(mb maria) MB" "(target <= 300)"
-    if [ "$pg_big" -gt 0 ]; then
-        row "  peak resident memory, $pg_big rows ($t_maria_big s)" "$((m_maria_big / 1024)) MB" "(target <= 300, not growing)"
-    fi
+    server_figures "2b. MariaDB source (an ODBC connection string), wide rows" maria ref_maria \
+        "mariadb --batch --quick | sqlite3 .import + INSERT ... SELECT with the index" \
+        "${t_maria_big:-}" "$m_maria_big"
 fi
 echo "3. Replace, scale and a full Group (wide rows)"
 row "--replace, the same rows again (all duplicates)" "$(t replace) s" "(processor $(cpu replace) s)"
