@@ -116,32 +116,25 @@ void frmImportFilters::cmdOK_Click()
     Value = ui->txtValue->text();
     LogicalOp = ui->cmbLogicalOp->itemText(ui->cmbLogicalOp->currentIndex());
 
-    long errorNumber = 0;
-    QString message;
-    auto reportBare = [&] {
-        boxes.critical(QString::number(errorNumber) + QStringLiteral(" - ") + message);
-    };
-    if (tryRule(errorNumber, message)) {
-        m_cancelled = false;
-        accept();
-        return;
+    // The value as typed, then quoted: the field's type is not consulted, so a value the
+    // source refuses bare is taken for text. A refusal without a message ends the tries.
+    const QString typed = Value;
+    for (const QString& candidate :
+         {typed, QString(QLatin1Char('\'') + typed + QLatin1Char('\''))}) {
+        Value = candidate;
+        long errorNumber = 0;
+        QString message;
+        if (tryRule(errorNumber, message)) {
+            m_cancelled = false;
+            accept();
+            return;
+        }
+        if (message.trimmed().isEmpty()) {
+            boxes.critical(QString::number(errorNumber) + QStringLiteral(" - ") + message);
+            return;
+        }
     }
-    if (message.trimmed().isEmpty()) {
-        reportBare();
-        return;
-    }
-    // The field's type is not consulted: a value the source refuses bare is taken for text.
-    Value = QLatin1Char('\'') + Value + QLatin1Char('\'');
-    if (tryRule(errorNumber, message)) {
-        m_cancelled = false;
-        accept();
-        return;
-    }
-    if (message.trimmed().isEmpty()) {
-        reportBare();
-        return;
-    }
-    Value = Value.mid(1, Value.size() - 2);
+    Value = typed;
     boxes.information(QStringLiteral("The syntax is not correct, ensure the Value specified "
                                      "matches the type of data contained in the field."));
 }
