@@ -177,6 +177,19 @@ job ref_small 'reference_db "$work/ref.db"' "sqlite3 '$work/ref.db' '.read $work
 job full "restore New Full" "$cli --connection Other --no-replace"
 job empty "fresh Empty" "$cli --connection Empty --no-replace"
 
+# The import of PG_ROWS_BIG rows from a server, for its memory: big_server_run LOADER
+# CONNECTION STRING GROUP SECONDS-VARIABLE KB-VARIABLE (once, not in the rounds)
+big_server_run() {
+    [ "$pg_big" -gt 0 ] || return 0
+    "$bin/dbimport-gensource" "$work/big3.db" "$pg_big" --seed 4 >/dev/null
+    "$1" contacts3 "$work/big3.db"
+    rm -f "$work/big3.db"
+    "$bin/dbimport-bench-makeini" "$ini" "$2" "$3" "$4" wide contacts3
+    fresh "$4"
+    measure "$5" "$6" bash -c "$cli --connection $2 --no-replace"
+    rm -f "$data/$4.gdb"
+}
+
 # 2. PostgreSQL
 pg_done=0
 if [ "${NO_PG:-0}" != 1 ]; then
@@ -206,15 +219,7 @@ sqlite3 "$work/ref.db" ".import --csv /dev/stdin staging" "INSERT INTO Recipient
 SH
     job ref_pg pg_reference_db "bash '$work/pgref.sh'"
     m_pg_big=0
-    if [ "$pg_big" -gt 0 ]; then
-        "$bin/dbimport-gensource" "$work/big3.db" "$pg_big" --seed 4 >/dev/null
-        pg_load contacts3 "$work/big3.db"
-        rm -f "$work/big3.db"
-        "$bin/dbimport-bench-makeini" "$ini" Postgres3 "$pg_cs" Pg3 wide contacts3
-        fresh Pg3
-        measure t_pg_big m_pg_big bash -c "$cli --connection Postgres3 --no-replace"
-        rm -f "$data/Pg3.gdb"
-    fi
+    big_server_run pg_load Postgres3 "$pg_cs" Pg3 t_pg_big m_pg_big
     pg_done=1
 fi
 
@@ -254,15 +259,7 @@ maria --batch --quick --raw -N -e "SELECT title, firstname, lastname, email, ini
 sqlite3 "$work/ref.db" ".mode tabs" ".import /dev/stdin staging" "INSERT INTO Recipients ($wide_to) SELECT title, firstname, lastname, trim(email), initial, address1, address2, city, state, zip, country, company, jobtitle, web, telephone, fax, notes, joined, score, active, date('now') FROM staging"
 SH
     m_maria_big=0
-    if [ "$pg_big" -gt 0 ]; then
-        "$bin/dbimport-gensource" "$work/big3.db" "$pg_big" --seed 4 >/dev/null
-        maria_load contacts3 "$work/big3.db"
-        rm -f "$work/big3.db"
-        "$bin/dbimport-bench-makeini" "$ini" MariaDB3 "$maria_cs" Maria3 wide contacts3
-        fresh Maria3
-        measure t_maria_big m_maria_big bash -c "$cli --connection MariaDB3 --no-replace"
-        rm -f "$data/Maria3.gdb"
-    fi
+    big_server_run maria_load MariaDB3 "$maria_cs" Maria3 t_maria_big m_maria_big
     maria_done=1
 fi
 
