@@ -12,10 +12,18 @@
 // UTF-8 bytes in one arena and found through an open-addressing table of offsets. A hash
 // match is always confirmed by comparing the bytes: a false "duplicate" would lose a
 // recipient.
+//
+// Past a set number of addresses in memory, the ones held so far move to a temporary file
+// as one batch, grouped by hash, and memory keeps only each batch's bucket index and a
+// filter that rules out nearly every address the batch does not hold. A source of any size
+// then runs in the same memory; an address found on disk costs one read.
 class DuplicateCheckList final
 {
 public:
     DuplicateCheckList();
+    ~DuplicateCheckList();
+    DuplicateCheckList(const DuplicateCheckList&) = delete;
+    DuplicateCheckList& operator=(const DuplicateCheckList&) = delete;
 
     // Adds the lower-cased address; false when it is already there (the add "fails").
     bool add(const QString& address);
@@ -33,9 +41,14 @@ public:
     void setFoundDigest(quint64 digest);
     // Room for this many addresses without growing.
     void reserve(qint64 addresses);
+    // The most addresses kept in memory before they move to a temporary file (0: no
+    // limit, the default). Where no temporary file can be written, memory grows instead.
+    void setMemoryLimit(qint64 addresses);
     bool contains(const QString& address) const;
-    qint32 count() const { return m_count; }
-    // Empties the list and gives its memory back.
+    qint32 count() const { return m_count + m_spilled; }
+    // How many of them are in the temporary file.
+    qint32 countOnDisk() const { return m_spilled; }
+    // Empties the list and gives its memory and its temporary file back.
     void clear();
 
 private:
@@ -43,6 +56,19 @@ private:
     {
         std::uint32_t offset; // chunk << kChunkBits | position, plus one; 0 = empty
         std::uint32_t hash;
+    };
+    struct Chunk
+    {
+        std::unique_ptr<char[]> data;
+        std::size_t size = 0;
+    };
+    // One batch of entries in the temporary file, laid out bucket after bucket.
+    struct Run
+    {
+        quint64 base = 0;                  // where the batch starts in the file
+        unsigned bucketBits = 0;           // buckets by the hash's top bits
+        std::vector<std::uint32_t> starts; // each bucket's start from base, then the end
+        std::vector<std::uint64_t> filter; // blocks of 512 bits
     };
 
     static std::uint32_t hashOf(const char* data, std::size_t size);
@@ -52,15 +78,33 @@ private:
 
     bool insert(const std::string& key, qint64 rowid, quint64 digest);
     const char* entry(std::uint32_t offset) const;
+    // The file position of key's entry, newest batch first; -1 when it is in none.
+    qint64 findOnDisk(const std::string& key, std::uint32_t hash) const;
+    // Moves every entry in memory to a new batch in the file; false, with nothing moved,
+    // when the file cannot take them.
+    bool spill();
+    void closeFile();
 
     std::string m_key; // scratch for the key being looked up
     // The keys, each after its length, in chunks that are never moved: a growing list
-    // never holds two copies of itself, and pages are only touched when filled.
-    std::vector<std::unique_ptr<char[]>> m_chunks;
+    // never holds two copies of itself, and pages are only touched when filled. A spill
+    // leaves the chunks to be filled again.
+    std::vector<Chunk> m_chunks;
+    std::size_t m_chunkCurrent = 0;
     std::size_t m_chunkUsed = 0;
     std::size_t m_header = 4; // length, then the record number and digest when kept
     qint64 m_foundRowid = 0;
     std::uint32_t m_found = 0; // the entry (offset) of the last failed add; 0 = none
+    qint64 m_foundOnDisk = -1; // or its position in the file
+    quint64 m_foundDigest = 0;
     std::vector<Slot> m_slots;
-    qint32 m_count = 0;
+    qint32 m_count = 0; // in memory
+
+    qint64 m_limit = 0;
+    qint32 m_spilled = 0;
+    int m_file = -1;
+    quint64 m_fileSize = 0;
+    bool m_fileRefused = false;
+    std::vector<Run> m_runs;
+    mutable std::vector<char> m_buffer;
 };

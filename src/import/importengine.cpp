@@ -553,6 +553,13 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
     // A real replace compares what it would write with a digest of each record, and reads
     // only the records that differ.
     digestsKept = choices.ReplaceExisting && !testRun && store.isOpen();
+    // The list holds in memory what the Group holds plus a million new addresses (two
+    // million at most), so that a replace finds the Group's recipients without a read. Past
+    // that it moves what it holds to a temporary file: a source of any size runs in the
+    // same memory.
+    constexpr qint64 kNewInMemory = 1000000;
+    constexpr qint64 kMostInMemory = 2000000;
+    duplicates.setMemoryLimit(std::min(std::max<qint64>(count, 0) + kNewInMemory, kMostInMemory));
     if (count > 0) {
         view.setProgressRange(0, count);
         view.setProgressValue(0);

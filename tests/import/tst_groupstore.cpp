@@ -286,22 +286,68 @@ private slots:
         m_boxes.clear();
     }
 
-    // Enough addresses to grow the table many times: every one must stay findable, and none
-    // that was never added may look present.
-    void duplicateListGrowsAndEmpties()
+    // Enough addresses to grow the table many times, with and without batches moved to
+    // disk: every one must stay findable with its record number and digest, a digest
+    // changed on disk must stick, and none that was never added may look present.
+    void duplicateList_data()
     {
+        QTest::addColumn<qint64>("limit");
+        QTest::addColumn<bool>("rowids");
+        QTest::addColumn<QString>("tempFolder");
+        QTest::addColumn<bool>("onDisk");
+        QTest::newRow("in memory") << qint64(0) << false << QString() << false;
+        QTest::newRow("small batches") << qint64(1000) << true << QString() << true;
+        QTest::newRow("one batch") << qint64(150000) << false << QString() << true;
+        QTest::newRow("no temp folder") << qint64(1000) << true << QString("/nonexistent") << false;
+    }
+    void duplicateList()
+    {
+        QFETCH(qint64, limit);
+        QFETCH(bool, rowids);
+        QFETCH(QString, tempFolder);
+        QFETCH(bool, onDisk);
+        const QByteArray oldTemp = qgetenv("TMPDIR");
+        if (!tempFolder.isEmpty())
+            qputenv("TMPDIR", tempFolder.toUtf8());
         DuplicateCheckList list;
-        for (int i = 0; i < 200000; ++i)
-            QVERIFY(list.add(QString("Person.%1@Example.com").arg(i)));
+        list.keepRowids(rowids);
+        list.setMemoryLimit(limit);
+        list.reserve(5000000); // never more than the limit
+        const int n = 200000;
+        for (int i = 0; i < n; ++i)
+            QVERIFY(list.addAscii(QString("Person.%1@Example.com").arg(i).toStdString(), i + 1,
+                                  quint64(i) * 7));
         QVERIFY(list.add(QString::fromUtf8("ÄNNE@MÜLLER.DE")));
+        int addedLater = 0;
+        for (int i = 0; i < n + 10000; i += 97) {
+            const bool added = i < n;
+            addedLater += added ? 0 : 1;
+            QCOMPARE(list.contains(QString("person.%1@example.COM").arg(i)), added);
+            QCOMPARE(list.add(QString("PERSON.%1@example.com").arg(i)), !added);
+            if (added && rowids) {
+                QCOMPARE(list.foundRowid(), qint64(i + 1));
+                QCOMPARE(list.foundDigest(), quint64(i) * 7);
+                list.setFoundDigest(quint64(i) + 1);
+            }
+        }
         QVERIFY(!list.add(QString::fromUtf8("änne@müller.de")));
-        for (int i = 0; i < 210000; i += 101)
-            QCOMPARE(list.contains(QString("person.%1@example.COM").arg(i)), i < 200000);
         QVERIFY(!list.contains("person.1@example.co")); // a prefix is another address
-        QCOMPARE(list.count(), 200001);
+        QCOMPARE(list.count(), n + addedLater + 1);
+        QCOMPARE(list.countOnDisk() > 0, onDisk);
+        if (rowids) {
+            for (int i = 0; i < n; i += 97 * 5) {
+                QVERIFY(!list.addAscii(QString("person.%1@example.com").arg(i).toStdString()));
+                QCOMPARE(list.foundDigest(), quint64(i) + 1);
+            }
+        }
         list.clear();
-        QVERIFY(list.count() == 0 && !list.contains("person.1@example.com"));
+        QVERIFY(list.count() == 0 && list.countOnDisk() == 0);
+        QVERIFY(!list.contains("person.1@example.com"));
         QVERIFY(list.add("person.1@example.com"));
+        if (tempFolder.isEmpty() || oldTemp.isEmpty())
+            qunsetenv("TMPDIR");
+        if (!oldTemp.isEmpty())
+            qputenv("TMPDIR", oldTemp);
     }
 
     // A new log replaces the old one; lines in UTF-8 ending in CR LF.
