@@ -30,7 +30,16 @@ public:
     // The same for an address in plain ASCII (see isAscii), given as its bytes, with the
     // number of the Group record that holds it (0: none known) and that record's digest.
     bool addAscii(const std::string& address, qint64 rowid = 0, quint64 digest = 0);
-    static bool isAscii(const std::string& text);
+    static bool isAscii(const std::string& text) { return isAscii(text.data(), text.size()); }
+    static bool isAscii(const char* data, std::size_t size);
+    // For listing many addresses at once: the same as addAscii, but the address may go in
+    // a few calls later, while the memory it needs is fetched. Any other call, and settle(),
+    // puts in every address still waiting, in the order given.
+    void addAsciiSoon(const char* data, std::size_t size, qint64 rowid, quint64 digest);
+    void settle();
+    // Starts looking up address, for an add of the same address that follows: the memory
+    // that add needs is fetched while the caller does other work.
+    void prefetch(const QString& address);
     // Whether entries keep the record numbers and digests given to addAscii (costs 16 bytes
     // each); set on an empty list.
     void keepRowids(bool keep);
@@ -44,7 +53,8 @@ public:
     // The most addresses kept in memory before they move to a temporary file (0: no
     // limit, the default). Where no temporary file can be written, memory grows instead.
     void setMemoryLimit(qint64 addresses);
-    bool contains(const QString& address) const;
+    bool contains(const QString& address);
+    // Addresses in the list, not counting any still waiting to go in (see addAsciiSoon).
     qint32 count() const { return m_count + m_spilled; }
     // How many of them are in the temporary file.
     qint32 countOnDisk() const { return m_spilled; }
@@ -76,7 +86,8 @@ private:
     std::size_t probe(const char* data, std::size_t size, std::uint32_t hash) const;
     void rehash(std::size_t size); // a power of two
 
-    bool insert(const std::string& key, qint64 rowid, quint64 digest);
+    bool insert(const std::string& key, qint64 rowid, quint64 digest, std::uint32_t hash);
+    void insertWaiting();
     const char* entry(std::uint32_t offset) const;
     // The file position of key's entry, newest batch first; -1 when it is in none.
     qint64 findOnDisk(const std::string& key, std::uint32_t hash) const;
@@ -107,4 +118,22 @@ private:
     bool m_fileRefused = false;
     std::vector<Run> m_runs;
     mutable std::vector<char> m_buffer;
+
+    // Addresses given to addAsciiSoon and not yet in, oldest first, in a ring.
+    struct Waiting
+    {
+        std::string key;
+        qint64 rowid = 0;
+        quint64 digest = 0;
+        std::uint32_t hash = 0;
+    };
+    static constexpr std::size_t kWaiting = 16;
+    std::vector<Waiting> m_waiting;
+    std::size_t m_waitingFirst = 0;
+    std::size_t m_waitingCount = 0;
+    // The address given to prefetch, lowered, and its hash.
+    QString m_prepared;
+    std::string m_preparedKey;
+    std::uint32_t m_preparedHash = 0;
+    bool m_preparedValid = false;
 };

@@ -573,9 +573,8 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
             store.scan(emailIndex, [&](qint64 rowid, const char* text, int size, quint64 digest) {
                 try {
                     // Plain ASCII, as nearly every address is, goes in without a conversion.
-                    utf8Value.assign(text ? text : "", std::size_t(size));
-                    if (DuplicateCheckList::isAscii(utf8Value))
-                        duplicates.addAscii(utf8Value, rowid, digest);
+                    if (DuplicateCheckList::isAscii(text, std::size_t(size)))
+                        duplicates.addAsciiSoon(text, std::size_t(size), rowid, digest);
                     else
                         duplicates.add(QString::fromUtf8(text, size));
                 } catch (const std::exception&) {
@@ -587,6 +586,10 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
             });
         } catch (const AppError&) {
             digestsKept = false;
+        }
+        try {
+            duplicates.settle();
+        } catch (const std::exception&) {
         }
         for (qint32 i = read + 1; i <= count; ++i)
             view.setProgressValue(i);
@@ -1035,6 +1038,8 @@ bool ImportEngine::Private::DoImport(QString& errorText)
         while (hasRecord) {
             midRecord = true;
             const QString email = TrimBlanks((sourceValue(emailField, emailSource)));
+            // The duplicate check's memory is fetched while the address is validated.
+            duplicates.prefetch(email);
             QString reason;
             if (!IsEmailValid(email, reason) || !fitsGroup(email, reason)) {
                 ++totals.illegal;
