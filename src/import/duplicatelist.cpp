@@ -10,6 +10,9 @@
 
 #include <fcntl.h>
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include "util/apperror.h"
 
@@ -26,7 +29,7 @@ constexpr std::size_t kFilterBits = 10;
 constexpr int kFilterProbes = 6;
 // A spill writes the file in pieces of about this size, so that it never needs a second
 // copy of the entries in memory.
-constexpr std::size_t kSpillPiece = std::size_t(4) << 20;
+constexpr std::size_t kSpillPiece = std::size_t(1) << 20;
 
 std::uint32_t readLength(const char* p)
 {
@@ -50,6 +53,15 @@ std::size_t filterBlock(const std::vector<std::uint64_t>& filter, std::uint64_t 
 {
     const std::uint64_t blocks = filter.size() / 8;
     return std::size_t((bits >> 32) * blocks >> 32) * 8;
+}
+
+// Freed blocks inside the heap would otherwise stay resident, and whatever runs next (the
+// Group's index build, on threads of its own) would add to them.
+void giveBackFreedMemory()
+{
+#ifdef __GLIBC__
+    malloc_trim(0);
+#endif
 }
 
 int openTempFile()
@@ -136,6 +148,7 @@ void DuplicateCheckList::clear()
     m_preparedValid = false;
     closeFile();
     std::vector<char>().swap(m_buffer);
+    giveBackFreedMemory();
 }
 
 void DuplicateCheckList::setMemoryLimit(qint64 addresses)
@@ -479,14 +492,25 @@ bool DuplicateCheckList::spill()
     }
     for (std::size_t b = 0; b < buckets; ++b)
         starts[b + 1] += starts[b];
-    // The entries in bucket order, then copied in that order, piece by piece; starts turns
-    // from entry counts into byte positions on the way.
-    std::vector<std::uint32_t> order(static_cast<std::size_t>(m_count));
+    // The entries in bucket order, sorted within the table that the spill empties anyway,
+    // then copied in that order, piece by piece; starts turns from entry counts into byte
+    // positions on the way.
+    const std::size_t n = std::size_t(m_count);
+    std::size_t used = 0;
+    for (const Slot& slot : m_slots) {
+        if (slot.offset != 0)
+            m_slots[used++] = slot;
+    }
+    std::fill(m_slots.begin() + std::ptrdiff_t(n), m_slots.end(), Slot{0, 0});
     {
         std::vector<std::uint32_t> next(starts.begin(), starts.end() - 1);
-        for (const Slot& slot : m_slots) {
-            if (slot.offset != 0)
-                order[next[slot.hash >> shift]++] = slot.offset;
+        for (std::size_t b = 0; b < buckets; ++b) {
+            while (next[b] < starts[b + 1]) {
+                Slot slot = m_slots[next[b]];
+                for (std::size_t c = slot.hash >> shift; c != b; c = slot.hash >> shift)
+                    std::swap(slot, m_slots[next[c]++]);
+                m_slots[next[b]++] = slot;
+            }
         }
     }
     std::vector<char> piece;
@@ -494,19 +518,21 @@ bool DuplicateCheckList::spill()
     quint64 written = 0;
     std::size_t bucket = 0;
     constexpr std::size_t kAhead = 8;
-    for (std::size_t i = 0; i <= order.size(); ++i) {
+    for (std::size_t i = 0; i <= n; ++i) {
         while (bucket < buckets && starts[bucket] <= i) // buckets end to end in order
             starts[bucket++] = std::uint32_t(written + piece.size());
-        if (i < order.size()) {
-            if (i + kAhead < order.size())
-                __builtin_prefetch(entry(order[i + kAhead]));
-            const char* from = entry(order[i]);
+        if (i < n) {
+            if (i + kAhead < n)
+                __builtin_prefetch(entry(m_slots[i + kAhead].offset));
+            const char* from = entry(m_slots[i].offset);
             piece.insert(piece.end(), from, from + m_header + readLength(from));
         }
-        if (piece.size() >= kSpillPiece || (i == order.size() && !piece.empty())) {
+        if (piece.size() >= kSpillPiece || (i == n && !piece.empty())) {
             if (!writeAll(m_file, piece.data(), piece.size(), run.base + written)) {
-                // Nothing has moved: the entries stay in memory, which grows from now on.
+                // Nothing has moved: the entries stay in memory, which grows from now on,
+                // once the table is a table again.
                 m_fileRefused = true;
+                rehash(m_slots.size());
                 return false;
             }
             written += piece.size();
@@ -519,10 +545,12 @@ bool DuplicateCheckList::spill()
     m_runs.push_back(std::move(run));
     m_spilled += m_count;
     m_count = 0;
-    std::fill(m_slots.begin(), m_slots.end(), Slot{0, 0});
+    std::fill(m_slots.begin(), m_slots.begin() + std::ptrdiff_t(n), Slot{0, 0});
     m_chunkCurrent = 0;
     m_chunkUsed = 0;
     m_found = 0;
+    piece = std::vector<char>();
+    giveBackFreedMemory();
     return true;
 }
 

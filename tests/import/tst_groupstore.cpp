@@ -2,8 +2,11 @@
 // and creating Groups in a data folder; the duplicate check list; the log file routines.
 #include <QtTest>
 
+#include <csignal>
 #include <optional>
 #include <set>
+
+#include <sys/resource.h>
 
 #include "import/duplicatelist.h"
 #include "import/groups.h"
@@ -295,10 +298,14 @@ private slots:
         QTest::addColumn<bool>("rowids");
         QTest::addColumn<QString>("tempFolder");
         QTest::addColumn<bool>("onDisk");
-        QTest::newRow("in memory") << qint64(0) << false << QString() << false;
-        QTest::newRow("small batches") << qint64(1000) << true << QString() << true;
-        QTest::newRow("one batch") << qint64(150000) << false << QString() << true;
-        QTest::newRow("no temp folder") << qint64(1000) << true << QString("/nonexistent") << false;
+        QTest::addColumn<qint64>("fileBytes"); // the most a file may hold; 0: no limit
+        QTest::newRow("in memory") << qint64(0) << false << QString() << false << qint64(0);
+        QTest::newRow("small batches") << qint64(1000) << true << QString() << true << qint64(0);
+        QTest::newRow("one batch") << qint64(150000) << false << QString() << true << qint64(0);
+        QTest::newRow("no temp folder")
+            << qint64(1000) << true << QString("/nonexistent") << false << qint64(0);
+        QTest::newRow("file fills up")
+            << qint64(1000) << true << QString() << true << qint64(200000);
     }
     void duplicateList()
     {
@@ -306,6 +313,16 @@ private slots:
         QFETCH(bool, rowids);
         QFETCH(QString, tempFolder);
         QFETCH(bool, onDisk);
+        QFETCH(qint64, fileBytes);
+        struct rlimit oldFileLimit;
+        QCOMPARE(getrlimit(RLIMIT_FSIZE, &oldFileLimit), 0);
+        const auto restoreFileLimit = qScopeGuard([&] { setrlimit(RLIMIT_FSIZE, &oldFileLimit); });
+        if (fileBytes > 0) {
+            std::signal(SIGXFSZ, SIG_IGN); // a write past the limit fails instead
+            struct rlimit limited = oldFileLimit;
+            limited.rlim_cur = rlim_t(fileBytes);
+            QCOMPARE(setrlimit(RLIMIT_FSIZE, &limited), 0);
+        }
         const QByteArray oldTemp = qgetenv("TMPDIR");
         if (!tempFolder.isEmpty())
             qputenv("TMPDIR", tempFolder.toUtf8());
@@ -342,6 +359,8 @@ private slots:
         QVERIFY(!list.contains("person.1@example.co")); // a prefix is another address
         QCOMPARE(list.count(), n + addedLater + 1);
         QCOMPARE(list.countOnDisk() > 0, onDisk);
+        if (fileBytes > 0) // the batches that fitted stay; the rest stays in memory
+            QVERIFY2(list.countOnDisk() < n / 10, qPrintable(QString::number(list.countOnDisk())));
         if (rowids) {
             for (int i = 0; i < n; i += 97 * 5) {
                 QVERIFY(!list.addAscii(QString("person.%1@example.com").arg(i).toStdString()));
