@@ -319,6 +319,18 @@ public:
     void settleTotals();
     bool OpenVTDatabase(QString& errorText);
     bool BuildDuplicateCheckList(QString& errorText);
+    // The list is not needed once the last record is in, and its memory is better spent on
+    // building the Group's index; a next run on this engine still shows the entries it
+    // resets.
+    bool duplicatesListed = false;
+    void releaseDuplicates()
+    {
+        if (duplicatesListed) {
+            listedAtClose = duplicates.count();
+            duplicates.clear();
+            duplicatesListed = false;
+        }
+    }
     bool IsDuplicateEmail(const QString& email);
     bool RetrieveRecords(QString& errorText);
     bool DoImport(QString& errorText);
@@ -486,6 +498,7 @@ bool ImportEngine::Private::ClaimGroup(QString& errorText)
 // Closing writes the last records: a failure here is the run's failure.
 bool ImportEngine::Private::CloseVTDatabase(QString& errorText)
 {
+    releaseDuplicates();
     try {
         store.close();
         settleTotals();
@@ -536,6 +549,7 @@ bool ImportEngine::Private::BuildDuplicateCheckList(QString&)
     for (qint32 position = entries; position >= 1; --position)
         view.setProgressValue(position);
     duplicates.clear();
+    duplicatesListed = true;
     // Replacing finds the duplicate's record by its number where that is sure to be the
     // record a find would give.
     duplicates.keepRowids(choices.ReplaceExisting);
@@ -1145,10 +1159,7 @@ void ImportEngine::Private::CloseImportResources()
         }
     }
     report.close();
-    // Not needed any more, and its memory is better spent on building the Group's index;
-    // a next run on this engine still shows the entries it resets.
-    listedAtClose = duplicates.count();
-    duplicates.clear();
+    releaseDuplicates();
     if (store.isOpen()) {
         try {
             store.close();
