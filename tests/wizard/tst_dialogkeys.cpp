@@ -108,7 +108,7 @@ private slots:
                 "cmdOK", "connection-dialog");
         DataRow("builder", &opened<frmConnectionBuilder>,
                 "cmbKind:k cmbDriver:r txtServer:s txtPort:o txtDatabase:d txtUser:u txtPassword:w "
-                "cmdTest:t cmdOK cmdCancel",
+                "cmdTest:t cmdOK cmdCancel:c",
                 "cmdOK", "connection-builder");
         DataRow("examine", &opened<frmExamineDSN>,
                 "icmbConnections:o icmbTables:t lstFields:f cmdClose:c", "cmdClose", "");
