@@ -267,6 +267,15 @@ static void lowerUtf8(const QString& address, std::string& key)
     }
 }
 
+static void lowerAscii(const char* data, std::size_t size, std::string& key)
+{
+    key.resize(size);
+    for (std::size_t i = 0; i < size; ++i) {
+        const char c = data[i];
+        key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
+    }
+}
+
 const char* DuplicateCheckList::entry(std::uint32_t offset) const
 {
     const std::uint32_t at = offset - 1;
@@ -290,7 +299,6 @@ bool DuplicateCheckList::add(const QString& address)
 
 void DuplicateCheckList::prefetch(const QString& address)
 {
-    settle();
     m_prepared = address;
     lowerUtf8(address, m_preparedKey);
     m_preparedHash = hashOf(m_preparedKey.data(), m_preparedKey.size());
@@ -307,11 +315,7 @@ void DuplicateCheckList::addAsciiSoon(const char* data, std::size_t size, qint64
         insertWaiting();
     Waiting& w = m_waiting[(m_waitingFirst + m_waitingCount) % kWaiting];
     ++m_waitingCount;
-    w.key.resize(size);
-    for (std::size_t i = 0; i < size; ++i) {
-        const char c = data[i];
-        w.key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
-    }
+    lowerAscii(data, size, w.key);
     w.rowid = rowid;
     w.digest = digest;
     w.hash = hashOf(w.key.data(), size);
@@ -350,15 +354,10 @@ bool DuplicateCheckList::isAscii(const char* data, std::size_t size)
 bool DuplicateCheckList::addAscii(const std::string& address, qint64 rowid, quint64 digest)
 {
     settle();
-    m_preparedValid = false;
     m_foundRowid = 0;
     m_found = 0;
     m_foundOnDisk = -1;
-    m_key.resize(address.size());
-    for (std::size_t i = 0; i < address.size(); ++i) {
-        const char c = address[i];
-        m_key[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
-    }
+    lowerAscii(address.data(), address.size(), m_key);
     return insert(m_key, rowid, digest, hashOf(m_key.data(), m_key.size()));
 }
 

@@ -30,7 +30,6 @@ public:
     // The same for an address in plain ASCII (see isAscii), given as its bytes, with the
     // number of the Group record that holds it (0: none known) and that record's digest.
     bool addAscii(const std::string& address, qint64 rowid = 0, quint64 digest = 0);
-    static bool isAscii(const std::string& text) { return isAscii(text.data(), text.size()); }
     static bool isAscii(const char* data, std::size_t size);
     // For listing many addresses at once: the same as addAscii, but the address may go in
     // a few calls later, while the memory it needs is fetched. Any other call, and settle(),
