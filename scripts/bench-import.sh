@@ -99,6 +99,9 @@ round() {
     local name s kb
     for name in "${names[@]}"; do
         eval "${setups[$name]}"
+        # A restored Group's pages would otherwise still be on their way to the disk, and
+        # the run's first commit would wait for the copy's write-back.
+        sync
         measure s kb bash -c "${commands[$name]}"
         cp "$work/last.out" "$work/$name.out"
         if [ -z "${best_s[$name]:-}" ] ||
