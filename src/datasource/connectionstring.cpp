@@ -122,10 +122,40 @@ bool isPasswordKey(const QString& key)
            key.compare(QLatin1String("Password"), Qt::CaseInsensitive) == 0;
 }
 
+bool isTimeoutKey(const QString& key)
+{
+    return key.compare(QLatin1String("Connect Timeout"), Qt::CaseInsensitive) == 0 ||
+           key.compare(QLatin1String("Connection Timeout"), Qt::CaseInsensitive) == 0;
+}
+
 bool isAdoOnlyKey(const QString& key)
 {
     return key.compare(QLatin1String("Provider"), Qt::CaseInsensitive) == 0 ||
-           key.compare(QLatin1String("Persist Security Info"), Qt::CaseInsensitive) == 0;
+           key.compare(QLatin1String("Persist Security Info"), Qt::CaseInsensitive) == 0 ||
+           isTimeoutKey(key);
+}
+
+// The Qt options of an ODBC source: read-only, and a limit on the wait for the login.
+// Without one, a server that takes the connection and never answers would hold the
+// program until the user kills it. The limit is ADO's: 15 seconds unless the string
+// gives its own Connect Timeout (0 waits for ever).
+bool odbcOptions(const QList<Entry>& entries, QString& options, QString& message)
+{
+    uint seconds = 15;
+    for (const Entry& e : entries) {
+        if (!isTimeoutKey(e.key))
+            continue;
+        bool ok = false;
+        seconds = e.value.trimmed().toUInt(&ok);
+        if (!ok) {
+            message = QStringLiteral("The %1 \"%2\" is not a whole number of seconds.")
+                          .arg(e.key, e.value);
+            return false;
+        }
+    }
+    options = QStringLiteral("SQL_ATTR_ACCESS_MODE=SQL_MODE_READ_ONLY;SQL_ATTR_LOGIN_TIMEOUT=") +
+              QString::number(seconds);
+    return true;
 }
 
 // ODBC wants braces around a value that would otherwise be cut or misread.
@@ -209,8 +239,7 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
         }
         target.driver = QStringLiteral("QODBC");
         target.databaseName = odbc;
-        target.connectOptions = QStringLiteral("SQL_ATTR_ACCESS_MODE=SQL_MODE_READ_ONLY");
-        return true;
+        return odbcOptions(entries, target.connectOptions, message);
     }
 
     if (findEntry(entries, QStringLiteral("DSN")) || findEntry(entries, QStringLiteral("Driver"))) {
@@ -222,8 +251,7 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
         }
         target.driver = QStringLiteral("QODBC");
         target.databaseName = odbc.trimmed();
-        target.connectOptions = QStringLiteral("SQL_ATTR_ACCESS_MODE=SQL_MODE_READ_ONLY");
-        return true;
+        return odbcOptions(entries, target.connectOptions, message);
     }
 
     if (!provider) {

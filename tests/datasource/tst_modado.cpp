@@ -8,7 +8,9 @@
 #include "sqlitefixture.h"
 #include "testsource.h"
 
+#include <QElapsedTimer>
 #include <QSqlDatabase>
+#include <QTcpServer>
 #include <QTest>
 
 #include <array>
@@ -176,7 +178,14 @@ private slots:
         QCOMPARE(BuildSqliteDatabase(empty, {"CREATE VIEW V AS SELECT 1 AS X"}), QString());
         const QString none = "No tables could be found using the database connection specified, "
                              "modify the database connection and specify more information.";
+        // A server that takes the connection and never answers: the login gives up.
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        const QString silentPg = QString("Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=%1;"
+                                         "Database=x;Uid=x;Pwd=x;Connect Timeout=1")
+                                     .arg(silent.serverPort());
         const QList<QPair<QString, QString>> cases = {
+            {silentPg, "timeout expired"},
             // connection, message or part of the box
             {"Provider=SQLite;Data Source=" + empty, none},
             {OdbcEnvironment::sqliteDriverString(empty), none},
@@ -191,7 +200,10 @@ private slots:
             m_boxes.clear();
             QStringList names{"kept"}, types{"kept"};
             QString message;
+            QElapsedTimer clock;
+            clock.start();
             QVERIFY(!GetTables(names, conString, message));
+            QVERIFY2(clock.elapsed() < 10000, qPrintable(conString));
             if (expected == none) {
                 QCOMPARE(message, none);
                 QCOMPARE(m_boxes.shown().size(), 0);
