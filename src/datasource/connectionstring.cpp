@@ -139,7 +139,7 @@ bool isAdoOnlyKey(const QString& key)
 // Without one, a server that takes the connection and never answers would hold the
 // program until the user kills it. The limit is ADO's: 15 seconds unless the string
 // gives its own Connect Timeout (0 waits for ever).
-bool odbcOptions(const QList<Entry>& entries, QString& options, QString& message)
+bool odbcOptions(const QList<Entry>& entries, ConnectionTarget& target, QString& message)
 {
     uint seconds = 15;
     for (const Entry& e : entries) {
@@ -153,8 +153,10 @@ bool odbcOptions(const QList<Entry>& entries, QString& options, QString& message
             return false;
         }
     }
-    options = QStringLiteral("SQL_ATTR_ACCESS_MODE=SQL_MODE_READ_ONLY;SQL_ATTR_LOGIN_TIMEOUT=") +
-              QString::number(seconds);
+    target.loginTimeout = seconds;
+    target.connectOptions =
+        QStringLiteral("SQL_ATTR_ACCESS_MODE=SQL_MODE_READ_ONLY;SQL_ATTR_LOGIN_TIMEOUT=") +
+        QString::number(seconds);
     return true;
 }
 
@@ -239,7 +241,7 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
         }
         target.driver = QStringLiteral("QODBC");
         target.databaseName = odbc;
-        return odbcOptions(entries, target.connectOptions, message);
+        return odbcOptions(entries, target, message);
     }
 
     if (findEntry(entries, QStringLiteral("DSN")) || findEntry(entries, QStringLiteral("Driver"))) {
@@ -251,7 +253,7 @@ bool ResolveConnectionString(const QString& conString, ConnectionTarget& target,
         }
         target.driver = QStringLiteral("QODBC");
         target.databaseName = odbc.trimmed();
-        return odbcOptions(entries, target.connectOptions, message);
+        return odbcOptions(entries, target, message);
     }
 
     if (!provider) {

@@ -10,6 +10,7 @@ struct ConnectionTarget
     QString driver;         // "QSQLITE" or "QODBC"
     QString databaseName;   // the SQLite file (native path) or the ODBC connection string
     QString connectOptions; // Qt connect options, e.g. "QSQLITE_OPEN_READONLY"
+    uint loginTimeout = 0;  // ODBC: the seconds a login may wait for the server; 0 for ever
 };
 
 // Splits the string into its pairs, keys trimmed, values unwrapped from {} or quotes.

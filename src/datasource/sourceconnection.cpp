@@ -17,14 +17,14 @@ namespace {
 
 QAtomicInteger<quint64> g_counter;
 
-// Keywords the PostgreSQL driver is given unless the string sets them itself; other drivers
-// ignore them.
+// Keywords the PostgreSQL and MariaDB drivers are given unless the string sets them itself;
+// other drivers ignore them.
 // - Boolean columns are described as text unless told otherwise, and the field lists are
 //   to call them Boolean.
 // - Without declare/fetch the driver reads a statement's whole result into memory before
 //   the first row arrives: a big table would need gigabytes. Fetching through a cursor in
 //   slices keeps the memory flat; the slice size was chosen with scripts/bench-import.sh.
-QString withDriverDefaults(const QString& odbc)
+QString withDriverDefaults(const QString& odbc, uint loginTimeout)
 {
     QList<QPair<QString, QString>> pairs;
     QString message;
@@ -46,6 +46,10 @@ QString withDriverDefaults(const QString& odbc)
         result += QStringLiteral("UseDeclareFetch=1;");
     if (!isSet("Fetch") && !isSet("UseDeclareFetch"))
         result += QStringLiteral("Fetch=10000;");
+    // - MariaDB's driver lets the login attribute pass and waits for a silent server's
+    //   greeting for ever; its own keyword it keeps to.
+    if (!isSet("CONN_TIMEOUT"))
+        result += QStringLiteral("CONN_TIMEOUT=%1;").arg(loginTimeout);
     return result;
 }
 
@@ -111,8 +115,8 @@ bool SourceConnection::open(const QString& conString, QString& errorText)
     {
         QSqlDatabase db = QSqlDatabase::addDatabase(target.driver, m_name);
         db.setDatabaseName(target.driver == QLatin1String("QODBC")
-                               ? withoutClosingSeparator(
-                                     QtOdbcDatabaseName(withDriverDefaults(target.databaseName)))
+                               ? withoutClosingSeparator(QtOdbcDatabaseName(
+                                     withDriverDefaults(target.databaseName, target.loginTimeout)))
                                : target.databaseName);
         db.setConnectOptions(target.connectOptions);
         // The PostgreSQL driver reads its settings through unixODBC's profile cache, which

@@ -181,11 +181,12 @@ private slots:
         // A server that takes the connection and never answers: the login gives up.
         QTcpServer silent;
         QVERIFY(silent.listen(QHostAddress::LocalHost));
-        const QString silentPg = QString("Driver={PostgreSQL Unicode};Server=127.0.0.1;Port=%1;"
-                                         "Database=x;Uid=x;Pwd=x;Connect Timeout=1")
-                                     .arg(silent.serverPort());
+        const QString silentServer = QString("Server=127.0.0.1;Port=%1;Database=x;Uid=x;Pwd=x;"
+                                             "Connect Timeout=1")
+                                         .arg(silent.serverPort());
         const QList<QPair<QString, QString>> cases = {
-            {silentPg, "timeout expired"},
+            {"Driver={PostgreSQL Unicode};" + silentServer, "timeout expired"},
+            {"Driver={MariaDB Unicode};" + silentServer, "handshake"},
             // connection, message or part of the box
             {"Provider=SQLite;Data Source=" + empty, none},
             {OdbcEnvironment::sqliteDriverString(empty), none},
